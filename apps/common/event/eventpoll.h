@@ -1,0 +1,50 @@
+// The process's single-threaded event loop: one epoll instance, one optional
+// periodic timer (SIGALRM on the monotonic clock) and the handling of the
+// termination signals, which only set lock-free flags that wait() reports.
+#pragma once
+
+#include <ctime>
+#include <functional>
+
+class EventPoll {
+public:
+    class Callback {
+    public:
+        enum EventType { Priority = 0, Readable = 1, Hangup = 2 };
+        virtual void event(EventType type) = 0;
+    };
+
+    // A Callback that forwards to a function object; calling it while empty
+    // throws std::bad_function_call.
+    class FunctionCallback : public Callback {
+    public:
+        FunctionCallback() = default;
+        explicit FunctionCallback(std::function<void(EventType)> function)
+            : function(std::move(function)) {}
+        void event(EventType type) override { function(type); }
+        std::function<void(EventType)> function;
+    };
+
+    enum WaitResult { Interrupted = 0, TimerExpired = 1, Timeout = 2, EventsHandled = 3, Terminate = 4 };
+
+    EventPoll();
+    ~EventPoll();
+    EventPoll(const EventPoll&) = delete;
+    EventPoll& operator=(const EventPoll&) = delete;
+
+    void add(int fd, Callback* callback, unsigned events);
+    void remove(int fd);
+    // Arms (creating on first use) the periodic timer; -1 deletes it.
+    void setTimer(int milliseconds);
+    int wait(int timeoutMs, bool ignoreTerminate = false);
+    void close();
+    static bool shouldTerminate();
+
+private:
+    int epollFd;
+    timer_t timer;
+};
+
+namespace gen {
+EventPoll& getEventPoll();
+}

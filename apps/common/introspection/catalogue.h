@@ -1,0 +1,81 @@
+// The shape of the generated catalogue: the memory table, the variable
+// descriptors, struct member lists and the enum table.  The generator (gen/)
+// fills these tables; introspection reads them.
+#pragma once
+
+#include "notify.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Base type codes of a variable or struct member.
+enum BaseType : uint32_t {
+    BaseInt = 0,
+    BaseFloat = 1,
+    BaseBool = 2,
+    BaseString = 3,
+    BaseEnum = 5,
+    BaseStruct = 6,
+};
+
+// Text getter: (address of the value, element index) -> value text.
+using VarGetter = std::string (*)(const void* address, int index);
+// Text setter: (memory base, memory index, variable index, event, text) -> error text,
+// empty on success.
+using VarSetter = std::string (*)(uint8_t* base, uint32_t memory, uint32_t variable,
+                                  Notify notify, const char* text);
+
+// One member of a struct type.
+struct StructInfo {
+    uint32_t reserved;     // 0 in every generated member
+    const char* name;
+    uint32_t offset;       // byte offset inside the struct
+    uint32_t baseType;     // BaseType code
+    std::string typeName;  // "int", "float", "bool", "string" or the enum/struct name
+    uint32_t arrayLength;  // 0 for a single value
+    uint32_t elementSize;  // byte size of one value (a string's capacity)
+};
+
+// One struct type: its members and its byte size.
+struct StructTypeInfo {
+    const char* name;
+    const std::vector<StructInfo>* members;
+    uint32_t size;
+};
+
+struct VariableDescriptor {
+    Notify event;                  // the change event; indexed and index 0 as generated
+    const char* name;
+    uint8_t*& memoryBase;          // the memory's gMem<Name>, read at the time of use
+    uint32_t offset;               // byte offset inside the memory record
+    const char* typeName;          // "int", "float", "bool", "string" or the enum/struct name
+    uint32_t baseType;             // BaseType code
+    VarGetter getter;
+    VarSetter setter;
+    const char* min;               // null when absent
+    const char* max;               // null when absent
+    const char* arrayLength;       // null when the variable is not an array
+    uint8_t isArray;
+    const std::vector<StructInfo>* structMembers;  // struct types only, else null
+    uint32_t elementSize;          // byte size of one element
+};
+
+struct MemoryInfo {
+    const char* name;
+    VariableDescriptor* variables;
+    uint32_t variableCount;
+};
+
+struct EnumInfo {
+    const char* name;
+    const char* const* entries;
+    uint32_t entryCount;
+};
+
+extern const MemoryInfo MEMORY_ARRAY[];
+extern const uint32_t MEMORY_ARRAY_SIZE;
+extern const EnumInfo ENUM_ARRAY[];
+extern const uint32_t ENUM_ARRAY_SIZE;
+extern const StructTypeInfo STRUCT_ARRAY[];
+extern const uint32_t STRUCT_ARRAY_SIZE;

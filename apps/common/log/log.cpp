@@ -1,0 +1,126 @@
+#include "log.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/uio.h>
+#include <unistd.h>
+
+gen::LogLevel* gComponentLogLevel = nullptr;
+
+namespace {
+
+constexpr const char* KERNEL_LOG_DEVICE = "/dev/kmsg";
+constexpr int PROGRAM_FIELD_WIDTH = 22;
+constexpr int MESSAGE_BUFFER_SIZE = 512;
+constexpr int COMMAND_ERROR_SIZE = 2048;
+constexpr int COMMAND_MESSAGE_SIZE = 1024;
+
+const char* const LEVEL_TAG[] = {"DebugAll    ", "DebugMost   ", "DebugLight  ", "LogAll      ",
+                                 "LogMost     ", "LogLight    ", "Warn        ", "Error       "};
+constexpr size_t LEVEL_TAG_LENGTH = 12;
+
+int gKernelLogFd = -1;
+char gProgramField[PROGRAM_FIELD_WIDTH + 1];
+char gMessage[MESSAGE_BUFFER_SIZE];
+char gCommandError[COMMAND_ERROR_SIZE];
+
+const char* baseName(const char* path) {
+    const char* slash = std::strrchr(path, '/');
+    return slash ? slash + 1 : path;
+}
+
+bool openKernelLog() {
+    if (gKernelLogFd >= 0) {
+        return true;
+    }
+    gKernelLogFd = ::open(KERNEL_LOG_DEVICE, O_WRONLY | O_CLOEXEC);
+    std::snprintf(gProgramField, sizeof gProgramField, "%20.20s  ", program_invocation_short_name);
+    return gKernelLogFd >= 0;
+}
+
+void formatMessage(const char* file, int line, const char* format, va_list args) {
+    int prefix = std::snprintf(gMessage, sizeof gMessage, "%20s:%4i ", baseName(file), line);
+    if (prefix < 0) {
+        prefix = 0;
+    }
+    if (prefix < MESSAGE_BUFFER_SIZE) {
+        std::vsnprintf(gMessage + prefix, sizeof gMessage - prefix, format, args);
+    }
+}
+
+void writeLine(gen::LogLevel level) {
+    if (!openKernelLog()) {
+        return;
+    }
+    static char newline[] = "\n";
+    iovec pieces[4] = {
+        {gProgramField, PROGRAM_FIELD_WIDTH},
+        {const_cast<char*>(LEVEL_TAG[level]), LEVEL_TAG_LENGTH},
+        {gMessage, std::strlen(gMessage)},
+        {newline, 1},
+    };
+    if (::writev(gKernelLogFd, pieces, 4) < 0) {
+        std::fprintf(stderr, "FATAL: Logging: Write failed: %s\n", std::strerror(errno));
+    }
+}
+
+[[noreturn]] void logAndThrowErrno(gen::LogLevel level, const char* file, int line,
+                                   const char* what) {
+    const char* reason = std::strerror(errno);
+    logMessage(nullptr, level, file, line, "%s: %s", what, reason);
+    throw std::runtime_error(gMessage);
+}
+
+} // namespace
+
+void logMessageIntern(gen::LogLevel* componentLevel, gen::LogLevel level, const char* file,
+                      int line, const char* format, va_list args) {
+    if (componentLevel != nullptr && level < *componentLevel) {
+        return;
+    }
+    formatMessage(file, line, format, args);
+    writeLine(level);
+}
+
+void logMessage(gen::LogLevel* componentLevel, gen::LogLevel level, const char* file, int line,
+                const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    logMessageIntern(componentLevel, level, file, line, format, args);
+    va_end(args);
+}
+
+void throwError(const char* file, int line, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    logMessageIntern(nullptr, gen::Error, file, line, format, args);
+    va_end(args);
+    throw std::runtime_error(gMessage);
+}
+
+void throwErrorNumber(const char* file, int line, const char* what) {
+    logAndThrowErrno(gen::Error, file, line, what);
+}
+
+void throwErrorNumberInfo(const char* file, int line, const char* what) {
+    logAndThrowErrno(gen::LogLight, file, line, what);
+}
+
+const char* lastCommandError(gen::LogLevel* componentLevel, const char* file, int line,
+                             const char* detail, const char* format, ...) {
+    char message[COMMAND_MESSAGE_SIZE];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(message, sizeof message, format, args);
+    va_end(args);
+    std::snprintf(gCommandError, sizeof gCommandError, "%s:\n%s", message, detail);
+    logMessage(componentLevel, gen::Warn, file, line, "%s", gCommandError);
+    return gCommandError;
+}
+
+void processPreInit() {}
+
+void processPostInit() {}

@@ -1,0 +1,80 @@
+# Build conventions shared by every folder of the tree.
+
+add_compile_options(-Wall -Wextra -Wno-psabi)
+if(SM_WERROR)
+    add_compile_options(-Werror)
+endif()
+if(SM_SANITIZE)
+    add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer
+                        -fno-sanitize-recover=undefined)
+    add_link_options(-fsanitize=address,undefined)
+endif()
+
+# GoogleTest: the distribution's prebuilt library natively, built from its
+# sources with the cross compiler for ARM.
+if(CMAKE_CROSSCOMPILING)
+    set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+    add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+    add_library(GTest::gtest ALIAS gtest)
+    add_library(GTest::gtest_main ALIAS gtest_main)
+    add_library(GTest::gmock ALIAS gmock)
+else()
+    find_package(GTest REQUIRED)
+endif()
+
+# nlohmann JSON is header-only. A private include folder holding only its
+# headers serves the cross build too, without putting the host's /usr/include
+# on the ARM include path.
+set(SM_NLOHMANN_INCLUDE ${CMAKE_BINARY_DIR}/third-party-include)
+file(MAKE_DIRECTORY ${SM_NLOHMANN_INCLUDE})
+if(NOT EXISTS ${SM_NLOHMANN_INCLUDE}/nlohmann)
+    file(CREATE_LINK /usr/include/nlohmann ${SM_NLOHMANN_INCLUDE}/nlohmann SYMBOLIC)
+endif()
+add_library(nlohmann_json_headers INTERFACE)
+target_include_directories(nlohmann_json_headers SYSTEM INTERFACE ${SM_NLOHMANN_INCLUDE})
+
+# Every test program runs inside a throw-away device root (private /dev/shm,
+# /var, /dev/kmsg, /dev/mmcblk1, /dev/mem, /product.info), so no test touches
+# the host's.  ARM test programs run through the emulator inside it.
+set(SM_DEVROOT ${CMAKE_SOURCE_DIR}/tools/devroot/devroot)
+set(SM_TEST_PREFIX ${SM_DEVROOT} exec --bind-ro ${CMAKE_BINARY_DIR} --bind-ro ${CMAKE_SOURCE_DIR} --)
+if(CMAKE_CROSSCOMPILING)
+    list(APPEND SM_TEST_PREFIX ${CMAKE_CROSSCOMPILING_EMULATOR})
+endif()
+
+# sm_add_gtest(NAME name SOURCES ... LIBS ... [NO_DEVROOT] [TIMEOUT s])
+# A GoogleTest program registered as one CTest test.
+function(sm_add_gtest)
+    cmake_parse_arguments(T "NO_DEVROOT" "NAME;TIMEOUT" "SOURCES;LIBS" ${ARGN})
+    add_executable(${T_NAME} ${T_SOURCES})
+    target_link_libraries(${T_NAME} PRIVATE ${T_LIBS} GTest::gtest_main GTest::gmock)
+    if(T_NO_DEVROOT)
+        set(prefix "")
+        if(CMAKE_CROSSCOMPILING)
+            set(prefix ${CMAKE_CROSSCOMPILING_EMULATOR})
+        endif()
+    else()
+        set(prefix ${SM_TEST_PREFIX})
+    endif()
+    add_test(NAME ${T_NAME} COMMAND ${prefix} $<TARGET_FILE:${T_NAME}>)
+    if(NOT T_TIMEOUT)
+        set(T_TIMEOUT 300)
+    endif()
+    set_tests_properties(${T_NAME} PROPERTIES TIMEOUT ${T_TIMEOUT})
+endfunction()
+
+# sm_add_benchmark(NAME name SOURCES ... LIBS ...)
+# A Google Benchmark program; built natively, run on request only.
+function(sm_add_benchmark)
+    cmake_parse_arguments(B "" "NAME" "SOURCES;LIBS" ${ARGN})
+    if(CMAKE_CROSSCOMPILING OR NOT SM_BENCHMARKS)
+        return()
+    endif()
+    find_package(benchmark QUIET)
+    if(NOT benchmark_FOUND)
+        message(STATUS "Google Benchmark not found: ${B_NAME} is not built")
+        return()
+    endif()
+    add_executable(${B_NAME} ${B_SOURCES})
+    target_link_libraries(${B_NAME} PRIVATE ${B_LIBS} benchmark::benchmark)
+endfunction()
