@@ -1,0 +1,168 @@
+#include "serverconnection.h"
+
+#include "log.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <semaphore.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+ServerConnection* gServerConnection = nullptr;
+
+namespace {
+
+constexpr int DRAIN_CHUNK = 256;
+
+// Opens the broker's readiness semaphore, yielding the processor between
+// failed attempts; `failures` counts them.
+sem_t* openReadySemaphore(int& failures) {
+    sem_t* ready;
+    while ((ready = sem_open(ServerConnection::READY_SEMAPHORE, 0)) == SEM_FAILED) {
+        ++failures;
+        int openError = errno;
+        sched_yield();
+        errno = openError;
+        if (failures == ServerConnection::MAX_OPEN_ATTEMPTS) {
+            THROW_ERROR_NUMBER("sem_open");
+        }
+    }
+    return ready;
+}
+
+void sendAll(int fd, const void* data, size_t size) {
+    if (::write(fd, data, size) != static_cast<ssize_t>(size)) {
+        THROW_ERROR("Could not send message to server");
+    }
+}
+
+} // namespace
+
+ServerConnection::ServerConnection(EventPoll& poll) : poll(poll), fd(-1), handler(nullptr) {
+    LOG(LogLight, "Waiting for server");
+    int failures = 0;
+    sem_t* ready = openReadySemaphore(failures);
+    if (sem_wait(ready) < 0) {
+        THROW_ERROR_NUMBER("sem_wait");
+    }
+    try {
+        connect();
+    } catch (...) {
+        sem_post(ready);
+        sem_close(ready);
+        throw;
+    }
+    LOG(LogLight, "Connected after %i attempts", failures);
+    if (sem_post(ready) < 0) {
+        THROW_ERROR_NUMBER("sem_post");
+    }
+    sem_close(ready);
+}
+
+ServerConnection::~ServerConnection() {
+    close();
+}
+
+void ServerConnection::connect() {
+    fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd == 0) {
+        THROW_ERROR_NUMBER("socket");
+    }
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, SOCKET_PATH, sizeof address.sun_path - 1);
+    poll.add(fd, this, EPOLLIN);
+    if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
+        int connectError = errno;
+        close();
+        errno = connectError;
+        THROW_ERROR_NUMBER("connect");
+    }
+}
+
+void ServerConnection::close() {
+    if (fd == -1) {
+        return;
+    }
+    poll.remove(fd);
+    ::shutdown(fd, SHUT_WR);
+    pollfd input{fd, POLLIN, 0};
+    char discard[DRAIN_CHUNK];
+    while (::poll(&input, 1, DRAIN_TIMEOUT_MS) > 0 && ::read(fd, discard, sizeof discard) > 0) {
+    }
+    ::close(fd);
+    fd = -1;
+}
+
+void ServerConnection::event(EventType type) {
+    switch (type) {
+    case Readable: {
+        Notify batch[READ_BATCH];
+        std::memset(batch, 0, sizeof batch);
+        int count = readEvents(fd, batch, READ_BATCH);
+        for (int i = 0; i < count; ++i) {
+            if (handler != nullptr) {
+                handler->handleEvent(batch[i]);
+            } else {
+                LOG(Warn, "Unhandled event: %s", eventName(batch[i]));
+            }
+        }
+        break;
+    }
+    case Hangup:
+        close();
+        break;
+    case Priority:
+        break;
+    }
+}
+
+void ServerConnection::postEvent(const Notify& notify) {
+    sendAll(fd, &notify, sizeof notify);
+}
+
+void ServerConnection::subscribe(const Notify& notify) {
+    const Notify request[2] = {{Subscribe, 0, 0}, notify};
+    sendAll(fd, request, sizeof request);
+}
+
+void ServerConnection::subscribeAll() {
+    postEvent({SubscribeAll, 0, 0});
+}
+
+void postEvent(Notify notify) {
+    if (gServerConnection == nullptr) {
+        THROW_ERROR("Trying to post event without server connection");
+    }
+    gServerConnection->postEvent(notify);
+}
+
+int readEvents(int fd, Notify* buffer, int maxCount) {
+    ssize_t bytes = ::read(fd, buffer, sizeof(Notify) * maxCount);
+    if (bytes < 0) {
+        THROW_ERROR("Read error");
+    }
+    return static_cast<int>(bytes / static_cast<ssize_t>(sizeof(Notify)));
+}
+
+const char* eventName(Notify notify) {
+    return notify.id < EVENT_ID_COUNT ? EVENT_NAME[notify.id] : EVENT_NAME[Invalid];
+}
+
+namespace gen {
+
+ServerConnection* getServerConnection() {
+    return gServerConnection;
+}
+
+void closeServerConnection() {
+    delete gServerConnection;
+    gServerConnection = nullptr;
+}
+
+} // namespace gen
