@@ -1,0 +1,158 @@
+#include "json.h"
+
+#include <stdexcept>
+
+template <> Json::State Json::nextChar<Json::Begin>(char c) {
+    if (c == '[') {
+        outerClose = ']';
+        outerIsArray = true;
+        return ValueStart;
+    }
+    if (c == '{') {
+        outerClose = '}';
+        return outerIsArray ? ValueStart : NameStart;
+    }
+    return Failed;
+}
+
+template <> Json::State Json::nextChar<Json::NameStart>(char c) {
+    if (isString(c)) {
+        nameQuote = c;
+    } else {
+        nameQuote = 0;
+        name += c;
+    }
+    return Name;
+}
+
+template <> Json::State Json::nextChar<Json::Name>(char c) {
+    if (c == ':')
+        return ValueStart;
+    if (isWhitespace(c) || c == nameQuote)
+        return NameEnd;
+    name += c;
+    return Name;
+}
+
+template <> Json::State Json::nextChar<Json::NameEnd>(char c) {
+    return c == ':' ? ValueStart : Failed;
+}
+
+template <> Json::State Json::nextChar<Json::ValueStart>(char c) {
+    if (char close = isObjectStart(c)) {
+        openChar = c;
+        closeChar = close;
+        depth = 1;
+        valueIsObject = true;
+        valueText += c;
+    } else if (isString(c)) {
+        openChar = 0;
+        closeChar = c;
+        depth = 1;
+    } else {
+        openChar = 0;
+        closeChar = 0;
+        valueText += c;
+    }
+    return Value;
+}
+
+// The separator after a value: a comma starts the next item, the top-level
+// closing bracket ends the document; anything else is Failed.
+Json::State Json::afterSeparator(char c) {
+    if (c == ',')
+        return outerIsArray ? ValueStart : NameStart;
+    if (c == outerClose)
+        return Finished;
+    return Failed;
+}
+
+template <> Json::State Json::nextChar<Json::Value>(char c) {
+    if (c == openChar)
+        ++depth;
+    if (c == closeChar) {
+        --depth;
+        if (depth == 0) {
+            if (valueIsObject)
+                valueText += c;
+            return ValueEnd;
+        }
+    }
+    if (closeChar == 0) {
+        if (isWhitespace(c))
+            return ValueEnd;
+        State next = afterSeparator(c);
+        if (next != Failed)
+            return next;
+    }
+    valueText += c;
+    return Value;
+}
+
+template <> Json::State Json::nextChar<Json::ValueEnd>(char c) {
+    return afterSeparator(c);
+}
+
+template <> Json::State Json::nextChar<Json::Finished>(char c) {
+    return isWhitespace(c) ? Finished : Failed;
+}
+
+template <> Json::State Json::nextChar<Json::Failed>(char) {
+    return Failed;
+}
+
+void Json::finishItem() {
+    items.emplace_back(std::move(name), ObjectValue{std::move(valueText), valueIsObject});
+    name.clear();
+    valueText.clear();
+    valueIsObject = false;
+    closeChar = 0;
+    nameQuote = 0;
+}
+
+bool Json::parse(const std::string& text) {
+    using Step = State (Json::*)(char);
+    static constexpr Step STEPS[] = {
+        &Json::nextChar<Begin>,    &Json::nextChar<NameStart>,  &Json::nextChar<Name>,
+        &Json::nextChar<NameEnd>,  &Json::nextChar<ValueStart>, &Json::nextChar<Value>,
+        &Json::nextChar<ValueEnd>, &Json::nextChar<Finished>,   &Json::nextChar<Failed>,
+    };
+
+    errorPosition = -1;
+    state = Begin;
+    name.clear();
+    nameQuote = 0;
+    valueText.clear();
+    valueIsObject = false;
+    openChar = 0;
+    closeChar = 0;
+    depth = 0;
+
+    for (std::string::size_type i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (state != Name && state != Value && isWhitespace(c))
+            continue;
+        const State previous = state;
+        state = (this->*STEPS[state])(c);
+        if (state == Failed) {
+            errorPosition = static_cast<int>(i);
+            return false;
+        }
+        if (previous == Value && state != Value)
+            finishItem();
+    }
+    return true;
+}
+
+const Json::ObjectValue* Json::find(const std::string& key) const {
+    for (const Item& item : items)
+        if (item.first == key)
+            return &item.second;
+    return nullptr;
+}
+
+const Json::ObjectValue& Json::operator[](const std::string& key) const {
+    if (const ObjectValue* found = find(key))
+        return *found;
+    throw std::runtime_error("Not found");
+}
