@@ -1,0 +1,67 @@
+#include "filetestsupport.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace filetest {
+
+namespace {
+constexpr char const* KERNEL_LOG = "/dev/kmsg";
+constexpr size_t PROGRAM_FIELD = 22;
+constexpr size_t LEVEL_TAG = 12;
+} // namespace
+
+ScratchFolder::ScratchFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "filetest-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("mkdtemp failed for " + pattern);
+    }
+    folder = pattern;
+}
+
+ScratchFolder::~ScratchFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
+}
+
+KernelLogMark::KernelLogMark() : start(std::filesystem::file_size(KERNEL_LOG)) {}
+
+std::vector<std::string> KernelLogMark::lines() const {
+    std::ifstream log(KERNEL_LOG, std::ios::binary);
+    log.seekg(static_cast<std::streamoff>(start));
+    std::vector<std::string> result;
+    for (std::string line; std::getline(log, line);) {
+        result.push_back(line);
+    }
+    return result;
+}
+
+bool KernelLogMark::logged(std::string const& level, std::string const& message) const {
+    std::string tag = level;
+    tag.resize(LEVEL_TAG, ' ');
+    for (std::string const& line : lines()) {
+        if (line.size() >= PROGRAM_FIELD + LEVEL_TAG + message.size() &&
+            line.compare(PROGRAM_FIELD, LEVEL_TAG, tag) == 0 &&
+            line.compare(line.size() - message.size(), message.size(), message) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void writeFile(std::filesystem::path const& path, std::string const& text) {
+    std::ofstream file(path, std::ios::binary);
+    file << text;
+    if (!file) {
+        throw std::runtime_error("cannot write " + path.string());
+    }
+}
+
+std::string readFile(std::filesystem::path const& path) {
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+} // namespace filetest

@@ -1,0 +1,45 @@
+// Helpers shared by the tests of the file services: a scratch folder that is
+// removed with everything in it, and the kernel-log lines written since a
+// mark.  The tests run in the device root, where /dev/kmsg is a plain file
+// that collects the lines the process writes.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace filetest {
+
+class ScratchFolder {
+public:
+    ScratchFolder();
+    ~ScratchFolder();
+    ScratchFolder(ScratchFolder const&) = delete;
+    ScratchFolder& operator=(ScratchFolder const&) = delete;
+
+    std::filesystem::path const& path() const { return folder; }
+
+private:
+    std::filesystem::path folder;
+};
+
+class KernelLogMark {
+public:
+    KernelLogMark();
+    // The lines written to the kernel log since construction.
+    std::vector<std::string> lines() const;
+    // True when a line written since construction has the level tag (for
+    // example "Warn") and ends with the message.
+    bool logged(std::string const& level, std::string const& message) const;
+
+private:
+    std::uintmax_t start;
+};
+
+// Creates a regular file holding `text`.
+void writeFile(std::filesystem::path const& path, std::string const& text = "x");
+// Reads a whole file.
+std::string readFile(std::filesystem::path const& path);
+
+} // namespace filetest
