@@ -1,0 +1,145 @@
+#include "broker.h"
+
+#include "log.h"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+bool wouldBlock(int error) {
+    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
+
+} // namespace
+
+Broker::Broker(EventPoll& poll)
+    : poll(poll), listenCallback([this](EventPoll::Callback::EventType) { accept(); }),
+      writeCallback([this](EventPoll::Callback::EventType) { flushWritable(); }),
+      scratch(READ_RECORDS + 1) {
+    poll.add(endpoint.fd(), &listenCallback, EPOLLIN);
+    poll.add(writeWatch.fd(), &writeCallback, EPOLLIN);
+}
+
+Broker::~Broker() {
+    for (auto& client : clients) {
+        if (client->open) {
+            closeClient(*client);
+        }
+    }
+    poll.remove(writeWatch.fd());
+    poll.remove(endpoint.fd());
+}
+
+void Broker::afterWakeUp() {
+    for (auto& client : clients) {
+        if (client->open && !client->watched && !client->output.empty()) {
+            flush(*client);
+        }
+    }
+    std::erase_if(clients, [](const std::unique_ptr<Client>& client) { return !client->open; });
+}
+
+void Broker::serve(Client& client, EventPoll::Callback::EventType type) {
+    if (!client.open) {
+        return;
+    }
+    if (type == EventPoll::Callback::Readable) {
+        receive(client);
+    } else if (type == EventPoll::Callback::Hangup) {
+        while (receive(client)) {
+        }
+        if (client.open) {
+            LOG(LogMost, "Client %i hung up", client.fd);
+            closeClient(client);
+        }
+    }
+}
+
+void Broker::accept() {
+    for (;;) {
+        int fd = ::accept4(endpoint.fd(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (fd < 0) {
+            if (!wouldBlock(errno) && errno != ECONNABORTED) {
+                LOG(Warn, "accept: %s", std::strerror(errno));
+            }
+            return;
+        }
+        clients.push_back(std::make_unique<Client>(*this, fd));
+        poll.add(fd, clients.back().get(), EPOLLIN);
+        LOG(LogMost, "Client %i connected", fd);
+    }
+}
+
+bool Broker::receive(Client& client) {
+    size_t records = 0;
+    ssize_t got = client.reader.readFrom(client.fd, scratch, records);
+    int readError = errno;
+    for (size_t i = 0; i < records && client.open; ++i) {
+        if (!client.subscriptions.apply(scratch[i])) {
+            route(scratch[i]);
+        }
+    }
+    if (!client.open) {
+        return false;
+    }
+    if (got == 0 || (got < 0 && !wouldBlock(readError))) {
+        LOG(LogMost, "Client %i disconnected%s", client.fd,
+            client.reader.partial() ? " in the middle of a record" : "");
+        closeClient(client);
+        return false;
+    }
+    return got > 0;
+}
+
+void Broker::route(const Notify& record) {
+    for (auto& client : clients) {
+        if (!client->open || !client->subscriptions.contains(record.id)) {
+            continue;
+        }
+        if (!client->output.append(record)) {
+            LOG(Warn, "Client %i does not read: %zu bytes waiting, closing it", client->fd,
+                client->output.pending());
+            closeClient(*client);
+        }
+    }
+}
+
+void Broker::flush(Client& client) {
+    ssize_t written = client.output.flush(client.fd);
+    if (written < 0 && !wouldBlock(errno)) {
+        LOG(LogMost, "Client %i: write failed: %s", client.fd, std::strerror(errno));
+        closeClient(client);
+        return;
+    }
+    bool backlog = !client.output.empty();
+    if (backlog && !client.watched) {
+        writeWatch.watch(client);
+    } else if (!backlog && client.watched) {
+        writeWatch.unwatch(client);
+    }
+    client.watched = backlog;
+}
+
+void Broker::flushWritable() {
+    Client* ready[WriteWatch::BATCH];
+    int count = writeWatch.ready(ready);
+    for (int i = 0; i < count; ++i) {
+        if (ready[i]->open) {
+            flush(*ready[i]);
+        }
+    }
+}
+
+void Broker::closeClient(Client& client) {
+    poll.remove(client.fd);
+    if (client.watched) {
+        writeWatch.unwatch(client);
+        client.watched = false;
+    }
+    ::close(client.fd);
+    client.open = false;
+}

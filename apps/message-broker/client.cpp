@@ -1,0 +1,7 @@
+#include "client.h"
+
+#include "broker.h"
+
+void Client::event(EventType type) {
+    broker.serve(*this, type);
+}

@@ -1,0 +1,31 @@
+// The records waiting to be written to one client.
+//
+// The broker never blocks on a client: what the client's socket does not take
+// at once waits here, up to LIMIT bytes.  A client whose backlog would pass
+// LIMIT is not reading and is closed by the broker.  1 MiB holds 87381
+// records, minutes of the device's ordinary traffic.
+#pragma once
+
+#include "notify.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <sys/types.h>
+#include <vector>
+
+class OutputBuffer {
+public:
+    static constexpr size_t LIMIT = 1024 * 1024;
+
+    // Queues one record; false (and nothing queued) when that would pass LIMIT.
+    bool append(const Notify& record);
+    // One write of everything queued; returns the write's result.  Written
+    // bytes leave the queue.
+    ssize_t flush(int fd);
+    size_t pending() const { return data.size() - head; }
+    bool empty() const { return pending() == 0; }
+
+private:
+    std::vector<uint8_t> data;
+    size_t head = 0; // first byte not yet written
+};
