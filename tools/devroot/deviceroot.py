@@ -1,0 +1,117 @@
+"""The folder that stands in for the device's paths, and the bubblewrap line
+that mounts it.
+
+A device root folder holds:
+  shm/           bound on /dev/shm (POSIX shared memory, named semaphores)
+  var/volatile/  var/ bound on /var
+  kmsg           bound on /dev/kmsg: a plain file (exec) or a FIFO (run)
+  kmsg.log       the lines drained from a FIFO kmsg
+  mmcblk1        bound on /dev/mmcblk1 (0x110000 bytes)
+  mem            bound on /dev/mem (sparse, 0x020CD000 bytes)
+  product.info   bound read-only on /product.info (absent with --no-product-info)
+
+Several sandboxes that bind the same folder share one device.  Programs run
+as root without capabilities, so file modes are enforced inside (a test can
+make a path unwritable with chmod).
+"""
+
+import os
+import shutil
+import stat
+
+MMC_SIZE = 0x110000
+MEM_SIZE = 0x020CD000
+DEFAULT_PRODUCT_INFO = "0.0.0-dev\nunknown\n"
+COPY_CHUNK = 1 << 16
+
+
+class RootError(Exception):
+    """A device root cannot be made or used; the text says why."""
+
+
+def _sparse_file(path, size):
+    with open(path, "wb") as image:
+        image.truncate(size)
+
+
+def _sparse_copy(source, target):
+    """Copies source to target, leaving runs of zero bytes as holes."""
+    zero = bytes(COPY_CHUNK)
+    with open(source, "rb") as src, open(target, "wb") as dst:
+        while True:
+            chunk = src.read(COPY_CHUNK)
+            if not chunk:
+                break
+            if chunk == zero[: len(chunk)]:
+                dst.seek(len(chunk), os.SEEK_CUR)
+            else:
+                dst.write(chunk)
+        dst.truncate(dst.tell())
+
+
+def _seed_image(path, source, size):
+    if source is None:
+        _sparse_file(path, size)
+    else:
+        _sparse_copy(source, path)
+
+
+def create(folder, kmsg_fifo, mmc=None, mem=None, product_info=None, no_product_info=False):
+    """Fills the empty folder with a fresh device."""
+    os.makedirs(os.path.join(folder, "shm"))
+    os.chmod(os.path.join(folder, "shm"), 0o1777)
+    os.makedirs(os.path.join(folder, "var", "volatile"))
+    kmsg = os.path.join(folder, "kmsg")
+    if kmsg_fifo:
+        os.mkfifo(kmsg, 0o622)
+    else:
+        open(kmsg, "wb").close()
+    _seed_image(os.path.join(folder, "mmcblk1"), mmc, MMC_SIZE)
+    _seed_image(os.path.join(folder, "mem"), mem, MEM_SIZE)
+    if not no_product_info:
+        target = os.path.join(folder, "product.info")
+        if product_info is None:
+            with open(target, "w") as info:
+                info.write(DEFAULT_PRODUCT_INFO)
+        else:
+            shutil.copyfile(product_info, target)
+
+
+def check_existing(folder):
+    """Refuses a folder that is not a device root."""
+    for name in ("shm", "var", "kmsg", "mmcblk1", "mem"):
+        if not os.path.exists(os.path.join(folder, name)):
+            raise RootError(f"{folder} is not a device root: {name} is missing")
+
+
+def kmsg_is_fifo(folder):
+    return stat.S_ISFIFO(os.stat(os.path.join(folder, "kmsg")).st_mode)
+
+
+def bwrap_command(folder, binds_ro, binds_rw, extra=()):
+    """The bubblewrap options that mount the device root over a fresh tmpfs.
+
+    Only /usr and /etc of the host are visible (read-only) besides the binds
+    asked for; /dev is a fresh minimal one with the device files laid over it.
+    """
+    def inside(name):
+        return os.path.join(folder, name)
+
+    command = [
+        "bwrap", "--tmpfs", "/", "--ro-bind", "/usr", "/usr",
+        "--symlink", "usr/bin", "/bin", "--symlink", "usr/lib", "/lib",
+        "--symlink", "usr/lib64", "/lib64", "--symlink", "usr/sbin", "/sbin",
+        "--ro-bind", "/etc", "/etc", "--dev", "/dev", "--proc", "/proc", "--tmpfs", "/tmp",
+        "--bind", inside("shm"), "/dev/shm", "--bind", inside("var"), "/var",
+        "--bind", inside("kmsg"), "/dev/kmsg", "--bind", inside("mmcblk1"), "/dev/mmcblk1",
+        "--bind", inside("mem"), "/dev/mem",
+    ]
+    if os.path.exists(inside("product.info")):
+        command += ["--ro-bind", inside("product.info"), "/product.info"]
+    for path in binds_ro:
+        command += ["--ro-bind", path, path]
+    for path in binds_rw:
+        command += ["--bind", path, path]
+    command += list(extra)
+    command += ["--unshare-pid", "--die-with-parent", "--cap-drop", "ALL"]
+    return command
