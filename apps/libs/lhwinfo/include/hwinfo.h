@@ -1,0 +1,74 @@
+// The unit's hardware identity and factory calibration: a checksummed record
+// 1 MiB into the eMMC device "/dev/mmcblk1" (a 64 KiB region) and the boot
+// status register, one 32-bit word at physical address 0x020CC068 reached
+// through "/dev/mem".
+//
+// Record layout (version 5, 348 bytes, integers unsigned 32-bit little-endian):
+// "version", "length", "checksum" (Private, outside the checksum), the texts
+// "serial", "board", "revision", "k" (30 bytes each), nine calibration
+// integers, and the text "knob_linearization" (180 bytes).  "checksum" is the
+// CRC-32/MPEG-2 of bytes 12 up to the stored "length".  Register: bit 31
+// "update_requested", bits 30 to 5 "unused" (Hidden), bit 4 "boot_failed",
+// bits 3 to 0 "boot_failed_counter".
+//
+// initialize() declares the fields and repairs the record: a stored length
+// shorter than the layout is extended (new bytes 0, checksum and version
+// refreshed, the old bytes taken over unverified); a wrong checksum resets the
+// record to its defaults.  A stored length larger than the 64 KiB region (an
+// erased device reads all ones) is treated as a wrong checksum: it is logged
+// ("Stored length %u is larger than the record region of %u bytes."), the
+// checksum is never computed over it, and the record is reset.  Texts are read
+// up to their terminator but never past their own field.
+//
+// write(key, text) is meant for the String fields; given an integer field's
+// key it converts the text as a number, as the assignment form does.
+#pragma once
+
+#include "persistentinfo.h"
+
+#include "log.h"
+
+#include <cstdio>
+#include <string>
+
+class HwInfo {
+public:
+    static constexpr unsigned int MMC_BLOCK_VERSION = 5;
+
+    // Opens and maps both devices; throws "open" or "mmap" errors.
+    HwInfo();
+
+    // Declares the fields and checks the record; call exactly once, first.
+    void initialize();
+
+    // Reads from the record, else from the register; false for an unknown key.
+    bool read(char const* key, unsigned int& value);
+    bool read(char const* key, std::string& value);
+
+    // Every successful write refreshes the record's checksum.
+    bool write(char const* key, unsigned int value);
+    bool write(char const* key, char const* text);
+    // "key=value", split at the first "="; false without "=" or for an unknown key.
+    bool write(std::string assignment);
+    // The checks of write(assignment) without writing anything: false where
+    // it would return false, the errors it would raise.
+    bool check(std::string const& assignment) const;
+    // Splits "key=value" at the first "="; false if there is no "=".
+    static bool splitAssignment(std::string const& assignment, std::string& key,
+                                std::string& value);
+
+    // Resets the record to its defaults; the register is kept.
+    void clear();
+    // Extends a record of oldLength bytes to the current layout.
+    void initNewMemory(unsigned int oldLength);
+    void updateChecksum();
+
+    // The record's fields and then the register's, as PersistentInfo prints them.
+    void printAll() const;
+    void printParameters(FILE* stream) const;
+
+private:
+    PersistentInfo bootRegister;
+    PersistentInfo mmcBlock;
+    gen::LogLevel* logLevel;
+};
