@@ -36,7 +36,10 @@ bool openKernelLog() {
     if (gKernelLogFd >= 0) {
         return true;
     }
-    gKernelLogFd = ::open(KERNEL_LOG_DEVICE, O_WRONLY | O_CLOEXEC);
+    // O_APPEND changes nothing on the device; where the log is a plain file
+    // (test roots) it keeps the lines of several processes from overwriting
+    // each other.
+    gKernelLogFd = ::open(KERNEL_LOG_DEVICE, O_WRONLY | O_APPEND | O_CLOEXEC);
     std::snprintf(gProgramField, sizeof gProgramField, "%20.20s  ", program_invocation_short_name);
     return gKernelLogFd >= 0;
 }
