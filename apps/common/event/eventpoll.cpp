@@ -57,7 +57,7 @@ void logPendingSignals() {
 
 } // namespace
 
-EventPoll::EventPoll() : epollFd(-1), timer(timer_t()) {
+EventPoll::EventPoll() : epollFd(-1), timer(timer_t()), hasTimer(false) {
     struct sigaction action {};
     action.sa_handler = signalHandler;
     sigfillset(&action.sa_mask);
@@ -76,7 +76,7 @@ EventPoll::EventPoll() : epollFd(-1), timer(timer_t()) {
 
 EventPoll::~EventPoll() {
     close();
-    if (timer != timer_t()) {
+    if (hasTimer) {
         timer_delete(timer);
     }
 }
@@ -106,13 +106,13 @@ void EventPoll::remove(int fd) {
 
 void EventPoll::setTimer(int milliseconds) {
     if (milliseconds == -1) {
-        if (timer != timer_t()) {
+        if (hasTimer) {
             timer_delete(timer);
-            timer = timer_t();
+            hasTimer = false;
         }
         return;
     }
-    if (timer == timer_t()) {
+    if (!hasTimer) {
         sigevent notification{};
         notification.sigev_notify = SIGEV_SIGNAL;
         notification.sigev_signo = SIGALRM;
@@ -120,6 +120,7 @@ void EventPoll::setTimer(int milliseconds) {
         if (timer_create(CLOCK_MONOTONIC, &notification, &timer) < 0) {
             THROW_ERROR_NUMBER("timer create");
         }
+        hasTimer = true;
     }
     itimerspec period{};
     period.it_value.tv_sec = milliseconds / 1000;

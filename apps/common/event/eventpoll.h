@@ -43,6 +43,9 @@ public:
 private:
     int epollFd;
     timer_t timer;
+    // Whether timer holds a timer: the kernel gives a process's first timer
+    // the id 0, so the handle's value cannot mark "no timer".
+    bool hasTimer;
 };
 
 namespace gen {
