@@ -3,7 +3,9 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 
 namespace filetest {
 
@@ -11,6 +13,18 @@ namespace {
 constexpr char const* KERNEL_LOG = "/dev/kmsg";
 constexpr size_t PROGRAM_FIELD = 22;
 constexpr size_t LEVEL_TAG = 12;
+
+// The message of a line with the given level tag, or nothing.
+std::optional<std::string_view> messageAt(std::string const& line, std::string const& level) {
+    std::string tag = level;
+    tag.resize(LEVEL_TAG, ' ');
+    if (line.size() < PROGRAM_FIELD + LEVEL_TAG ||
+        line.compare(PROGRAM_FIELD, LEVEL_TAG, tag) != 0) {
+        return std::nullopt;
+    }
+    return std::string_view(line).substr(PROGRAM_FIELD + LEVEL_TAG);
+}
+
 } // namespace
 
 ScratchFolder::ScratchFolder() {
@@ -39,12 +53,28 @@ std::vector<std::string> KernelLogMark::lines() const {
 }
 
 bool KernelLogMark::logged(std::string const& level, std::string const& message) const {
-    std::string tag = level;
-    tag.resize(LEVEL_TAG, ' ');
     for (std::string const& line : lines()) {
-        if (line.size() >= PROGRAM_FIELD + LEVEL_TAG + message.size() &&
-            line.compare(PROGRAM_FIELD, LEVEL_TAG, tag) == 0 &&
-            line.compare(line.size() - message.size(), message.size(), message) == 0) {
+        std::optional<std::string_view> text = messageAt(line, level);
+        if (text && text->ends_with(message)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool KernelLogMark::loggedWith(std::string const& level, std::string const& fragment) const {
+    for (std::string const& line : lines()) {
+        std::optional<std::string_view> text = messageAt(line, level);
+        if (text && text->find(fragment) != std::string_view::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool KernelLogMark::mentions(std::string const& fragment) const {
+    for (std::string const& line : lines()) {
+        if (line.find(fragment) != std::string::npos) {
             return true;
         }
     }

@@ -32,6 +32,11 @@ public:
     // True when a line written since construction has the level tag (for
     // example "Warn") and ends with the message.
     bool logged(std::string const& level, std::string const& message) const;
+    // True when a line written since construction has the level tag and
+    // contains `fragment` in its message.
+    bool loggedWith(std::string const& level, std::string const& fragment) const;
+    // True when any line written since construction contains `fragment`.
+    bool mentions(std::string const& fragment) const;
 
 private:
     std::uintmax_t start;
