@@ -1,6 +1,6 @@
 // While the kernel log cannot be opened, lines are lost silently and every
-// line tries the open again.  This program must not log before the test: the
-// child has to start without an open log descriptor.
+// line tries the open again; a process that opens it late appends.  This program must not log
+// before the test: the child has to start without an open log descriptor.
 #include "child.h"
 #include "kmsgcapture.h"
 #include "log.h"
@@ -41,8 +41,13 @@ TEST(LogReopen, EveryLineRetriesTheOpenUntilTheLogCanBeOpened) {
     chmod(KMSG, 0644);
     EXPECT_TRUE(result.exitedWith(0)) << result.status;
     EXPECT_EQ(result.err, "");
-    EXPECT_EQ(kmsg.lines(),
-              std::vector<std::string>{logLine(gen::Error, "reopen.cpp", 3, "written")});
+    // This process opens the log only now, after the child's line: its line
+    // goes after it, not over it.
+    logMessage(nullptr, gen::Warn, "reopen.cpp", 4, "appended");
+    EXPECT_EQ(kmsg.lines(), (std::vector<std::string>{
+                                logLine(gen::Error, "reopen.cpp", 3, "written"),
+                                logLine(gen::Warn, "reopen.cpp", 4, "appended"),
+                            }));
 }
 
 } // namespace
