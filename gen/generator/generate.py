@@ -10,7 +10,12 @@ entry and the reason and exits with status 1 without writing anything.
 import pathlib
 import sys
 
+import checks
 import emit_events
+import emit_json
+import emit_memories
+import emit_records
+import emit_tables
 import model as model_module
 
 
@@ -18,6 +23,14 @@ def outputs(model):
     return {
         "eventid.h": emit_events.header(model),
         "eventid.cpp": emit_events.source(model),
+        "records.h": emit_records.header(model),
+        "enums.h": emit_tables.enums_header(model),
+        "converters.h": emit_tables.converters_header(model),
+        "converters.cpp": emit_tables.converters_source(model),
+        "tables.cpp": emit_tables.tables_source(model),
+        "memories.h": emit_memories.header(model),
+        "memories.cpp": emit_memories.source(model),
+        "catalogue.json": emit_json.document(model),
     }
 
 
@@ -27,7 +40,8 @@ def main(argv):
         return 2
     try:
         model = model_module.load(argv[1])
-    except model_module.ModelError as error:
+        checks.run_all(model)
+    except (model_module.ModelError, checks.CheckError) as error:
         print(f"error: {error}", file=sys.stderr)
         return 1
     out_dir = pathlib.Path(argv[2])

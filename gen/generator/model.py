@@ -11,7 +11,8 @@ import tomllib
 PLAIN_TYPES = ("int", "float", "bool", "string", "buffer")
 # Base type codes as the catalogue stores them.
 BASE_CODES = {"int": 0, "float": 1, "bool": 2, "string": 3, "buffer": 3, "enum": 5, "struct": 6}
-FIXED_EVENT_COUNT = 6
+# Buffer sizes that the buffer reader is built for.
+BUFFER_SIZES = (1, 2, 4, 7, 64)
 
 
 class ModelError(Exception):
@@ -165,6 +166,8 @@ def _resolve(field, model_enums, model_structs):
             field.fail("a string or buffer needs a positive length")
     elif field.length is not None:
         field.fail("only strings and buffers have a length")
+    if field.kind == "buffer" and field.length not in BUFFER_SIZES:
+        field.fail(f"buffers have one of the lengths {BUFFER_SIZES}")
     if field.count is not None and (not isinstance(field.count, int) or field.count < 1):
         field.fail("an array needs a positive count")
     if field.kind in ("int", "float", "enum"):
@@ -322,6 +325,9 @@ def load(model_dir):
         foreign[foreign_id] = foreign_name
     model = Model(memories, enums, structs, events_doc.get("fixed", []), foreign, files)
     model.events_file = events_file
+    model.enums_file, model.structs_file, model.catalogue_file = enums_file, structs_file, catalogue_file
+    subscriptions_doc, model.subscriptions_file = read("subscriptions.toml")
+    model.subscriptions = subscriptions_doc.get("events", [])
     assign_events(model)
     return model
 

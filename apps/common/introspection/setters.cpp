@@ -1,0 +1,183 @@
+#include "setters.h"
+
+#include "catalogue.h"
+#include "log.h"
+
+#include <exception>
+
+namespace {
+
+const VariableDescriptor& descriptor(uint32_t memory, uint32_t variable) {
+    return MEMORY_ARRAY[memory].variables[variable];
+}
+
+// The address that the Notify selects, or null when its `indexed` is neither 0 nor 1.
+template <typename T>
+T* elementAddress(uint8_t* base, uint32_t memory, uint32_t variable, const Notify& notify) {
+    uint8_t* value = base + descriptor(memory, variable).offset;
+    if (notify.indexed == 0) {
+        return reinterpret_cast<T*>(value);
+    }
+    if (notify.indexed == 1) {
+        return reinterpret_cast<T*>(value) + notify.index;
+    }
+    return nullptr;
+}
+
+template <typename T> const T& element(const void* address, int index) {
+    return static_cast<const T*>(address)[index];
+}
+
+std::string cannotConvert(const char* text, const char* type) {
+    return std::string("Can't convert ") + text + " to " + type;
+}
+
+unsigned hexDigit(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    if (c == '\0') {
+        return 0;
+    }
+    THROW_ERROR("Not a valid hex digit: %c", c);
+}
+
+} // namespace
+
+std::string getIntIntrospection(const void* address, int index) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%d", element<int32_t>(address, index));
+    return text;
+}
+
+std::string getFloatIntrospection(const void* address, int index) {
+    return std::to_string(element<float>(address, index));
+}
+
+std::string getBoolIntrospection(const void* address, int index) {
+    return element<uint8_t>(address, index) != 0 ? "true" : "false";
+}
+
+std::string getStringIntrospection(const void* address, int) {
+    return static_cast<const char*>(address);
+}
+
+template <unsigned L> std::string getBufferIntrospection(const void* address, int) {
+    static const char DIGITS[] = "0123456789abcdef";
+    const uint8_t* bytes = static_cast<const uint8_t*>(address);
+    std::string text(2 * L, '0');
+    for (unsigned i = 0; i < L; ++i) {
+        text[2 * i] = DIGITS[bytes[i] >> 4];
+        text[2 * i + 1] = DIGITS[bytes[i] & 0x0f];
+    }
+    return text;
+}
+
+std::string setIntIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
+                                const char* text) {
+    int32_t* target = elementAddress<int32_t>(base, memory, variable, notify);
+    if (target == nullptr) {
+        return "";
+    }
+    int value;
+    try {
+        value = std::stoi(text, nullptr, 0);
+    } catch (const std::exception&) {
+        return cannotConvert(text, "int");
+    }
+    setVariable<int32_t>(*target, notify, value);
+    return "";
+}
+
+std::string setFloatIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
+                                  const char* text) {
+    float* target = elementAddress<float>(base, memory, variable, notify);
+    if (target == nullptr) {
+        return "";
+    }
+    float value;
+    try {
+        value = std::stof(text);
+    } catch (const std::exception&) {
+        return cannotConvert(text, "float");
+    }
+    setVariable<float>(*target, notify, value);
+    return "";
+}
+
+std::string setBoolIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
+                                 const char* text) {
+    uint8_t* target = elementAddress<uint8_t>(base, memory, variable, notify);
+    if (target == nullptr) {
+        return "";
+    }
+    uint8_t value;
+    if (std::strcmp(text, "true") == 0) {
+        value = 1;
+    } else if (std::strcmp(text, "false") == 0) {
+        value = 0;
+    } else {
+        return "Value has to be 'true' or 'false'";
+    }
+    if (*target != value) {
+        *target = value;
+        postEvent(notify);
+    }
+    return "";
+}
+
+std::string setStringIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
+                                   const char* text) {
+    const VariableDescriptor& entry = descriptor(memory, variable);
+    int capacity;
+    try {
+        capacity = std::stoi(entry.arrayLength, nullptr, 10);
+    } catch (const std::exception&) {
+        return cannotConvert(text, "string");
+    }
+    char* target = reinterpret_cast<char*>(base + entry.offset);
+    target[0] = '\0';
+    std::strncat(target, text, capacity - 1);
+    postEvent(notify);
+    return "";
+}
+
+template <unsigned L>
+std::string setBufferIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
+                                   const char* text) {
+    uint8_t* target = base + descriptor(memory, variable).offset;
+    bool ended = false;
+    auto next = [&](unsigned position) {
+        ended = ended || text[position] == '\0';
+        return ended ? 0u : hexDigit(text[position]);
+    };
+    try {
+        for (unsigned i = 0; i < L; ++i) {
+            const unsigned high = next(2 * i);
+            target[i] = static_cast<uint8_t>(16 * high + next(2 * i + 1));
+        }
+    } catch (const std::exception&) {
+        return cannotConvert(text, "buffer");
+    }
+    postEvent(notify);
+    return "";
+}
+
+std::string setReadOnlyIntrospection(uint8_t*, uint32_t memory, uint32_t variable, Notify,
+                                     const char*) {
+    return std::string(descriptor(memory, variable).name) + " is read-only";
+}
+
+template std::string getBufferIntrospection<1>(const void*, int);
+template std::string getBufferIntrospection<2>(const void*, int);
+template std::string getBufferIntrospection<4>(const void*, int);
+template std::string getBufferIntrospection<7>(const void*, int);
+template std::string getBufferIntrospection<64>(const void*, int);
+template std::string setBufferIntrospection<2>(uint8_t*, uint32_t, uint32_t, Notify, const char*);
+template std::string setBufferIntrospection<64>(uint8_t*, uint32_t, uint32_t, Notify, const char*);
