@@ -230,12 +230,20 @@ def check_persistent_structs_flat(model):
                     f"{variable.name}: member {member.name} of {variable.type} must be a plain value")
 
 
+def check_struct_text_is_json(model):
+    """The struct getter closes an array member with "]," and so relies on a member after it."""
+    fact = "struct text readable as JSON"
+    for struct in model.structs:
+        _expect(not struct.members[-1].is_array, fact, struct.file,
+                f"{struct.name}: the last member must not be an array")
+
+
 ALL_CHECKS = [
     check_memory_table, check_variable_total, check_persistent_names,
     check_persistent_telling_rows, check_named_variables, check_user_setups,
     check_app_log_levels, check_struct_examples, check_enum_table, check_struct_list,
     check_events, check_subscriptions, check_defaults_valid, check_defaults_in_range,
-    check_start_values, check_persistent_structs_flat,
+    check_start_values, check_persistent_structs_flat, check_struct_text_is_json,
 ]
 
 

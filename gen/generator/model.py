@@ -306,6 +306,7 @@ def load(model_dir):
         if not isinstance(size, int) or size < 1:
             raise ModelError(file, "size", "needs a positive record size")
         variables = [Field(v, file, "variable") for v in doc.get("variables", [])]
+        _require_unique(variables, file, "variable")
         for variable in variables:
             _resolve(variable, enum_map, struct_map)
         memory = Memory(index, name, size, variables, doc.get("reserved", []), file)

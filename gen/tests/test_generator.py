@@ -1,0 +1,137 @@
+"""The generator refuses broken models, naming the file, the entry and the reason or the broken
+binding fact, and writes nothing then."""
+
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+GEN_ROOT = pathlib.Path(os.environ.get("GEN_ROOT", pathlib.Path(__file__).resolve().parents[1]))
+GENERATOR = GEN_ROOT / "generator" / "generate.py"
+PERSISTENT = "memories/00-MemPersistent.toml"
+
+
+class GeneratorTest(unittest.TestCase):
+    def setUp(self):
+        self.work = pathlib.Path(tempfile.mkdtemp())
+        self.model = self.work / "model"
+        shutil.copytree(GEN_ROOT / "model", self.model)
+        self.out = self.work / "out"
+
+    def tearDown(self):
+        shutil.rmtree(self.work)
+
+    def edit(self, relative, old, new, count=1):
+        path = self.model / relative
+        text = path.read_text()
+        self.assertIn(old, text, f"{old!r} not in {relative}")
+        path.write_text(text.replace(old, new, count))
+
+    def run_generator(self):
+        return subprocess.run([sys.executable, "-B", str(GENERATOR), str(self.model), str(self.out)],
+                              capture_output=True, text=True)
+
+    def assert_refused(self, *fragments):
+        result = self.run_generator()
+        self.assertEqual(result.returncode, 1, result.stderr)
+        for fragment in fragments:
+            self.assertIn(fragment, result.stderr)
+        self.assertFalse(self.out.exists() and any(self.out.iterdir()), "nothing is written")
+
+    def test_the_model_generates(self):
+        result = self.run_generator()
+        self.assertEqual(result.returncode, 0, result.stderr)
+        for name in ("eventid.h", "records.h", "tables.cpp", "memories.cpp", "catalogue.json"):
+            self.assertTrue((self.out / name).exists(), name)
+
+    def test_a_changed_record_size(self):
+        self.edit(PERSISTENT, "size = 1136", "size = 1140")
+        self.edit(PERSISTENT, "reserved = [", "reserved = [\n    { offset = 1136, length = 4, note = \"grown\" },")
+        self.assert_refused("binding fact \"memory table\"", "MemPersistent must be 1136 bytes long")
+
+    def test_a_missing_variable(self):
+        self.edit("memories/18-MemDebug.toml", "variables = [", "reserved = [{ offset = 0, length = 360, note = \"x\" }]\nvariables = [")
+        path = self.model / "memories/18-MemDebug.toml"
+        text = path.read_text()
+        event = re.search(r"name = \"DebugIntList\".*event = (\d+)", text).group(1)
+        path.write_text(re.sub(r"    \{ name = \"DebugIntList\".*\},\n", "", text))
+        self.edit("events.toml", "foreign = [",
+                  f"foreign = [\n    {{ id = {event}, name = \"VarDebugIntListChanged\" }},")
+        self.assert_refused("binding fact \"memory table\"", "MemDebug must hold 1 variables")
+
+    def test_persistent_names_out_of_order(self):
+        self.edit(PERSISTENT, "name = \"AUXTorque\"", "name = \"ZZTorque\"")
+        self.assert_refused("binding fact \"persistent variable names\"",
+                            "variable 0 must be \"AUXTorque\"")
+
+    def test_a_telling_row_moved(self):
+        self.edit(PERSISTENT, "offset = 644, event = 269", "offset = 644, event = 928")
+        self.edit("events.toml", "{ id = 928, name = \"VarUserSetupExportChanged\" }",
+                  "{ id = 269, name = \"VarUserSetupExportChanged\" }")
+        self.assert_refused("binding fact \"telling rows of MemPersistent\"",
+                            "BluetoothPower must have event 269")
+
+    def test_a_default_out_of_range(self):
+        self.edit(PERSISTENT, "min = \"1\", max = \"4\", default = 2, event = 173",
+                  "min = \"1\", max = \"4\", default = 5, event = 173")
+        self.assert_refused("binding fact \"defaults within range\"", "AUXTorque")
+
+    def test_a_float_with_only_a_maximum_rejects_a_zero_default(self):
+        self.edit("memories/02-MemDistanceMeasure.toml", "max = \"25\", default = 12.5",
+                  "max = \"25\", default = 0")
+        self.assert_refused("binding fact \"defaults within range\"", "CdmMaxRange",
+                            "\"0.000000\"")
+
+    def test_a_wrong_enum_count(self):
+        self.edit("enums.toml", "entries = [\n    \"Default\", \"Filter\", \"Distance\",",
+                  "entries = [\n    \"Default\", \"Filter\", \"Distance\", \"Extra\",")
+        self.assert_refused("binding fact \"enum table\"", "CinefadeDisplayMode with 3 entries")
+
+    def test_a_moved_struct_member(self):
+        self.edit("structs.toml", "name = \"TableEntryFlags\", type = \"int\"",
+                  "name = \"TableEntryFlags\", type = \"bool\"")
+        self.assert_refused("binding fact \"example struct members\"",
+                            "ScaleValues.TableEntryFlags must be of type int")
+
+    def test_a_missing_subscription_event(self):
+        self.edit("subscriptions.toml", "\"VarCtmDampFactorChanged\"", "\"VarCtmDampingChanged\"")
+        self.assert_refused("binding fact \"subscription list\"", "no event \"VarCtmDampingChanged\"")
+
+    def test_the_service_log_level_moved(self):
+        path = self.model / "memories/19-MemApp.toml"
+        text = path.read_text()
+        text = text.replace("AppSettingsManagerLogLevel", "AppSwapLogLevel")
+        text = text.replace("AppMessageBrokerLogLevel", "AppSettingsManagerLogLevel")
+        path.write_text(text.replace("AppSwapLogLevel", "AppMessageBrokerLogLevel"))
+        self.assert_refused("binding fact \"log levels of MemApp\"",
+                            "AppSettingsManagerLogLevel must lie at offset 20")
+
+    def test_an_array_as_last_struct_member(self):
+        self.edit("structs.toml", "{ name = \"TraceText\", type = \"string\", length = 48 }",
+                  "{ name = \"TraceText\", type = \"string\", length = 4, count = 12 }")
+        self.assert_refused("binding fact \"struct text readable as JSON\"", "TraceInfoStruct")
+
+    def test_a_duplicate_name(self):
+        self.edit(PERSISTENT, "name = \"BluetoothPower\"", "name = \"AUXTorque\"")
+        self.assert_refused(PERSISTENT, "variable \"AUXTorque\"", "duplicate")
+
+    def test_an_event_out_of_range(self):
+        self.edit(PERSISTENT, "offset = 644, event = 269", "offset = 644, event = 3")
+        self.assert_refused(PERSISTENT, "variable \"BluetoothPower\"", "event 3 is out of range")
+
+    def test_an_overlapping_offset(self):
+        self.edit(PERSISTENT, "offset = 644, event = 269", "offset = 643, event = 269")
+        self.assert_refused(PERSISTENT, "overlaps")
+
+    def test_a_record_that_does_not_fit(self):
+        self.edit("memories/10-MemBluetooth.toml", "type = \"buffer\", length = 2, offset = 518",
+                  "type = \"buffer\", length = 4, offset = 518")
+        self.assert_refused("10-MemBluetooth.toml", "BluetoothPairingCode", "past the record size 520")
+
+
+if __name__ == "__main__":
+    unittest.main()
