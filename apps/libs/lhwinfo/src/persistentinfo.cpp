@@ -13,6 +13,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+// Device sizes beyond 2 GiB (an eMMC) must be comparable on 32-bit ARM too.
+static_assert(sizeof(off_t) == 8, "build with _FILE_OFFSET_BITS=64");
+
 namespace {
 
 // The first bytes of a block hold the record's version, length and checksum
