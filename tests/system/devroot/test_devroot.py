@@ -249,12 +249,27 @@ class ExecTest(DevrootTest):
         self.assertEqual(result.returncode, 0)
 
     def test_the_temporary_root_is_removed(self):
-        before = set(os.listdir(tempfile.gettempdir()))
-        result = self.devroot("exec", command=["/bin/true"])
-        self.assertEqual(result.returncode, 0)
-        created = [name for name in set(os.listdir(tempfile.gettempdir())) - before
-                   if name.startswith("devroot-") and not name.startswith("devroot-test-")]
-        self.assertEqual(created, [])
+        temp = self.path("temp")
+        os.mkdir(temp)
+        result = self.devroot("exec", command=["/bin/sh", "-c", "test -f /dev/kmsg"],
+                              env={"TMPDIR": temp})
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(os.listdir(temp), [])
+
+    def test_the_temporary_root_is_removed_when_the_runner_is_killed(self):
+        temp = self.path("temp")
+        os.mkdir(temp)
+        argv = [ARGS.devroot, "exec", "--", "/bin/sh", "-c", "echo started; sleep 30"]
+        runner = subprocess.Popen(argv, stdout=subprocess.PIPE, text=True,
+                                  env=dict(os.environ, TMPDIR=temp))
+        self.assertEqual(runner.stdout.readline(), "started\n")
+        self.assertEqual(len(os.listdir(temp)), 1)
+        runner.kill()
+        runner.wait()
+        deadline = time.monotonic() + 10
+        while os.listdir(temp) and time.monotonic() < deadline:
+            time.sleep(0.05)
+        self.assertEqual(os.listdir(temp), [])
 
     def test_an_arm_or_native_test_program_runs_inside(self):
         result = self.devroot("exec", command=self.native(ARGS.service),
