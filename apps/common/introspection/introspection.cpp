@@ -1,0 +1,213 @@
+#include "introspection.h"
+
+#include "introspection_enum.h"
+#include "log.h"
+#include "setjson.h"
+
+#include <array>
+#include <cfloat>
+#include <climits>
+#include <exception>
+#include <string>
+#include <utility>
+
+namespace Introspection {
+
+namespace {
+
+// The base type code without a name; the string rules apply to its range.
+constexpr uint32_t BASE_UNNAMED = 4;
+
+// (memory index, variable index) of every event id.
+std::array<std::pair<uint32_t, uint32_t>, EVENT_ID_COUNT> eventMap{};
+bool eventMapBuilt = false;
+
+void checkMemory(uint32_t memory) {
+    if (memory >= MEMORY_ARRAY_SIZE) {
+        THROW_ERROR("Index exceeds limit");
+    }
+}
+
+VariableDescriptor& descriptor(uint32_t memory, uint32_t variable) {
+    checkMemory(memory);
+    if (variable >= MEMORY_ARRAY[memory].variableCount) {
+        THROW_ERROR("Index exceeds limit");
+    }
+    return MEMORY_ARRAY[memory].variables[variable];
+}
+
+} // namespace
+
+uint32_t getMemCount() {
+    return MEMORY_ARRAY_SIZE;
+}
+
+const char* getMemName(uint32_t memory) {
+    checkMemory(memory);
+    return MEMORY_ARRAY[memory].name;
+}
+
+uint32_t getMemIndex(const std::string& name) {
+    for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
+        if (name == MEMORY_ARRAY[memory].name) {
+            return memory;
+        }
+    }
+    THROW_ERROR("Unknown memory \"%s\"", name.c_str());
+}
+
+uint32_t getVarCount(uint32_t memory) {
+    checkMemory(memory);
+    return MEMORY_ARRAY[memory].variableCount;
+}
+
+const char* getVarName(uint32_t memory, uint32_t variable) {
+    return descriptor(memory, variable).name;
+}
+
+const char* getVarType(uint32_t memory, uint32_t variable) {
+    return descriptor(memory, variable).typeName;
+}
+
+uint32_t getVarBaseType(uint32_t memory, uint32_t variable) {
+    return descriptor(memory, variable).baseType;
+}
+
+uint32_t getVarBaseTypeName(uint32_t memory, uint32_t variable) {
+    return descriptor(memory, variable).baseType;
+}
+
+const char* getVarArrayLen(uint32_t memory, uint32_t variable) {
+    return descriptor(memory, variable).arrayLength;
+}
+
+Notify getVarEvent(uint32_t memory, uint32_t variable) {
+    return descriptor(memory, variable).event;
+}
+
+bool isArray(uint32_t memory, uint32_t variable) {
+    const VariableDescriptor& entry = descriptor(memory, variable);
+    if (entry.isArray == 0) {
+        return false;
+    }
+    return std::stoi(entry.arrayLength, nullptr, 0) >= 0;
+}
+
+void genEventToVar() {
+    for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
+        for (uint32_t variable = 0; variable < MEMORY_ARRAY[memory].variableCount; ++variable) {
+            eventMap[MEMORY_ARRAY[memory].variables[variable].event.id] = {memory, variable};
+        }
+    }
+    eventMapBuilt = true;
+}
+
+void getVarLocation(const Notify& notify, uint32_t& memory, uint32_t& variable) {
+    if (!eventMapBuilt) {
+        genEventToVar();
+    }
+    if (notify.id >= eventMap.size()) {
+        memory = 0;
+        variable = 0;
+        return;
+    }
+    memory = eventMap[notify.id].first;
+    variable = eventMap[notify.id].second;
+}
+
+std::string getVarValue(uint32_t memory, uint32_t variable, int index) {
+    const VariableDescriptor& entry = descriptor(memory, variable);
+    if (entry.memoryBase == nullptr) {
+        return "n/a";
+    }
+    return entry.getter(entry.memoryBase + entry.offset, index);
+}
+
+std::string setVarValue(uint32_t memory, uint32_t variable, const char* value) {
+    const VariableDescriptor& entry = descriptor(memory, variable);
+    if (entry.memoryBase == nullptr) {
+        return "n/a";
+    }
+    return entry.setter(entry.memoryBase, memory, variable, entry.event, value);
+}
+
+std::string setVarValueJson(uint32_t memory, uint32_t variable,
+                            const std::vector<Json::Item>& members, int index) {
+    VariableDescriptor& entry = descriptor(memory, variable);
+    if (entry.memoryBase == nullptr) {
+        return "n/a";
+    }
+    entry.event.index = static_cast<uint32_t>(index);
+    return setJson(entry.memoryBase, memory, variable, entry.event, members);
+}
+
+std::string getVarMin(uint32_t memory, uint32_t variable) {
+    const VariableDescriptor& entry = descriptor(memory, variable);
+    switch (entry.baseType) {
+    case BaseInt:
+        return entry.min ? entry.min : "-2147483648";
+    case BaseFloat:
+        return entry.min ? entry.min : "-1e38";
+    default:
+        return "0";
+    }
+}
+
+std::string getVarMax(uint32_t memory, uint32_t variable) {
+    const VariableDescriptor& entry = descriptor(memory, variable);
+    switch (entry.baseType) {
+    case BaseInt:
+        return entry.max ? entry.max : "2147483647";
+    case BaseFloat:
+        return entry.max ? entry.max : "1e38";
+    case BaseBool:
+        return "1";
+    case BaseString:
+    case BASE_UNNAMED:
+        return entry.max ? entry.max : "0";
+    case BaseEnum:
+        return std::to_string(
+            IntrospectionEnum::getEnumEntryCount(IntrospectionEnum::getEnumIndex(entry.typeName)) -
+            1);
+    default:
+        return "0";
+    }
+}
+
+bool checkMinMax(uint32_t memory, uint32_t variable, const std::string& value, std::string& error) {
+    const VariableDescriptor& entry = descriptor(memory, variable);
+    try {
+        switch (entry.baseType) {
+        case BaseInt: {
+            if (entry.min == nullptr && entry.max == nullptr) {
+                return true;
+            }
+            const int maximum = entry.max ? std::stoi(entry.max) : INT_MAX;
+            const int minimum = entry.min ? std::stoi(entry.min) : INT_MIN;
+            const int number = std::stoi(value);
+            return minimum <= number && number <= maximum;
+        }
+        case BaseFloat: {
+            if (entry.min == nullptr && entry.max == nullptr) {
+                return true;
+            }
+            const float maximum = entry.max ? std::stof(entry.max) : FLT_MAX;
+            const float minimum = entry.min ? std::stof(entry.min) : FLT_MIN;
+            const float number = std::stof(value);
+            return minimum <= number && number <= maximum;
+        }
+        case BaseBool:
+        case BaseString:
+        case BaseEnum:
+        case BaseStruct:
+            return true;
+        default:
+            return false;
+        }
+    } catch (const std::exception&) {
+        error = "Can't convert \"" + value + "\"\n";
+        return false;
+    }
+}
+
+} // namespace Introspection

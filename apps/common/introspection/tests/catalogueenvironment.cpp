@@ -1,0 +1,33 @@
+#include "catalogueenvironment.h"
+
+#include "memories.h"
+#include "serverconnection.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+BrokerPeer* peer = nullptr;
+
+class CatalogueEnvironment : public testing::Environment {
+public:
+    void SetUp() override {
+        peer = new BrokerPeer;
+        gen::init();
+        peer->received();
+    }
+    void TearDown() override {
+        gen::closeServerConnection();
+        delete peer;
+        peer = nullptr;
+    }
+};
+
+[[maybe_unused]] testing::Environment* const environment =
+    testing::AddGlobalTestEnvironment(new CatalogueEnvironment);
+
+} // namespace
+
+BrokerPeer& brokerPeer() {
+    return *peer;
+}
