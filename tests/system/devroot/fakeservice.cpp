@@ -28,8 +28,8 @@ std::string setting(const char* name, const char* fallback) {
 void writeLines(int writer, int lines) {
     std::string filler(400, static_cast<char>('a' + writer % 26));
     for (int line = 0; line < lines; ++line) {
-        logMessage(nullptr, gen::LogLight, __FILE__, __LINE__, "writer %d line %d %s", writer,
-                   line, filler.c_str());
+        logMessage(nullptr, gen::LogLight, __FILE__, __LINE__, "writer %d line %d %s", writer, line,
+                   filler.c_str());
     }
 }
 
