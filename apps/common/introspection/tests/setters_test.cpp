@@ -158,7 +158,7 @@ TEST_F(Setters, BufferOfTwoBytesFromHexDigitsOfEitherCase) {
 
 TEST_F(Setters, BufferTextEndsAtItsTerminator) {
     EXPECT_EQ(set("MruLensFileList", "0102"), "");
-    EXPECT_EQ(get("MruLensFileList"), "0102" + std::string(120, '0'));
+    EXPECT_EQ(get("MruLensFileList"), "0102" + std::string(124, '0'));
 }
 
 TEST_F(Setters, BadHexDigitKeepsTheBytesWrittenAndPostsNothing) {
