@@ -9,8 +9,8 @@
 
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
@@ -25,14 +25,12 @@ namespace {
 // The memories' objects in /dev/shm (semaphores, named "sem.*", are left out).
 std::set<std::string> sharedObjects() {
     std::set<std::string> names;
-    DIR* folder = opendir("/dev/shm");
-    while (dirent* entry = readdir(folder)) {
-        std::string name = entry->d_name;
-        if (name != "." && name != ".." && name.rfind("sem.", 0) != 0) {
+    for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
+        std::string name = entry.path().filename();
+        if (name.rfind("sem.", 0) != 0) {
             names.insert(name);
         }
     }
-    closedir(folder);
     return names;
 }
 
