@@ -247,7 +247,9 @@ TEST_F(ServerConnectionTest, WaitsWhileAnotherClientHoldsTheSemaphore) {
     ASSERT_GE(child, 0);
     if (child == 0) {
         try {
-            ServerConnection connection(gen::getEventPoll());
+            // A poll of its own: the process's epoll instance is shared with the parent.
+            EventPoll ownPoll;
+            ServerConnection connection(ownPoll);
             _exit(0);
         } catch (const std::exception& e) {
             std::fprintf(stderr, "%s\n", e.what());

@@ -1,0 +1,137 @@
+// Clients that misbehave never crash the broker or disturb the others.
+#include "brokerprocess.h"
+#include "rawclient.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <memory>
+#include <random>
+
+namespace brokertest {
+namespace {
+
+constexpr uint32_t FOCUS = VarFocusTorqueChanged;
+constexpr uint32_t SENTINEL = TEST_ID_BASE + 2;
+
+class BrokerBadInput : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(broker.running());
+        watcher.subscribe(FOCUS);
+        watcher.subscribe(SENTINEL);
+        watcher.sync();
+    }
+    void TearDown() override { EXPECT_EQ(broker.stop(SIGTERM), 0); }
+
+    // The broker still forwards, and the watcher got nothing but `expected`
+    // (ids of FOCUS records) before the sentinel.
+    void expectUndisturbed(std::vector<uint32_t> expected = {}) {
+        EXPECT_TRUE(broker.running());
+        RawClient publisher;
+        publisher.send({{EventId(FOCUS), 0, 0xABCD}, {EventId(SENTINEL), 0, 0}});
+        auto received = watcher.receiveUntil(SENTINEL);
+        std::vector<uint32_t> indexes;
+        for (const auto& record : received) {
+            EXPECT_EQ(record.id, FOCUS);
+            indexes.push_back(record.index);
+        }
+        expected.push_back(0xABCD);
+        EXPECT_EQ(indexes, expected);
+    }
+
+    BrokerProcess broker;
+    RawClient watcher;
+};
+
+TEST_F(BrokerBadInput, UnknownIdsAreForwardedOnlyToWhoeverAskedForThem) {
+    RawClient all;
+    all.subscribeAll();
+    all.sync();
+    RawClient sender;
+    sender.send({{EventId(0xFFFFFFFFu), 0xFFFFFFFFu, 0xFFFFFFFFu},
+                 {EventId(1061), 7, 7},
+                 {EventId(0), 0, 0}});
+    auto received = all.receive(3);
+    ASSERT_EQ(received.size(), 3u);
+    EXPECT_EQ(received[0].id, 0xFFFFFFFFu);
+    EXPECT_EQ(received[0].index, 0xFFFFFFFFu);
+    EXPECT_EQ(received[1].id, 1061u);
+    expectUndisturbed();
+}
+
+TEST_F(BrokerBadInput, ASubscribeCommandAsTheLastBytesIsDropped) {
+    {
+        RawClient client;
+        client.send({{Subscribe, 0, 0}});
+        client.waitUntilTaken();
+    }
+    {
+        RawClient client;
+        client.send({{Unsubscribe, 0, 0}});
+    }
+    expectUndisturbed();
+}
+
+TEST_F(BrokerBadInput, AConnectionClosedInTheMiddleOfARecordForwardsNothingOfIt) {
+    RawClient client;
+    const Notify records[2] = {{EventId(FOCUS), 0, 1}, {EventId(FOCUS), 0, 2}};
+    client.sendBytes(records, 12 + 5);
+    client.close();
+    expectUndisturbed({1});
+}
+
+TEST_F(BrokerBadInput, RecordsSentJustBeforeHangingUpAreDelivered) {
+    for (uint32_t i = 0; i < 20; ++i) {
+        RawClient client;
+        client.send({{EventId(FOCUS), 0, i}});
+    }
+    std::vector<uint32_t> expected;
+    for (uint32_t i = 0; i < 20; ++i) {
+        expected.push_back(i);
+    }
+    // Each client's record arrives; their order across clients is not fixed.
+    auto received = watcher.receive(20);
+    std::vector<uint32_t> indexes;
+    for (const auto& record : received) {
+        indexes.push_back(record.index);
+    }
+    std::sort(indexes.begin(), indexes.end());
+    EXPECT_EQ(indexes, expected);
+}
+
+TEST_F(BrokerBadInput, RandomBytesNeverStopTheBroker) {
+    std::mt19937 random(20240611);
+    for (int round = 0; round < 10; ++round) {
+        RawClient client;
+        std::vector<uint8_t> garbage(65536 + round * 7);
+        for (auto& byte : garbage) {
+            byte = static_cast<uint8_t>(random());
+        }
+        // No record of the garbage may carry FOCUS or the sentinel.
+        for (size_t offset = 0; offset + 4 <= garbage.size(); offset += 4) {
+            uint32_t word;
+            std::memcpy(&word, &garbage[offset], 4);
+            if (word == FOCUS || word == SENTINEL) {
+                garbage[offset] ^= 0x80;
+            }
+        }
+        client.sendBytes(garbage.data(), garbage.size());
+    }
+    expectUndisturbed();
+}
+
+TEST_F(BrokerBadInput, ManyClientsComingAndGoing) {
+    for (int i = 0; i < 200; ++i) {
+        RawClient client;
+        if (i % 2 == 0) {
+            client.subscribeAll();
+        }
+    }
+    expectUndisturbed();
+}
+
+} // namespace
+} // namespace brokertest

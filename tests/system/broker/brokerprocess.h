@@ -1,0 +1,43 @@
+// Starts the message-broker program as a child of the test (through the
+// emulator for ARM builds) and stops it with a signal.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+
+namespace brokertest {
+
+class BrokerProcess {
+public:
+    // Starts the broker and waits (up to 20 s) until it has logged that it
+    // listens (which it does once its readiness semaphore exists) or it has
+    // ended.  A stale socket or semaphore left in place does not count.
+    BrokerProcess();
+    // Sends SIGKILL if it is still running.
+    ~BrokerProcess();
+    BrokerProcess(const BrokerProcess&) = delete;
+    BrokerProcess& operator=(const BrokerProcess&) = delete;
+
+    bool running();
+    // Sends `signal` and waits (up to 20 s) for the end; returns the status as
+    // waitpid reports it, or -1 when it did not end.
+    int stop(int signal);
+    // Waits (up to 20 s) for the end without sending anything.
+    int wait();
+    // What the broker wrote to its standard error.
+    std::string errorOutput();
+
+private:
+    pid_t pid;
+    int errorPipe;
+    int status = -1;
+};
+
+// True when a path is a UNIX-domain socket.
+bool isSocket(const char* path);
+// True when the named semaphore exists (a file in /dev/shm).
+bool semaphoreExists(const char* name);
+// The named semaphore's value, -1 when it cannot be opened.
+int semaphoreValue(const char* name);
+
+} // namespace brokertest
