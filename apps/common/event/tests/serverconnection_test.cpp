@@ -3,6 +3,7 @@
 // wire and the system calls (recorded by syscallspy) can be checked exactly.
 #include "serverconnection.h"
 
+#include "fakebroker.h"
 #include "kmsgcapture.h"
 #include "logline.h"
 #include "syscallspy.h"
@@ -55,69 +56,6 @@ testing::AssertionResult loggedExactly(const testsupport::KmsgCapture& log,
     }
     return testing::AssertionSuccess();
 }
-
-// The broker's side: the listening socket and the readiness semaphore.
-class FakeBroker {
-public:
-    explicit FakeBroker(unsigned semaphoreCount = 1, bool listen = true) {
-        ::unlink(ServerConnection::SOCKET_PATH);
-        sem_unlink(ServerConnection::READY_SEMAPHORE);
-        if (listen) {
-            listenFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-            sockaddr_un address{};
-            address.sun_family = AF_UNIX;
-            std::strcpy(address.sun_path, ServerConnection::SOCKET_PATH);
-            EXPECT_EQ(::bind(listenFd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0)
-                << std::strerror(errno);
-            EXPECT_EQ(::listen(listenFd, 8), 0);
-        }
-        ready = sem_open(ServerConnection::READY_SEMAPHORE, O_CREAT | O_EXCL, 0600, semaphoreCount);
-        EXPECT_NE(ready, SEM_FAILED);
-    }
-    ~FakeBroker() {
-        if (peerFd >= 0) {
-            ::close(peerFd);
-        }
-        if (listenFd >= 0) {
-            ::close(listenFd);
-        }
-        sem_close(ready);
-        sem_unlink(ServerConnection::READY_SEMAPHORE);
-        ::unlink(ServerConnection::SOCKET_PATH);
-    }
-    // Takes the next connection without waiting; -1 when there is none.
-    int accept() {
-        peerFd = ::accept4(listenFd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-        return peerFd;
-    }
-    int semaphoreValue() {
-        int value = -1;
-        sem_getvalue(ready, &value);
-        return value;
-    }
-    void send(const void* data, size_t size) {
-        ASSERT_EQ(::send(peerFd, data, size, 0), static_cast<ssize_t>(size));
-    }
-    // Everything the client has sent so far, read as 32-bit words.
-    std::vector<uint32_t> received() {
-        std::vector<uint32_t> words;
-        uint32_t buffer[64];
-        ssize_t got;
-        while ((got = ::recv(peerFd, buffer, sizeof buffer, 0)) > 0) {
-            EXPECT_EQ(got % 4, 0);
-            words.insert(words.end(), buffer, buffer + got / 4);
-        }
-        return words;
-    }
-    void closePeer() {
-        ::close(peerFd);
-        peerFd = -1;
-    }
-
-    int listenFd = -1;
-    int peerFd = -1;
-    sem_t* ready = SEM_FAILED;
-};
 
 class Recorder : public ServerConnection::EventHandler {
 public:
