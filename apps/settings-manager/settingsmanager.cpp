@@ -1,11 +1,16 @@
+// The service's lifecycle: construction, start-up, the event loop with its
+// once-a-second save check, and shutdown.
 #include "settingsmanager.h"
 
 #include "constants.h"
 #include "eventpoll.h"
+#include "introspection.h"
 #include "log.h"
+#include "memories.h"
 
 #include <csignal>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <string>
 #include <sys/stat.h>
@@ -20,7 +25,11 @@ constexpr std::chrono::nanoseconds SAVE_CHECK_PERIOD{999'999'999};
 
 } // namespace
 
-SettingsManager::SettingsManager() : lastSaveCheck() {
+SettingsManager::SettingsManager()
+    : lastSaveCheck(), persistentMemoryIndex(0),
+      folderMonitor(gen::getEventPoll(), [this](inotify_event const&) { updateUserSettingList(); }),
+      navigator({}, {}), dirty(false), renamePending(false) {
+    createAndInitMemories();
     settingsPath = Constants::LOCAL_FOLDER;
     settingsPath += Constants::SETUPS_FOLDER;
 }
@@ -33,15 +42,34 @@ SettingsManager::~SettingsManager() {
     }
 }
 
+void SettingsManager::createAndInitMemories() {
+    gen::init();
+    persistentMemoryIndex = Introspection::getMemIndex("MemPersistent");
+    gen::getServerConnection()->setEventHandler(this);
+}
+
 bool SettingsManager::init() {
-    bool result = true;
+    bool result = false;
+    readHardwareIdentity();
+    readSoftwareIdentity();
     struct stat status {};
     if (::stat(settingsPath.c_str(), &status) != 0 &&
         ::mkdir(settingsPath.c_str(), SETTINGS_FOLDER_MODE) != 0) {
         LOG(Error, "Could not create the settings folder.");
-        result = false;
+    } else {
+        getDefaultSettings();
+        loadSetting(std::string(Constants::CURRENT_USERSETTINGS_FILE) + Constants::SETUPS_EXTENSION,
+                    false);
+        result = true;
     }
     signalReadiness();
+    try {
+        navigator.setRootPath(settingsPath);
+    } catch (const std::filesystem::filesystem_error& error) {
+        LOG(LogLight, "Could not set settings path: %s", error.what());
+    }
+    updateUserSettingList();
+    openFolderMonitor();
     lastSaveCheck = std::chrono::steady_clock::now();
     return result;
 }
@@ -49,15 +77,20 @@ bool SettingsManager::init() {
 // Tells the supervisor that start-up is done.  Under a debugger the parent is
 // the debugger, so the supervisor is signalled by name instead.
 void SettingsManager::signalReadiness() {
-    pid_t parent = ::getppid();
-    std::filesystem::path parentExe =
-        std::filesystem::read_symlink("/proc/" + std::to_string(parent) + "/exe");
+    const std::filesystem::path parentExe =
+        std::filesystem::read_symlink("/proc/" + std::to_string(::getppid()) + "/exe");
     if (parentExe.string().find("gdb") != std::string::npos) {
-        if (std::system("pkill -USR1 super") != 0) {
-            LOG(Warn, "Could not signal the supervisor");
-        }
+        static_cast<void>(std::system("pkill -USR1 super"));
     } else {
-        ::kill(parent, SIGUSR1);
+        ::kill(::getppid(), SIGUSR1);
+    }
+}
+
+void SettingsManager::openFolderMonitor() {
+    try {
+        folderMonitor.open(settingsPath.c_str(), FOLDER_EVENTS);
+    } catch (...) {
+        LOG(Error, "Monitoring the user-setup folder is not possible");
     }
 }
 
@@ -65,13 +98,14 @@ int SettingsManager::doWork() {
     EventPoll& poll = gen::getEventPoll();
     int result = poll.wait(-1, false);
     while (result != EventPoll::Terminate) {
-        auto now = std::chrono::steady_clock::now();
+        const auto now = std::chrono::steady_clock::now();
         if (now - lastSaveCheck <= SAVE_CHECK_PERIOD) {
             result = poll.wait(SAVE_CHECK_WAIT_MS, false);
             continue;
         }
         lastSaveCheck = now;
         if (dirty) {
+            storeToMemory(Constants::CURRENT_USERSETTINGS_FILE);
             dirty = false;
         }
         result = poll.wait(-1, false);
@@ -79,4 +113,8 @@ int SettingsManager::doWork() {
     return result;
 }
 
-bool SettingsManager::close() { return true; }
+bool SettingsManager::close() {
+    const bool stored = storeToMemory(Constants::CURRENT_USERSETTINGS_FILE);
+    gen::closeServerConnection();
+    return stored;
+}

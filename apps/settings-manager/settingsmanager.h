@@ -3,16 +3,61 @@
 // One object of this class lives for the whole process.  The entry point
 // constructs it, runs init(), runs doWork() while start-up succeeded, and
 // always ends with close().  All work happens on one thread inside the
-// callbacks that the process's EventPoll dispatches.
+// callbacks that the process's EventPoll dispatches: broker notifications
+// reach handleEvent(), changes of the settings folder reach
+// updateUserSettingList().
+//
+// Settings documents (".current.stp" and the user setups "<name>.stp" in the
+// settings folder) hold one line per variable of MemPersistent:
+//   {
+//   "<name>": <value>,
+//   ...
+//   "<name>": <value>
+//   }
+// with no line break after the closing brace.  Ints, floats, bools and
+// structs are written bare, every other type in double quotes; arrays of
+// types other than string and buffer as "[" elements joined by "," "]".
+//
+// Choices made here:
+// - The user-setup list in MemUserSetups has 20 slots: updateUserSettingList
+//   fills at most 20 entries (in listing order) and publishes at most 20 as
+//   the list size; further files of the folder are not listed.
+// - A request that names a list entry outside the 20 slots (delete does not
+//   range-check the index, rename accepts a negative one) reads that entry as
+//   empty text instead of reading outside the list, so the path is the
+//   settings folder itself.
+// - When the hardware record cannot be opened at all (HwInfo's constructor or
+//   initialize() throws, e.g. an eMMC device too short for the record), board,
+//   serial and revision all count as unreadable and become "Unknown" with their
+//   messages; the exception was logged where it was raised.
 #pragma once
 
+#include "filebrowsernavigator.h"
+#include "filefoldermonitor.h"
+#include "json.h"
+#include "notify.h"
+#include "serverconnection.h"
+
+#include <array>
 #include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <sstream>
 #include <string>
+#include <vector>
 
-class SettingsManager {
+class SettingsManager : public ServerConnection::EventHandler {
 public:
+    // Length of a proposed user-setup name ("%y%m%d_%H%M" cut to 17 characters).
+    static constexpr std::size_t SETUP_NAME_SIZE = 18;
+    // The inotify mask of the settings folder's monitor: moved-from, moved-to,
+    // create and delete.
+    static constexpr unsigned int FOLDER_EVENTS = 0x40 | 0x80 | 0x100 | 0x200;
+    // Slots of the user-setup list in MemUserSetups.
+    static constexpr int USER_SETUP_SLOTS = 20;
+    // Every path of a user-setup request is formatted into a buffer of this size.
+    static constexpr std::size_t PATH_BUFFER_SIZE = 128;
+
     SettingsManager();
     virtual ~SettingsManager();
     SettingsManager(const SettingsManager&) = delete;
@@ -22,20 +67,76 @@ public:
     bool init();
     // The event loop; returns EventPoll::Terminate after SIGINT or SIGTERM.
     int doWork();
-    // Shutdown: closes the broker connection; returns true.
+    // Writes ".current.stp" and closes the broker connection; the store's result.
     bool close();
 
+    // Serves the user interface's requests; every other event is a change.
+    void handleEvent(const Notify& notification) override;
+
+    // Loads settings folder + fileName into MemPersistent; with storeAfterLoad
+    // ".current.stp" is rewritten at once.  False when the file cannot be read
+    // or a value could not be stored.
+    bool loadSetting(const std::string& fileName, bool storeAfterLoad);
+    // Applies a settings document to MemPersistent; true when every matched
+    // value could be stored (values out of range are skipped, not failures).
+    bool parseJsonStringStreamAndSetValues(const std::stringstream& document);
+    // Logs a parse error with 41 characters of text around the position.  A
+    // position below 20 throws std::out_of_range from std::string::substr.
+    void printJsonError(int position, const std::string& text);
+    // Captures the defaults document; writes ".current.stp" when it is missing.
+    void getDefaultSettings();
+
+    // Records that the variable of `event` changed: logs it and marks the
+    // settings dirty.
+    void addUpdate(EventId event);
+    // The settings document of the live values of MemPersistent.
+    std::stringstream getCurrentValues();
+    // Writes settings folder + name + ".stp"; false when it cannot be opened.
+    bool storeToMemory(const char* name);
+
+    // Refills the user-setup list in MemUserSetups from the settings folder.
+    void updateUserSettingList();
+    // Copies the board name and software version into MemPersistent.
+    void writeProductInfo();
+
+    // The name proposed for a new user setup at `when`, in local time.
+    static std::array<char, SETUP_NAME_SIZE> proposedSetupName(std::time_t when);
+
     const std::string& settingsFolder() const { return settingsPath; }
+    bool isDirty() const { return dirty; }
 
 private:
+    void createAndInitMemories();
+    void readHardwareIdentity();
+    void readSoftwareIdentity();
     void signalReadiness();
+    void openFolderMonitor();
+
+    bool applyValue(const std::string& key, const std::string& value,
+                    const std::vector<Json::Item>& document);
+    std::string setStructArray(uint32_t variable, const std::string& value);
+    void factoryReset();
+
+    void loadUserSetup();
+    void saveUserSetup();
+    void proposeNewUserSetup();
+    void renameUserSetup();
+    void overwriteUserSetup();
+    void deleteUserSetup();
+    std::string listEntry(int32_t index) const;
+    std::string entryPath(int32_t index) const;
+    std::string setupPath(const char* name) const;
+    // True when nothing exists at `path` (its status type is not_found or none).
+    static bool isMissing(const std::string& path);
 
     std::chrono::steady_clock::time_point lastSaveCheck;
-    uint32_t persistentMemoryIndex = 0;
+    uint32_t persistentMemoryIndex;
     std::stringstream defaults;
     std::string productName;
     std::string productVersion;
     std::string settingsPath;
-    bool dirty = false;
-    bool renamePending = false;
+    FileFolderMonitor folderMonitor;
+    FileBrowserNavigator navigator;
+    bool dirty;
+    bool renamePending;
 };

@@ -1,0 +1,82 @@
+// The unit's hardware and software identity: read at start from the hardware
+// record and "/product.info", logged, and published in shared memory.
+#include "settingsmanager.h"
+
+#include "constants.h"
+#include "hwinfo.h"
+#include "log.h"
+#include "records.h"
+#include "setters.h"
+
+#include <exception>
+#include <fstream>
+#include <memory>
+#include <string>
+
+namespace {
+
+constexpr const char* UNKNOWN = "Unknown";
+
+// True when the record is open and holds `key`; its text goes to `value`.
+bool readRecord(HwInfo* record, const char* key, std::string& value) {
+    return record != nullptr && record->read(key, value);
+}
+
+// The hardware record, or null when it cannot be opened.
+std::unique_ptr<HwInfo> openHardwareRecord() {
+    try {
+        auto record = std::make_unique<HwInfo>();
+        record->initialize();
+        return record;
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+} // namespace
+
+void SettingsManager::readHardwareIdentity() {
+    const std::unique_ptr<HwInfo> record = openHardwareRecord();
+    if (!readRecord(record.get(), Constants::HWINFO_BOARD, productName)) {
+        LOG(Error, "Could not read product name.");
+        productName = UNKNOWN;
+    }
+    std::string serial;
+    if (!readRecord(record.get(), Constants::HWINFO_SERIAL, serial)) {
+        LOG(Error, "Could not read product name.");
+        serial = UNKNOWN;
+    }
+    setVariable(gen::memStatic().ProductSerial, Notify{VarProductSerialChanged, 0, 0},
+                serial.c_str());
+    std::string revision;
+    if (!readRecord(record.get(), Constants::HWINFO_REVISION, revision)) {
+        LOG(Error, "Could not read product revision.");
+        revision = UNKNOWN;
+    }
+    setVariable(gen::memStatic().ProductRevision, Notify{VarProductRevisionChanged, 0, 0},
+                revision.c_str());
+    LOG(LogLight, "HW: %s %s %s", productName.c_str(), serial.c_str(), revision.c_str());
+}
+
+void SettingsManager::readSoftwareIdentity() {
+    std::ifstream info(Constants::PRODUCT_INFO_FILE);
+    if (!info.is_open()) {
+        LOG(Error, "Could not read product info.");
+        productVersion = UNKNOWN;
+        return;
+    }
+    std::string lastCommit;
+    std::getline(info, productVersion);
+    std::getline(info, lastCommit);
+    setVariable(gen::memStatic().ProductLastCommit, Notify{VarProductLastCommitChanged, 0, 0},
+                lastCommit.c_str());
+    info.close();
+    LOG(LogLight, "SW: %s %s", productVersion.c_str(), lastCommit.c_str());
+}
+
+void SettingsManager::writeProductInfo() {
+    setVariable(gen::memPersistent().ProductName, Notify{VarProductNameChanged, 0, 0},
+                productName.c_str());
+    setVariable(gen::memPersistent().ProductVersion, Notify{VarProductVersionChanged, 0, 0},
+                productVersion.c_str());
+}

@@ -1,0 +1,163 @@
+// User setups: the list of setup files in MemUserSetups and the requests of
+// the user-setup dialogue (load, save, new name, rename, overwrite, delete).
+#include "settingsmanager.h"
+
+#include "constants.h"
+#include "flagvariable.h"
+#include "log.h"
+#include "records.h"
+#include "setters.h"
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+
+namespace {
+
+constexpr const char* SETUP_NAME_FORMAT = "%y%m%d_%H%M";
+
+bool isEmpty(const std::array<char, SettingsManager::SETUP_NAME_SIZE>& name) {
+    return name[0] == '\0';
+}
+
+} // namespace
+
+void SettingsManager::updateUserSettingList() {
+    auto& setups = gen::memUserSetups();
+    int32_t count = 0;
+    navigator.ls([&](const FileBrowserBase::EntryInfo& entry) {
+        if (count >= USER_SETUP_SLOTS) {
+            return;
+        }
+        auto& slot = setups.UserSetupList[count].UserSetupFileName;
+        std::snprintf(slot.data(), slot.size(), "%.*s", static_cast<int>(slot.size() - 1),
+                      entry.name);
+        ++count;
+    });
+    postEvent(Notify{VarUserSetupListChanged, 0, 0});
+    setVariable(setups.UserSetupListSize, Notify{VarUserSetupListSizeChanged, 0, 0}, count);
+}
+
+std::array<char, SettingsManager::SETUP_NAME_SIZE>
+SettingsManager::proposedSetupName(std::time_t when) {
+    char text[64] = {};
+    std::strftime(text, sizeof text, SETUP_NAME_FORMAT, std::localtime(&when));
+    std::array<char, SETUP_NAME_SIZE> name{};
+    std::snprintf(name.data(), name.size(), "%.*s", static_cast<int>(name.size() - 1), text);
+    return name;
+}
+
+void SettingsManager::loadUserSetup() {
+    auto& setups = gen::memUserSetups();
+    if (!setups.UserSetupAcceptLoadFileName) {
+        return;
+    }
+    const int32_t index = setups.UserSetupSelectedFileIndex;
+    if (index < 0 || index >= setups.UserSetupListSize) {
+        LOG(Error, "List index is out of range");
+    } else {
+        loadSetting(listEntry(index), true);
+    }
+    setFlag(setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged, false);
+}
+
+void SettingsManager::saveUserSetup() {
+    auto& setups = gen::memUserSetups();
+    if (!setups.UserSetupAcceptSaveFileName) {
+        return;
+    }
+    if (!isEmpty(setups.UserSetupSave)) {
+        if (isMissing(setupPath(setups.UserSetupSave.data()))) {
+            storeToMemory(setups.UserSetupSave.data());
+            setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
+        } else {
+            setFlag(gen::memDeviceState().FileAlreadyExists, VarFileAlreadyExistsChanged, true);
+            renamePending = false;
+        }
+    }
+    setFlag(setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
+    setFlag(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged, false);
+}
+
+void SettingsManager::proposeNewUserSetup() {
+    auto& setups = gen::memUserSetups();
+    if (!setups.UserSetupAddNew) {
+        return;
+    }
+    setFlag(setups.UserSetupAddNew, VarUserSetupAddNewChanged, false);
+    setups.UserSetupSave = proposedSetupName(std::time(nullptr));
+    postEvent(Notify{VarUserSetupSaveChanged, 0, 0});
+}
+
+void SettingsManager::renameUserSetup() {
+    auto& setups = gen::memUserSetups();
+    const int32_t index = setups.UserSetupSelectedFileIndex;
+    if (!setups.UserSetupRename || index >= setups.UserSetupListSize) {
+        return;
+    }
+    setFlag(setups.UserSetupRename, VarUserSetupRenameChanged, false);
+    if (!isEmpty(setups.UserSetupSave)) {
+        const std::string target = setupPath(setups.UserSetupSave.data());
+        if (isMissing(target)) {
+            std::filesystem::rename(entryPath(index), target);
+            setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
+        } else {
+            setFlag(gen::memDeviceState().FileAlreadyExists, VarFileAlreadyExistsChanged, true);
+            renamePending = true;
+        }
+    }
+    setFlag(setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
+}
+
+void SettingsManager::overwriteUserSetup() {
+    auto& setups = gen::memUserSetups();
+    if (!setups.UserSetupOverwriteFile) {
+        return;
+    }
+    setFlag(setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged, false);
+    if (isEmpty(setups.UserSetupSave)) {
+        return;
+    }
+    if (renamePending) {
+        std::filesystem::rename(entryPath(setups.UserSetupSelectedFileIndex),
+                                setupPath(setups.UserSetupSave.data()));
+    } else {
+        storeToMemory(setups.UserSetupSave.data());
+    }
+    setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
+}
+
+void SettingsManager::deleteUserSetup() {
+    auto& setups = gen::memUserSetups();
+    if (!setups.UserSetupDelete) {
+        return;
+    }
+    const std::string path = entryPath(setups.UserSetupSelectedFileIndex);
+    const auto status = std::filesystem::status(path);
+    if (std::filesystem::exists(status) && !std::filesystem::is_directory(status)) {
+        std::filesystem::remove(path);
+    }
+    setFlag(setups.UserSetupDelete, VarUserSetupDeleteChanged, false);
+}
+
+std::string SettingsManager::listEntry(int32_t index) const {
+    if (index < 0 || index >= USER_SETUP_SLOTS) {
+        return {};
+    }
+    const auto& slot = gen::memUserSetups().UserSetupList[index].UserSetupFileName;
+    return std::string(slot.data(), strnlen(slot.data(), slot.size()));
+}
+
+std::string SettingsManager::entryPath(int32_t index) const {
+    char path[PATH_BUFFER_SIZE];
+    std::snprintf(path, sizeof path, "%s%s", settingsPath.c_str(), listEntry(index).c_str());
+    return path;
+}
+
+std::string SettingsManager::setupPath(const char* name) const {
+    char path[PATH_BUFFER_SIZE];
+    std::snprintf(path, sizeof path, "%s%s%s", settingsPath.c_str(), name,
+                  Constants::SETUPS_EXTENSION);
+    return path;
+}
