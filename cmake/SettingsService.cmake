@@ -1,6 +1,16 @@
 # Build conventions shared by every folder of the tree.
 
 add_compile_options(-Wall -Wextra -Wno-psabi)
+# 64-bit file offsets and inode numbers on 32-bit ARM too: without them
+# directory reads fail on file systems with large inode numbers (tmpfs).
+add_compile_definitions(_FILE_OFFSET_BITS=64)
+
+# Scripts and the catalogue generator run on Debian's python3 (standard
+# library only), whatever other interpreter the PATH offers first.
+if(EXISTS /usr/bin/python3)
+    set(Python3_EXECUTABLE /usr/bin/python3 CACHE FILEPATH "Debian's python3")
+endif()
+find_package(Python3 3.11 REQUIRED COMPONENTS Interpreter)
 if(SM_WERROR)
     add_compile_options(-Werror)
 endif()

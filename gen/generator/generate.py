@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Generates the catalogue's C++ sources from the record-layout model.
 
 Usage: generate.py MODEL_DIR OUTPUT_DIR

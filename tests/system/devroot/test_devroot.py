@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """System tests of tools/devroot/devroot, run from the host.
 
 The broker and the service are stand-ins (fakebroker.cpp, fakeservice.cpp)
