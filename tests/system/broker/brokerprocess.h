@@ -18,6 +18,7 @@ public:
     BrokerProcess(const BrokerProcess&) = delete;
     BrokerProcess& operator=(const BrokerProcess&) = delete;
 
+    pid_t id() const { return pid; }
     bool running();
     // Sends `signal` and waits (up to 20 s) for the end; returns the status as
     // waitpid reports it, or -1 when it did not end.

@@ -20,6 +20,8 @@ public:
     RawClient(const RawClient&) = delete;
     RawClient& operator=(const RawClient&) = delete;
 
+    // The socket, for a caller that reads it itself.
+    int socket() const { return fd; }
     void send(const std::vector<Notify>& records);
     void sendBytes(const void* data, size_t size);
     // Waits until the broker has read every byte sent so far.
