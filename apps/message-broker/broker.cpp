@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -14,12 +15,16 @@ bool wouldBlock(int error) {
     return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
 }
 
+int openSpare() {
+    return ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+
 } // namespace
 
 Broker::Broker(EventPoll& poll)
     : poll(poll), listenCallback([this](EventPoll::Callback::EventType) { accept(); }),
       writeCallback([this](EventPoll::Callback::EventType) { flushWritable(); }),
-      scratch(READ_RECORDS + 1) {
+      scratch(READ_RECORDS + 1), spareFd(openSpare()) {
     poll.add(endpoint.fd(), &listenCallback, EPOLLIN);
     poll.add(writeWatch.fd(), &writeCallback, EPOLLIN);
 }
@@ -32,6 +37,7 @@ Broker::~Broker() {
     }
     poll.remove(writeWatch.fd());
     poll.remove(endpoint.fd());
+    ::close(spareFd);
 }
 
 void Broker::afterWakeUp() {
@@ -63,7 +69,9 @@ void Broker::accept() {
     for (;;) {
         int fd = ::accept4(endpoint.fd(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd < 0) {
-            if (!wouldBlock(errno) && errno != ECONNABORTED) {
+            if (errno == EMFILE || errno == ENFILE) {
+                refuseOne();
+            } else if (!wouldBlock(errno) && errno != ECONNABORTED) {
                 LOG(Warn, "accept: %s", std::strerror(errno));
             }
             return;
@@ -72,6 +80,16 @@ void Broker::accept() {
         poll.add(fd, clients.back().get(), EPOLLIN);
         LOG(LogMost, "Client %i connected", fd);
     }
+}
+
+void Broker::refuseOne() {
+    ::close(spareFd);
+    int fd = ::accept4(endpoint.fd(), nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd >= 0) {
+        ::close(fd);
+        LOG(Warn, "Out of descriptors: closed a new client at once");
+    }
+    spareFd = openSpare();
 }
 
 bool Broker::receive(Client& client) {

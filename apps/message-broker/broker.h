@@ -9,7 +9,10 @@
 // socket has room (WriteWatch); when its queue would pass OutputBuffer::LIMIT
 // it is closed and the broker logs it at Warn.  A client that hangs up has its
 // last records forwarded, then it is forgotten; an incomplete record or a
-// command without its operand at that point is dropped.
+// command without its operand at that point is dropped.  When the process
+// runs out of descriptors, a new connection is accepted on a descriptor kept
+// in reserve and closed at once (the client sees the end of the stream), so
+// that a pending connection never keeps the loop spinning.
 #pragma once
 
 #include "client.h"
@@ -36,6 +39,7 @@ public:
 
 private:
     void accept();
+    void refuseOne();
     // One read from the client and the handling of its records; false when
     // the client has no more input now (would block, ended or failed).
     bool receive(Client& client);
@@ -51,4 +55,5 @@ private:
     EventPoll::FunctionCallback writeCallback;
     std::vector<std::unique_ptr<Client>> clients;
     std::vector<Notify> scratch;
+    int spareFd;
 };

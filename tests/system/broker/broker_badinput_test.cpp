@@ -1,5 +1,7 @@
 // Clients that misbehave never crash the broker or disturb the others.
+#include "brokerlog.h"
 #include "brokerprocess.h"
+#include "kmsgcapture.h"
 #include "rawclient.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +11,7 @@
 #include <cstring>
 #include <memory>
 #include <random>
+#include <stdexcept>
 
 namespace brokertest {
 namespace {
@@ -131,6 +134,61 @@ TEST_F(BrokerBadInput, ManyClientsComingAndGoing) {
         }
     }
     expectUndisturbed();
+}
+
+} // namespace
+} // namespace brokertest
+
+namespace brokertest {
+namespace {
+
+// True when a round trip through the broker works for this client; false
+// when the broker closed it.
+bool answers(RawClient& client, uint32_t id) {
+    try {
+        client.subscribe(id);
+        client.send({{EventId(id), 0, 0}});
+    } catch (const std::runtime_error&) {
+        client.receive(1, 5000); // notes the end of the stream
+        return false;
+    }
+    auto received = client.receive(1, 5000);
+    return received.size() == 1 && received[0].id == id;
+}
+
+TEST(BrokerOutOfDescriptors, NewClientsAreClosedAndTheOthersServed) {
+    constexpr unsigned LIMIT = 32;
+    testsupport::KmsgCapture log;
+    BrokerProcess broker(LIMIT);
+    ASSERT_TRUE(broker.running()) << broker.errorOutput();
+    std::vector<std::unique_ptr<RawClient>> clients;
+    for (unsigned i = 0; i < LIMIT + 8; ++i) {
+        clients.push_back(std::make_unique<RawClient>());
+    }
+    int served = 0;
+    int refused = 0;
+    for (unsigned i = 0; i < clients.size(); ++i) {
+        if (answers(*clients[i], TEST_ID_BASE + 100 + i)) {
+            ++served;
+        } else {
+            EXPECT_TRUE(clients[i]->closedByBroker()) << i;
+            ++refused;
+        }
+    }
+    EXPECT_GT(served, 10);
+    EXPECT_GE(refused, 8);
+    EXPECT_TRUE(broker.running());
+    int warnings = 0;
+    for (const auto& line : brokerLines(log.lines())) {
+        warnings += isBrokerLine(line, gen::Warn, "broker.cpp",
+                                 "Out of descriptors: closed a new client at once");
+    }
+    EXPECT_EQ(warnings, refused);
+
+    clients.clear();
+    RawClient later;
+    EXPECT_TRUE(answers(later, TEST_ID_BASE + 99));
+    EXPECT_EQ(broker.stop(SIGTERM), 0);
 }
 
 } // namespace

@@ -11,6 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -46,7 +47,7 @@ bool listening(const testsupport::KmsgCapture& log) {
 
 } // namespace
 
-BrokerProcess::BrokerProcess() {
+BrokerProcess::BrokerProcess(unsigned descriptorLimit) {
     testsupport::KmsgCapture log;
     int pipeFds[2];
     if (pipe2(pipeFds, O_CLOEXEC) != 0) {
@@ -64,6 +65,10 @@ BrokerProcess::BrokerProcess() {
     }
     if (pid == 0) {
         dup2(pipeFds[1], STDERR_FILENO);
+        if (descriptorLimit != 0) {
+            rlimit limit{descriptorLimit, descriptorLimit};
+            setrlimit(RLIMIT_NOFILE, &limit);
+        }
         execvp(argv[0], argv.data());
         _exit(127);
     }

@@ -12,7 +12,8 @@ public:
     // Starts the broker and waits (up to 20 s) until it has logged that it
     // listens (which it does once its readiness semaphore exists) or it has
     // ended.  A stale socket or semaphore left in place does not count.
-    BrokerProcess();
+    // A `descriptorLimit` other than 0 limits the broker's open descriptors.
+    explicit BrokerProcess(unsigned descriptorLimit = 0);
     // Sends SIGKILL if it is still running.
     ~BrokerProcess();
     BrokerProcess(const BrokerProcess&) = delete;
