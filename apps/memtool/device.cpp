@@ -1,0 +1,51 @@
+#include "device.h"
+
+#include "catalogue.h"
+#include "cli.h"
+#include "eventpoll.h"
+#include "introspection.h"
+#include "memories.h"
+
+#include <exception>
+#include <sys/stat.h>
+
+namespace {
+
+// POSIX shared-memory objects are the files of /dev/shm on Linux.
+std::string objectPath(uint32_t memory) {
+    return "/dev/shm" + gen::getSharedMemory(memory).getName();
+}
+
+} // namespace
+
+bool memoryExists(uint32_t memory) {
+    struct stat status {};
+    return ::stat(objectPath(memory).c_str(), &status) == 0;
+}
+
+void openMemory(uint32_t memory) {
+    const std::string name = Introspection::getMemName(memory);
+    if (!memoryExists(memory)) {
+        throw Failure("memory " + name + " does not exist (is the settings service running?)");
+    }
+    SharedMemory& segment = gen::getSharedMemory(memory);
+    try {
+        segment.open();
+        // The descriptors refer to the memory's gMem<Name>; setting it through
+        // one of them opens the memory for every lookup.
+        MEMORY_ARRAY[memory].variables[0].memoryBase = segment.address();
+    } catch (const std::exception& error) {
+        throw Failure("cannot open memory " + name + ": " + error.what());
+    }
+}
+
+ServerConnection& connectBroker() {
+    if (gServerConnection == nullptr) {
+        try {
+            gServerConnection = new ServerConnection(gen::getEventPoll());
+        } catch (const std::exception& error) {
+            throw Failure(std::string("cannot connect to the message broker: ") + error.what());
+        }
+    }
+    return *gServerConnection;
+}

@@ -1,0 +1,50 @@
+// The device that memtool works against in these tests: a running broker,
+// the memories created with their defaults by this test program (the
+// catalogue's own start-up, whose connection is then closed), and an
+// observer connection subscribed to the events that the tests look at.
+#pragma once
+
+#include "brokerprocess.h"
+#include "notify.h"
+#include "rawclient.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace memtooltest {
+
+// The address of a variable's element in this program's mapping.
+uint8_t* variableAddress(const std::string& memory, const std::string& variable,
+                         uint32_t element = 0);
+
+class MemtoolDevice : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Every observed record that the broker forwarded before now, oldest first.
+    std::vector<Notify> events();
+
+    std::unique_ptr<brokertest::BrokerProcess> broker;
+    std::unique_ptr<brokertest::RawClient> observer;
+};
+
+// The events that the observer subscribes to.
+inline constexpr EventId OBSERVED[] = {
+    VarAUXTorqueChanged,
+    VarLensFileFavouriteFolderChanged,
+    VarCinefadeDisplayModeValueChanged,
+    VarRecentLensFilesChanged,
+    VarKnobLinearizationTableChanged,
+    VarFocusTorqueChanged,
+    VarUserSetupAddNewChanged,
+    VarBluetoothPowerChanged,
+    VarCircleofConfusionChanged,
+    VarMruLensFileListChanged,
+};
+
+} // namespace memtooltest

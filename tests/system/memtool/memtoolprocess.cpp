@@ -1,0 +1,148 @@
+#include "memtoolprocess.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <sstream>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace memtooltest {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+int millisecondsLeft(Clock::time_point deadline) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    return left > 0 ? static_cast<int>(left) : 0;
+}
+
+std::vector<std::string> commandLine(const std::vector<std::string>& arguments) {
+    std::vector<std::string> words;
+    std::istringstream emulator(MEMTOOL_EMULATOR);
+    for (std::string word; emulator >> word;) {
+        words.push_back(word);
+    }
+    words.push_back(MEMTOOL_PROGRAM);
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
+}
+
+} // namespace
+
+MemtoolProcess::MemtoolProcess(const std::vector<std::string>& arguments) {
+    int out[2];
+    int err[2];
+    if (::pipe2(out, O_CLOEXEC) < 0 || ::pipe2(err, O_CLOEXEC) < 0) {
+        throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
+    }
+    const std::vector<std::string> words = commandLine(arguments);
+    std::vector<char*> argv;
+    for (const std::string& word : words) {
+        argv.push_back(const_cast<char*>(word.c_str()));
+    }
+    argv.push_back(nullptr);
+    pid = ::fork();
+    if (pid == 0) {
+        ::dup2(out[1], STDOUT_FILENO);
+        ::dup2(err[1], STDERR_FILENO);
+        ::execv(argv[0], argv.data());
+        ::_exit(127);
+    }
+    ::close(out[1]);
+    ::close(err[1]);
+    outFd = out[0];
+    errFd = err[0];
+}
+
+MemtoolProcess::~MemtoolProcess() {
+    if (pid > 0) {
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
+    }
+    for (int fd : {outFd, errFd}) {
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
+}
+
+bool MemtoolProcess::readSome(int timeoutMs) {
+    pollfd pipes[2] = {{outFd, POLLIN, 0}, {errFd, POLLIN, 0}};
+    if (outFd < 0 && errFd < 0) {
+        return false;
+    }
+    if (::poll(pipes, 2, timeoutMs) <= 0) {
+        return false;
+    }
+    std::string* targets[2] = {&result.out, &result.err};
+    int* fds[2] = {&outFd, &errFd};
+    for (int i = 0; i < 2; ++i) {
+        if (pipes[i].revents == 0) {
+            continue;
+        }
+        char buffer[4096];
+        const ssize_t count = ::read(*fds[i], buffer, sizeof buffer);
+        if (count > 0) {
+            targets[i]->append(buffer, count);
+        } else {
+            ::close(*fds[i]);
+            *fds[i] = -1;
+        }
+    }
+    return true;
+}
+
+bool MemtoolProcess::waitFor(const std::string& stream, const std::string& text, int timeoutMs) {
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (stream.find(text) == std::string::npos) {
+        if (!readSome(millisecondsLeft(deadline))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool MemtoolProcess::waitForOutput(const std::string& text, int timeoutMs) {
+    return waitFor(result.out, text, timeoutMs);
+}
+
+bool MemtoolProcess::waitForError(const std::string& text, int timeoutMs) {
+    return waitFor(result.err, text, timeoutMs);
+}
+
+void MemtoolProcess::signal(int number) {
+    ::kill(pid, number);
+}
+
+Result MemtoolProcess::wait(int timeoutMs) {
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    while ((outFd >= 0 || errFd >= 0) && readSome(millisecondsLeft(deadline))) {
+    }
+    if (outFd >= 0 || errFd >= 0) {
+        ::kill(pid, SIGKILL);
+    }
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    pid = -1;
+    if (outFd >= 0 || errFd >= 0) {
+        result.status = -1;
+    } else if (WIFEXITED(status)) {
+        result.status = WEXITSTATUS(status);
+    } else {
+        result.status = 128 + WTERMSIG(status);
+    }
+    return result;
+}
+
+Result runMemtool(const std::vector<std::string>& arguments, int timeoutMs) {
+    return MemtoolProcess(arguments).wait(timeoutMs);
+}
+
+} // namespace memtooltest
