@@ -60,8 +60,11 @@ void RawClient::sendBytes(const void* data, size_t size) {
 void RawClient::waitUntilTaken() {
     auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     int queued = 0;
-    while (::ioctl(fd, SIOCOUTQ, &queued) == 0 && queued > 0 &&
-           std::chrono::steady_clock::now() < end) {
+    for (;;) {
+        ASSERT_EQ(::ioctl(fd, SIOCOUTQ, &queued), 0) << std::strerror(errno);
+        if (queued == 0 || std::chrono::steady_clock::now() > end) {
+            break;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     EXPECT_EQ(queued, 0) << "the broker did not read";
