@@ -1,6 +1,7 @@
 """The supervisor that runs inside a device root for `devroot run`.
 
-It starts the message broker (when given), waits for the broker's socket,
+It starts the message broker (when given), waits for the broker's socket
+and its readiness semaphore,
 starts the settings service as its own child and waits for the service's
 SIGUSR1, then reports on standard output, one line each:
 
@@ -33,6 +34,9 @@ import threading
 import time
 
 BROKER_SOCKET = "/var/volatile/message-broker.socket"
+# The broker creates its readiness semaphore right after it listens; clients
+# give up at once when it is missing, so the service starts only after it.
+BROKER_SEMAPHORE = "/dev/shm/sem.message-broker-ready"
 TICK = 0.05
 WATCHED = {signal.SIGCHLD, signal.SIGUSR1, signal.SIGINT, signal.SIGTERM}
 CHILD_DEFAULTS = (signal.SIGPIPE, signal.SIGXFSZ, signal.SIGINT, signal.SIGTERM,
@@ -129,7 +133,7 @@ class Supervisor:
     def start_broker(self, argv):
         broker = self.spawn("broker", argv)
         socket_there = self.wait_until(
-            lambda: not broker.running or _is_socket(BROKER_SOCKET), self.options.timeout)
+            lambda: not broker.running or _broker_listening(), self.options.timeout)
         if broker.running and socket_there:
             report("broker: socket ready")
             return None
@@ -137,7 +141,8 @@ class Supervisor:
             return "stopped before the broker's socket appeared"
         if not broker.running:
             return f"broker ended before its socket appeared, {describe(broker.status)}"
-        return f"broker socket {BROKER_SOCKET} did not appear within {self.options.timeout:g} s"
+        return (f"broker socket {BROKER_SOCKET} or semaphore {BROKER_SEMAPHORE} did not appear "
+                f"within {self.options.timeout:g} s")
 
     def start_service(self, argv):
         self.service = self.spawn("service", argv)
@@ -199,6 +204,10 @@ class Supervisor:
                     child.status = os.waitpid(child.pid, 0)[1]
             early = "ended by itself, " if child.daemon and child.ended_by_itself else ""
             report(f"{child.name}: {early}{describe(child.status)}")
+
+
+def _broker_listening():
+    return _is_socket(BROKER_SOCKET) and os.path.exists(BROKER_SEMAPHORE)
 
 
 def _is_socket(path):

@@ -1,9 +1,12 @@
 // A stand-in for the message broker, for the tests of the device-root runner:
-// it listens on the broker's socket until SIGTERM.  With DEVROOT_FAKE_BROKER
-// set to "nosocket" it never makes the socket.
+// it listens on the broker's socket and makes its readiness semaphore, then
+// waits for SIGTERM.  With DEVROOT_FAKE_BROKER set to "nosocket" it makes
+// neither.
 #include "log.h"
 
 #include <csignal>
+#include <fcntl.h>
+#include <semaphore.h>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -13,6 +16,7 @@
 
 namespace {
 constexpr const char* SOCKET_PATH = "/var/volatile/message-broker.socket";
+constexpr const char* READY_SEMAPHORE = "/message-broker-ready";
 }
 
 int main() {
@@ -31,11 +35,17 @@ int main() {
             listen(listener, 4)) {
             THROW_ERROR_NUMBER("fake broker socket");
         }
+        sem_t* ready = sem_open(READY_SEMAPHORE, O_CREAT, 0666, 1);
+        if (ready == SEM_FAILED) {
+            THROW_ERROR_NUMBER("fake broker semaphore");
+        }
+        sem_close(ready);
         LOG(LogLight, "fake broker listening");
     }
     int signal = 0;
     sigwait(&stop, &signal);
     unlink(SOCKET_PATH);
+    sem_unlink(READY_SEMAPHORE);
     LOG(LogLight, "fake broker stopping");
     return 0;
 }

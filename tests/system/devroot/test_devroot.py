@@ -16,6 +16,7 @@ import time
 import unittest
 
 BROKER_SOCKET = "/var/volatile/message-broker.socket"
+BROKER_SEMAPHORE = "/dev/shm/sem.message-broker-ready"
 SERVICE_PROGRAM_FIELD = "devroot_fake_service  "
 ARGS = None
 
@@ -137,7 +138,8 @@ class RunTest(DevrootTest):
                               env={"DEVROOT_FAKE_BROKER": "nosocket"})
         self.assertEqual(result.returncode, 1)
         self.assertEqual(result.stdout.splitlines(), [
-            f"not ready (broker socket {BROKER_SOCKET} did not appear within 0.5 s)",
+            f"not ready (broker socket {BROKER_SOCKET} or semaphore {BROKER_SEMAPHORE} "
+            "did not appear within 0.5 s)",
             "broker: exit status 0"])
 
     def test_a_missing_service_program_is_reported(self):
