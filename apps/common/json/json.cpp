@@ -110,14 +110,32 @@ void Json::finishItem() {
     nameQuote = 0;
 }
 
-bool Json::parse(const std::string& text) {
-    using Step = State (Json::*)(char);
-    static constexpr Step STEPS[] = {
-        &Json::nextChar<Begin>,    &Json::nextChar<NameStart>,  &Json::nextChar<Name>,
-        &Json::nextChar<NameEnd>,  &Json::nextChar<ValueStart>, &Json::nextChar<Value>,
-        &Json::nextChar<ValueEnd>, &Json::nextChar<Finished>,   &Json::nextChar<Failed>,
-    };
+// The state's function for one character.
+Json::State Json::step(char c) {
+    switch (state) {
+    case Begin:
+        return nextChar<Begin>(c);
+    case NameStart:
+        return nextChar<NameStart>(c);
+    case Name:
+        return nextChar<Name>(c);
+    case NameEnd:
+        return nextChar<NameEnd>(c);
+    case ValueStart:
+        return nextChar<ValueStart>(c);
+    case Value:
+        return nextChar<Value>(c);
+    case ValueEnd:
+        return nextChar<ValueEnd>(c);
+    case Finished:
+        return nextChar<Finished>(c);
+    case Failed:
+        break;
+    }
+    return nextChar<Failed>(c);
+}
 
+bool Json::parse(const std::string& text) {
     errorPosition = -1;
     state = Begin;
     name.clear();
@@ -133,7 +151,7 @@ bool Json::parse(const std::string& text) {
         if (state != Name && state != Value && isWhitespace(c))
             continue;
         const State previous = state;
-        state = (this->*STEPS[state])(c);
+        state = step(c);
         if (state == Failed) {
             errorPosition = static_cast<int>(i);
             return false;

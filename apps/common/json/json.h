@@ -93,6 +93,7 @@ public:
 
 private:
     template <State S> State nextChar(char c);
+    State step(char c);
     State afterSeparator(char c);
     void finishItem();
 };
