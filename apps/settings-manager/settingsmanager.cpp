@@ -37,6 +37,7 @@ SettingsManager::SettingsManager()
 SettingsManager::~SettingsManager() {
     try {
         close();
+        folderMonitor.close();
     } catch (...) {
         std::terminate();
     }

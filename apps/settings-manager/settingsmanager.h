@@ -30,6 +30,8 @@
 //   initialize() throws, e.g. an eMMC device too short for the record), board,
 //   serial and revision all count as unreadable and become "Unknown" with their
 //   messages; the exception was logged where it was raised.
+// - The destructor also closes the folder monitor, so that the process's poll
+//   never keeps the callback of a destroyed service.
 #pragma once
 
 #include "filebrowsernavigator.h"

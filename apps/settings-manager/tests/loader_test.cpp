@@ -1,0 +1,249 @@
+// Loading settings documents into MemPersistent: the unsubscribe/subscribe
+// bracket, skipped keys, range checks, setter errors, parse errors, struct
+// arrays, missing files, the defaults and the factory reset.
+#include "kmsgcapture.h"
+#include "logline.h"
+#include "records.h"
+#include "servicefixture.h"
+
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+
+using namespace servicetest;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+std::stringstream document(const std::string& text) {
+    return std::stringstream(text);
+}
+
+} // namespace
+
+class LoaderTest : public ServiceTest {};
+
+TEST_F(LoaderTest, EmptyObjectUnsubscribesResubscribesAndSucceeds) {
+    auto text = document("{}");
+    EXPECT_TRUE(service->parseJsonStringStreamAndSetValues(text));
+    const std::vector<Notify> records = posted();
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ(records.front().id, UnsubscribeAll);
+    EXPECT_TRUE(isSubscriptionSequence({records.begin() + 1, records.end()}));
+}
+
+TEST_F(LoaderTest, ValuesAreStoredInsideTheBracketAndPosted) {
+    auto text = document("{\n\"AUXTorque\": 3,\n\"KnobLock\": true,\n"
+                         "\"CinefadeDisplayModeValue\": \"Filter\"\n}");
+    EXPECT_TRUE(service->parseJsonStringStreamAndSetValues(text));
+    EXPECT_EQ(gen::memPersistent().AUXTorque, 3);
+    EXPECT_TRUE(gen::memPersistent().KnobLock);
+    EXPECT_EQ(gen::memPersistent().CinefadeDisplayModeValue, 1u);
+    const std::vector<EventId> order = ids(posted());
+    ASSERT_GE(order.size(), 4u);
+    EXPECT_THAT(std::vector<EventId>(order.begin(), order.begin() + 4),
+                ElementsAre(UnsubscribeAll, VarAUXTorqueChanged, VarKnobLockChanged,
+                            VarCinefadeDisplayModeValueChanged));
+    EXPECT_EQ(order[4], Subscribe);
+}
+
+TEST_F(LoaderTest, ProductKeysAreNeverLoaded) {
+    service->writeProductInfo();
+    const std::string name = gen::memPersistent().ProductName.data();
+    const std::string version = gen::memPersistent().ProductVersion.data();
+    auto text = document("{\"ProductName\": \"Other board\", \"ProductVersion\": \"9.9\", "
+                         "\"ProductSomething\": 1}");
+    EXPECT_TRUE(service->parseJsonStringStreamAndSetValues(text));
+    EXPECT_EQ(gen::memPersistent().ProductName.data(), name);
+    EXPECT_EQ(gen::memPersistent().ProductVersion.data(), version);
+}
+
+TEST_F(LoaderTest, ValueOutOfRangeIsLoggedAndSkippedWithoutFailingTheLoad) {
+    testsupport::KmsgCapture log;
+    auto text = document("{\"AUXTorque\": 9, \"FocusTorque\": 3}");
+    EXPECT_TRUE(service->parseJsonStringStreamAndSetValues(text));
+    EXPECT_EQ(gen::memPersistent().AUXTorque, 2);
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 3);
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "settingsloader.cpp",
+                                       "The value of variable: AUXTorque is out of range!"));
+    EXPECT_TRUE(testsupport::isLogLine(lines[1], gen::Error, "settingsloader.cpp",
+                                       "Value must be between min: 1 and max: 4, but is: 9"));
+}
+
+TEST_F(LoaderTest, UnconvertibleValueLogsTheCheckersText) {
+    testsupport::KmsgCapture log;
+    auto text = document("{\"AUXTorque\": abc}");
+    EXPECT_TRUE(service->parseJsonStringStreamAndSetValues(text));
+    EXPECT_EQ(gen::memPersistent().AUXTorque, 2);
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "settingsloader.cpp",
+                                       "The value of variable: AUXTorque is out of range!"));
+    // The checker's text ends in a line feed of its own.
+    EXPECT_TRUE(testsupport::isLogLine(lines[1], gen::Error, "settingsloader.cpp",
+                                       "Can't convert \"abc\""));
+    EXPECT_EQ(lines[2], "");
+}
+
+TEST_F(LoaderTest, SetterErrorIsAWarningAndFailsTheLoadButOthersApply) {
+    testsupport::KmsgCapture log;
+    auto text = document("{\"KnobLock\": TRUE, \"FocusTorque\": 4, "
+                         "\"CinefadeDisplayModeValue\": \"filter\"}");
+    EXPECT_FALSE(service->parseJsonStringStreamAndSetValues(text));
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 4);
+    EXPECT_FALSE(gen::memPersistent().KnobLock);
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_TRUE(testsupport::isLogLine(
+        lines[0], gen::Warn, "settingsloader.cpp",
+        "Could not set KnobLock to TRUE : Value has to be 'true' or 'false'"));
+    EXPECT_TRUE(testsupport::isLogLine(lines[1], gen::Warn, "settingsloader.cpp",
+                                       "Could not set CinefadeDisplayModeValue to filter : "
+                                       "filter is not part of enum CinefadeDisplayMode"));
+}
+
+TEST_F(LoaderTest, UnknownKeyIsIgnoredSilently) {
+    testsupport::KmsgCapture log;
+    auto text = document("{\"NoSuchVariable\": 1, \"FocusTorque\": 1}");
+    EXPECT_TRUE(service->parseJsonStringStreamAndSetValues(text));
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 1);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(LoaderTest, SyntaxErrorLogsAnExcerptAndChangesNothing) {
+    testsupport::KmsgCapture log;
+    const std::string text = "{\"FocusTorque\": 3, \"AUXTorque\": 4, \"KnobLock\" true}";
+    auto stream = document(text);
+    EXPECT_FALSE(service->parseJsonStringStreamAndSetValues(stream));
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 2);
+    EXPECT_THAT(posted(), IsEmpty());
+    const int position = static_cast<int>(text.find(" true")) + 1;
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "settingsloader.cpp",
+                                       "JSON parse error at " + std::to_string(position)));
+    EXPECT_TRUE(testsupport::isLogLine(lines[1], gen::Error, "settingsloader.cpp",
+                                       text.substr(position - 20, 41)));
+    EXPECT_TRUE(testsupport::isLogLine(lines[2], gen::Error, "settingsloader.cpp",
+                                       "                    ^ here"));
+}
+
+TEST_F(LoaderTest, SyntaxErrorWithinTheFirstTwentyCharactersThrowsOutOfRange) {
+    testsupport::KmsgCapture log;
+    auto text = document("{\"FocusTorque\" 3}");
+    EXPECT_THROW(service->parseJsonStringStreamAndSetValues(text), std::out_of_range);
+    EXPECT_THAT(messages(log.lines()), ElementsAre("JSON parse error at 15"));
+}
+
+TEST_F(LoaderTest, StructArrayElementsAreStoredFieldByField) {
+    auto text = document("{\"RecentLensFiles\": [{}, {\"LensFileName\": {\"value\": \"Zeta 50\", "
+                         "\"type\": \"string\" }, \"LensFileUseCount\": {\"value\":\"7\"}}]}");
+    EXPECT_TRUE(service->parseJsonStringStreamAndSetValues(text));
+    const gen::LensFile& second = gen::memPersistent().RecentLensFiles[1];
+    EXPECT_STREQ(second.LensFileName.data(), "Zeta 50");
+    EXPECT_EQ(second.LensFileUseCount, 7);
+    EXPECT_EQ(gen::memPersistent().RecentLensFiles[0].LensFileUseCount, 0);
+}
+
+TEST_F(LoaderTest, StructArrayFieldWithoutValueThrowsNotFound) {
+    auto text = document("{\"RecentLensFiles\": [{\"LensFileUseCount\": {\"text\":\"7\"}}]}");
+    try {
+        service->parseJsonStringStreamAndSetValues(text);
+        FAIL() << "no exception";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "Not found");
+    }
+}
+
+TEST_F(LoaderTest, MissingFileSetsFileNotFoundOnceAndFails) {
+    testsupport::KmsgCapture log;
+    gen::memDeviceState().FileNotFound = false;
+    EXPECT_FALSE(service->loadSetting("nosuch.stp", false));
+    EXPECT_TRUE(gen::memDeviceState().FileNotFound);
+    EXPECT_THAT(ids(posted()), ElementsAre(VarFileNotFoundChanged));
+    EXPECT_FALSE(service->loadSetting("nosuch.stp", false));
+    EXPECT_THAT(posted(), IsEmpty());
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "settingsloader.cpp",
+                                       "Could not open settings file: nosuch.stp"));
+}
+
+TEST_F(LoaderTest, MissingCurrentFileIsCreatedFromTheDefaultsAndLoaded) {
+    testsupport::KmsgCapture log;
+    EXPECT_TRUE(service->init());
+    ASSERT_TRUE(exists(CURRENT));
+    EXPECT_EQ(readFile(CURRENT), service->getCurrentValues().str());
+    for (const std::string& message : messages(log.lines())) {
+        EXPECT_EQ(message.find("Could not open settings file"), std::string::npos);
+    }
+}
+
+TEST_F(LoaderTest, ExistingCurrentFileIsLoadedAtStart) {
+    std::filesystem::create_directory(SETUPS);
+    writeFile(CURRENT, "{\"FocusTorque\": 4, \"SoundVolume\": 3}");
+    EXPECT_TRUE(service->init());
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 4);
+    EXPECT_EQ(gen::memPersistent().SoundVolume, 3);
+}
+
+TEST_F(LoaderTest, LoadingAUserSetupRewritesTheCurrentFileAtOnce) {
+    ASSERT_TRUE(service->init());
+    writeFile(std::string(SETUPS) + "Studio.stp", "{\"IrisTorque\": 4}");
+    const std::string before = readFile(CURRENT);
+    EXPECT_TRUE(service->loadSetting("Studio.stp", true));
+    const std::string after = readFile(CURRENT);
+    EXPECT_NE(after, before);
+    EXPECT_NE(after.find("\"IrisTorque\": 4,\n"), std::string::npos);
+    EXPECT_EQ(after, service->getCurrentValues().str());
+}
+
+TEST_F(LoaderTest, LoadingWithoutStoreLeavesTheCurrentFile) {
+    ASSERT_TRUE(service->init());
+    writeFile(std::string(SETUPS) + "Studio.stp", "{\"IrisTorque\": 4}");
+    const std::string before = readFile(CURRENT);
+    EXPECT_TRUE(service->loadSetting("Studio.stp", false));
+    EXPECT_EQ(readFile(CURRENT), before);
+    EXPECT_EQ(gen::memPersistent().IrisTorque, 4);
+}
+
+TEST_F(LoaderTest, FactoryResetWithTheFlagClearedDoesNothing) {
+    ASSERT_TRUE(service->init());
+    writeFile(std::string(SETUPS) + "Keep.stp", "{}");
+    gen::memPersistent().FocusTorque = 4;
+    posted();
+    testsupport::KmsgCapture log;
+    gen::memGuiLocal().FactoryReset = false;
+    service->handleEvent(Notify{VarFactoryResetChanged, 0, 0});
+    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_THAT(posted(), IsEmpty());
+    EXPECT_TRUE(exists(std::string(SETUPS) + "Keep.stp"));
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 4);
+}
+
+TEST_F(LoaderTest, FactoryResetDeletesTheFolderRestoresDefaultsAndClearsTheFlag) {
+    ASSERT_TRUE(service->init());
+    writeFile(std::string(SETUPS) + "Keep.stp", "{}");
+    std::filesystem::create_directory(std::string(SETUPS) + "folder");
+    gen::memPersistent().FocusTorque = 4;
+    posted();
+    testsupport::KmsgCapture log;
+    gen::memGuiLocal().FactoryReset = true;
+    service->handleEvent(Notify{VarFactoryResetChanged, 0, 0});
+    EXPECT_FALSE(gen::memGuiLocal().FactoryReset);
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 2);
+    EXPECT_TRUE(std::filesystem::is_empty(SETUPS));
+    EXPECT_FALSE(service->isDirty());
+    const std::vector<EventId> order = ids(posted());
+    ASSERT_GE(order.size(), 3u);
+    EXPECT_EQ(order.front(), UnsubscribeAll);
+    EXPECT_EQ(order[1], VarFocusTorqueChanged);
+    EXPECT_EQ(order.back(), VarFactoryResetChanged);
+    const auto texts = messages(log.lines());
+    ASSERT_GE(texts.size(), 2u);
+    EXPECT_EQ(texts.front(), "Factory reset started");
+    EXPECT_EQ(texts.back(), "Factory reset done");
+}

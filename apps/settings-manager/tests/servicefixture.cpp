@@ -1,0 +1,87 @@
+#include "servicefixture.h"
+
+#include "introspection.h"
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace servicetest {
+
+BrokerStandIn* ServiceTest::broker = nullptr;
+
+std::string readFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+void writeFile(const std::string& path, const std::string& text) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << text;
+}
+
+bool exists(const std::string& path) {
+    return std::filesystem::exists(path);
+}
+
+std::vector<EventId> ids(const std::vector<Notify>& records) {
+    std::vector<EventId> result;
+    for (const Notify& record : records) {
+        result.push_back(record.id);
+    }
+    return result;
+}
+
+std::string persistentValue(const char* name) {
+    const uint32_t memory = Introspection::getMemIndex("MemPersistent");
+    for (uint32_t variable = 0; variable < Introspection::getVarCount(memory); ++variable) {
+        if (std::string(Introspection::getVarName(memory, variable)) == name) {
+            return Introspection::getVarValue(memory, variable, 0);
+        }
+    }
+    throw std::runtime_error(std::string("no persistent variable ") + name);
+}
+
+std::vector<std::string> messages(const std::vector<std::string>& lines) {
+    // program (22) + level (12) + location "%20s:%4i " (26)
+    constexpr std::size_t MESSAGE_START = 22 + 12 + 26;
+    std::vector<std::string> result;
+    for (const std::string& line : lines) {
+        result.push_back(line.size() > MESSAGE_START ? line.substr(MESSAGE_START) : "");
+    }
+    return result;
+}
+
+void ServiceTest::SetUpTestSuite() {
+    broker = new BrokerStandIn;
+}
+
+void ServiceTest::TearDownTestSuite() {
+    delete broker;
+    broker = nullptr;
+}
+
+void ServiceTest::SetUp() {
+    std::filesystem::remove_all(SETUPS);
+    startService();
+}
+
+void ServiceTest::TearDown() {
+    service.reset();
+    std::filesystem::remove_all(SETUPS);
+}
+
+void ServiceTest::startService() {
+    service.reset();
+    service = std::make_unique<SettingsManager>();
+    broker->accept();
+    ASSERT_TRUE(isSubscriptionSequence(broker->receive(2 * SUBSCRIPTION_COUNT, 5000)));
+}
+
+std::vector<Notify> ServiceTest::posted() {
+    return broker->received();
+}
+
+} // namespace servicetest

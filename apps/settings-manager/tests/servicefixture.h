@@ -1,0 +1,46 @@
+// The set-up that the service's tests share: a broker stand-in for the whole
+// program, an empty settings folder, and a SettingsManager constructed for
+// each test (memories at their defaults, connected, subscriptions read off).
+#pragma once
+
+#include "brokerstandin.h"
+#include "settingsmanager.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace servicetest {
+
+constexpr const char* SETUPS = "/var//SETUPS/";
+constexpr const char* CURRENT = "/var//SETUPS/.current.stp";
+
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, const std::string& text);
+bool exists(const std::string& path);
+// The ids of the records, in order.
+std::vector<EventId> ids(const std::vector<Notify>& records);
+// The value of a MemPersistent variable as text.
+std::string persistentValue(const char* name);
+// The messages of the kernel-log lines (everything after the location field).
+std::vector<std::string> messages(const std::vector<std::string>& lines);
+
+class ServiceTest : public testing::Test {
+protected:
+    static void SetUpTestSuite();
+    static void TearDownTestSuite();
+    void SetUp() override;
+    void TearDown() override;
+
+    // A new service (the previous one is destroyed first).
+    void startService();
+    // The records the service posted since the last call.
+    std::vector<Notify> posted();
+
+    static BrokerStandIn* broker;
+    std::unique_ptr<SettingsManager> service;
+};
+
+} // namespace servicetest

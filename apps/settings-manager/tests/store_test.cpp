@@ -1,0 +1,147 @@
+// Change tracking and the settings document: addUpdate, the document's exact
+// form, and writing files.
+#include "introspection.h"
+#include "kmsgcapture.h"
+#include "logline.h"
+#include "records.h"
+#include "servicefixture.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <sys/stat.h>
+
+using namespace servicetest;
+using testing::IsEmpty;
+
+namespace {
+
+std::vector<std::string> documentLines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::size_t start = 0;
+    for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
+        lines.push_back(text.substr(start, end - start));
+    }
+    lines.push_back(text.substr(start));
+    return lines;
+}
+
+} // namespace
+
+class StoreTest : public ServiceTest {};
+
+TEST_F(StoreTest, AChangeOfAPersistentVariableIsLoggedAndMarksDirty) {
+    testsupport::KmsgCapture log;
+    gen::memPersistent().FocusTorque = 3;
+    EXPECT_FALSE(service->isDirty());
+    service->handleEvent(Notify{VarFocusTorqueChanged, 0, 0});
+    EXPECT_TRUE(service->isDirty());
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::LogLight, "settingsstore.cpp",
+                                       "FocusTorque changed to 3"));
+}
+
+TEST_F(StoreTest, AnEventOfNoPersistentVariableLogsNothingAndStillMarksDirty) {
+    testsupport::KmsgCapture log;
+    service->handleEvent(Notify{VarFocusTargetValueChanged, 0, 0});
+    EXPECT_TRUE(service->isDirty());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(StoreTest, EventsOfTheDialogueThatAreNoRequestsAreChanges) {
+    for (EventId id : {VarUserSetupListChanged, VarUserSetupListSizeChanged,
+                       VarUserSetupSelectedFileIndexChanged, VarUserSetupSaveChanged,
+                       VarUserSetupFileCheckDoneChanged}) {
+        startService();
+        testsupport::KmsgCapture log;
+        service->handleEvent(Notify{id, 0, 0});
+        EXPECT_TRUE(service->isDirty()) << id;
+        EXPECT_THAT(log.lines(), IsEmpty()) << id;
+        EXPECT_THAT(posted(), IsEmpty()) << id;
+    }
+}
+
+TEST_F(StoreTest, TheDocumentHasOneLinePerPersistentVariableInExactForm) {
+    auto& values = gen::memPersistent();
+    values.FocusTorque = 3;
+    values.KnobLock = true;
+    values.CinefadeDisplayModeValue = 1;
+    values.CircleofConfusion = 0.5f;
+    std::snprintf(values.UserButton4_Name.data(), values.UserButton4_Name.size(), "Rec");
+    std::snprintf(values.RecentLensFiles[1].LensFileName.data(),
+                  values.RecentLensFiles[1].LensFileName.size(), "Zeta 50");
+    const std::string text = service->getCurrentValues().str();
+
+    ASSERT_GE(text.size(), 4u);
+    EXPECT_EQ(text.substr(0, 2), "{\n");
+    EXPECT_EQ(text.substr(text.size() - 2), "\n}");
+    const std::vector<std::string> lines = documentLines(text);
+    const uint32_t memory = Introspection::getMemIndex("MemPersistent");
+    const uint32_t count = Introspection::getVarCount(memory);
+    ASSERT_EQ(lines.size(), count + 2);
+    EXPECT_EQ(lines.front(), "{");
+    EXPECT_EQ(lines.back(), "}");
+    EXPECT_EQ(lines[1], "\"AUXTorque\": 2,");
+    EXPECT_EQ(lines[count], "\"ZoomTorque\": 2");
+    for (uint32_t variable = 0; variable < count; ++variable) {
+        const std::string& line = lines[variable + 1];
+        const std::string start =
+            "\"" + std::string(Introspection::getVarName(memory, variable)) + "\": ";
+        EXPECT_EQ(line.substr(0, start.size()), start);
+        EXPECT_EQ(line.back() == ',', variable + 1 < count) << line;
+    }
+    const auto has = [&](const std::string& line) {
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    };
+    EXPECT_TRUE(has("\"FocusTorque\": 3,"));
+    EXPECT_TRUE(has("\"KnobLock\": true,"));
+    EXPECT_TRUE(has("\"CinefadeDisplayModeValue\": \"Filter\","));
+    EXPECT_TRUE(has("\"CircleofConfusion\": 0.500000,"));
+    EXPECT_TRUE(has("\"UserButton4_Name\": \"Rec\","));
+    EXPECT_TRUE(has("\"LensFileFavouriteFolder\": \"/var/LENSFILES/\","));
+
+    uint32_t recent = 0;
+    while (std::string(Introspection::getVarName(memory, recent)) != "RecentLensFiles") {
+        ++recent;
+    }
+    std::string array = "\"RecentLensFiles\": [";
+    for (int element = 0; element < 5; ++element) {
+        const std::string value = Introspection::getVarValue(memory, recent, element);
+        ASSERT_EQ(value.front(), '{');
+        array += (element > 0 ? "," : "") + value;
+    }
+    array += "],";
+    EXPECT_TRUE(has(array));
+    EXPECT_NE(Introspection::getVarValue(memory, recent, 1)
+                  .find("\"LensFileName\": {\"value\":\"Zeta 50\", \"type\": \"string\" }"),
+              std::string::npos);
+}
+
+TEST_F(StoreTest, ProductLinesAlwaysCarryTheServicesProductInformation) {
+    ASSERT_TRUE(service->init());
+    std::snprintf(gen::memPersistent().ProductName.data(), 20, "Tampered");
+    std::snprintf(gen::memPersistent().ProductVersion.data(), 20, "Tampered");
+    const std::string text = service->getCurrentValues().str();
+    EXPECT_EQ(text.find("Tampered"), std::string::npos);
+    EXPECT_NE(text.find("\"ProductVersion\": \"0.0.0-dev\",\n"), std::string::npos);
+    EXPECT_STREQ(gen::memPersistent().ProductVersion.data(), "0.0.0-dev");
+}
+
+TEST_F(StoreTest, StoreWritesTheWholeDocumentTruncatingTheOldFile) {
+    std::filesystem::create_directory(SETUPS);
+    const std::string path = std::string(SETUPS) + "Long.stp";
+    writeFile(path, std::string(20000, 'x'));
+    EXPECT_TRUE(service->storeToMemory("Long"));
+    EXPECT_EQ(readFile(path), service->getCurrentValues().str());
+}
+
+TEST_F(StoreTest, AFileThatCannotBeOpenedIsSkippedSilently) {
+    std::filesystem::create_directory(SETUPS);
+    ASSERT_EQ(::chmod(SETUPS, 0555), 0);
+    testsupport::KmsgCapture log;
+    EXPECT_FALSE(service->storeToMemory("Blocked"));
+    EXPECT_FALSE(exists(std::string(SETUPS) + "Blocked.stp"));
+    EXPECT_THAT(log.lines(), IsEmpty());
+    ::chmod(SETUPS, 0755);
+}
