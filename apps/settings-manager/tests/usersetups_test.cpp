@@ -1,0 +1,329 @@
+// User setups: the list in MemUserSetups and the dialogue's requests.
+#include "kmsgcapture.h"
+#include "logline.h"
+#include "records.h"
+#include "servicefixture.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+
+using namespace servicetest;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+std::string inFolder(const std::string& name) {
+    return std::string(SETUPS) + name;
+}
+
+std::string entry(int index) {
+    return gen::memUserSetups().UserSetupList[index].UserSetupFileName.data();
+}
+
+std::vector<std::string> entries() {
+    std::vector<std::string> result;
+    for (int i = 0; i < gen::memUserSetups().UserSetupListSize; ++i) {
+        result.push_back(entry(i));
+    }
+    return result;
+}
+
+void setName(const char* name) {
+    std::snprintf(gen::memUserSetups().UserSetupSave.data(), 18, "%s", name);
+}
+
+} // namespace
+
+class UserSetupsTest : public ServiceTest {
+protected:
+    void SetUp() override {
+        ServiceTest::SetUp();
+        ASSERT_TRUE(service->init());
+        gen::memDeviceState().FileAlreadyExists = false;
+        gen::memUserSetups().UserSetupFileCheckDone = false;
+        posted();
+    }
+
+    void request(bool& flag, EventId event) {
+        flag = true;
+        service->handleEvent(Notify{event, 0, 0});
+    }
+};
+
+TEST_F(UserSetupsTest, FoldersComeFirstEachGroupSortedWithoutCaseHiddenNamesLeftOut) {
+    std::filesystem::create_directory(inFolder("b"));
+    std::filesystem::create_directory(inFolder("A"));
+    for (const char* name : {"c.stp", "B.stp", "x.txt", ".hidden.stp"}) {
+        writeFile(inFolder(name), "{}");
+    }
+    service->updateUserSettingList();
+    EXPECT_THAT(entries(), ElementsAre("A", "b", "B.stp", "c.stp", "x.txt"));
+    EXPECT_TRUE(exists(CURRENT));
+}
+
+TEST_F(UserSetupsTest, TheStartFillsTheListOnce) {
+    writeFile(inFolder("Studio.stp"), "{}");
+    startService();
+    gen::memUserSetups().UserSetupListSize = 7;
+    ASSERT_TRUE(service->init());
+    EXPECT_THAT(entries(), ElementsAre("Studio.stp"));
+}
+
+TEST_F(UserSetupsTest, NamesLongerThan21CharactersAreCut) {
+    writeFile(inFolder("abcdefghijklmnopqrstuvwxyz.stp"), "{}");
+    service->updateUserSettingList();
+    EXPECT_THAT(entries(), ElementsAre("abcdefghijklmnopqrstu"));
+}
+
+TEST_F(UserSetupsTest, ACountThatChangesPostsBothEventsAnUnchangedOneOnlyTheList) {
+    for (const char* name : {"a.stp", "b.stp", "c.stp", "d.stp", "e.stp"}) {
+        writeFile(inFolder(name), "{}");
+    }
+    service->updateUserSettingList();
+    EXPECT_EQ(gen::memUserSetups().UserSetupListSize, 5);
+    EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupListChanged, VarUserSetupListSizeChanged));
+
+    std::filesystem::remove(inFolder("a.stp"));
+    std::filesystem::remove(inFolder("b.stp"));
+    service->updateUserSettingList();
+    EXPECT_THAT(entries(), ElementsAre("c.stp", "d.stp", "e.stp"));
+    EXPECT_EQ(entry(3), "d.stp");
+    EXPECT_EQ(entry(4), "e.stp");
+    EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupListChanged, VarUserSetupListSizeChanged));
+
+    service->updateUserSettingList();
+    EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupListChanged));
+}
+
+TEST_F(UserSetupsTest, MoreThanTwentyEntriesFillTheTwentySlots) {
+    for (int i = 0; i < 25; ++i) {
+        char name[32];
+        std::snprintf(name, sizeof name, "setup%02d.stp", i);
+        writeFile(inFolder(name), "{}");
+    }
+    service->updateUserSettingList();
+    EXPECT_EQ(gen::memUserSetups().UserSetupListSize, 20);
+    EXPECT_EQ(entry(0), "setup00.stp");
+    EXPECT_EQ(entry(19), "setup19.stp");
+}
+
+TEST_F(UserSetupsTest, SavingUnderANewNameWritesTheFileAndClearsTheName) {
+    auto& setups = gen::memUserSetups();
+    setName("Studio");
+    request(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged);
+    EXPECT_EQ(readFile(inFolder("Studio.stp")), service->getCurrentValues().str());
+    EXPECT_STREQ(setups.UserSetupSave.data(), "");
+    EXPECT_TRUE(setups.UserSetupFileCheckDone);
+    EXPECT_FALSE(setups.UserSetupAcceptSaveFileName);
+    EXPECT_FALSE(gen::memDeviceState().FileAlreadyExists);
+    EXPECT_THAT(ids(posted()),
+                ElementsAre(VarUserSetupSaveChanged, VarUserSetupFileCheckDoneChanged,
+                            VarUserSetupAcceptSaveFileNameChanged));
+}
+
+TEST_F(UserSetupsTest, SavingUnderAnExistingNameAsksAndTheOverwriteWritesIt) {
+    auto& setups = gen::memUserSetups();
+    writeFile(inFolder("Studio.stp"), "old");
+    setName("Studio");
+    request(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged);
+    EXPECT_EQ(readFile(inFolder("Studio.stp")), "old");
+    EXPECT_TRUE(gen::memDeviceState().FileAlreadyExists);
+    EXPECT_TRUE(setups.UserSetupFileCheckDone);
+    EXPECT_STREQ(setups.UserSetupSave.data(), "Studio");
+    EXPECT_THAT(ids(posted()),
+                ElementsAre(VarFileAlreadyExistsChanged, VarUserSetupFileCheckDoneChanged,
+                            VarUserSetupAcceptSaveFileNameChanged));
+
+    request(setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged);
+    EXPECT_EQ(readFile(inFolder("Studio.stp")), service->getCurrentValues().str());
+    EXPECT_STREQ(setups.UserSetupSave.data(), "");
+    EXPECT_FALSE(setups.UserSetupOverwriteFile);
+    EXPECT_THAT(ids(posted()),
+                ElementsAre(VarUserSetupOverwriteFileChanged, VarUserSetupSaveChanged));
+}
+
+TEST_F(UserSetupsTest, SavingWithAnEmptyNameOnlyReportsTheCheck) {
+    auto& setups = gen::memUserSetups();
+    setName("");
+    request(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged);
+    EXPECT_TRUE(setups.UserSetupFileCheckDone);
+    EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupFileCheckDoneChanged,
+                                           VarUserSetupAcceptSaveFileNameChanged));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(SETUPS), {}), 1);
+}
+
+TEST_F(UserSetupsTest, RenamingToAFreeNameMovesTheFile) {
+    auto& setups = gen::memUserSetups();
+    writeFile(inFolder("Old.stp"), "old");
+    service->updateUserSettingList();
+    posted();
+    setups.UserSetupSelectedFileIndex = 0;
+    setName("New");
+    request(setups.UserSetupRename, VarUserSetupRenameChanged);
+    EXPECT_FALSE(exists(inFolder("Old.stp")));
+    EXPECT_EQ(readFile(inFolder("New.stp")), "old");
+    EXPECT_STREQ(setups.UserSetupSave.data(), "");
+    EXPECT_TRUE(setups.UserSetupFileCheckDone);
+    EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupRenameChanged, VarUserSetupSaveChanged,
+                                           VarUserSetupFileCheckDoneChanged));
+}
+
+TEST_F(UserSetupsTest, RenamingOntoAnExistingFileAsksAndTheOverwriteReplacesIt) {
+    auto& setups = gen::memUserSetups();
+    writeFile(inFolder("New.stp"), "new");
+    writeFile(inFolder("Old.stp"), "old");
+    service->updateUserSettingList();
+    posted();
+    setups.UserSetupSelectedFileIndex = 1;
+    setName("New");
+    request(setups.UserSetupRename, VarUserSetupRenameChanged);
+    EXPECT_EQ(readFile(inFolder("New.stp")), "new");
+    EXPECT_TRUE(exists(inFolder("Old.stp")));
+    EXPECT_TRUE(gen::memDeviceState().FileAlreadyExists);
+    EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupRenameChanged, VarFileAlreadyExistsChanged,
+                                           VarUserSetupFileCheckDoneChanged));
+
+    request(setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged);
+    EXPECT_FALSE(exists(inFolder("Old.stp")));
+    EXPECT_EQ(readFile(inFolder("New.stp")), "old");
+    EXPECT_STREQ(setups.UserSetupSave.data(), "");
+}
+
+TEST_F(UserSetupsTest, RenamingAnIndexBeyondTheListDoesNothingAndKeepsTheFlag) {
+    auto& setups = gen::memUserSetups();
+    writeFile(inFolder("Old.stp"), "old");
+    service->updateUserSettingList();
+    posted();
+    setups.UserSetupSelectedFileIndex = 1;
+    setName("New");
+    request(setups.UserSetupRename, VarUserSetupRenameChanged);
+    EXPECT_TRUE(setups.UserSetupRename);
+    EXPECT_TRUE(exists(inFolder("Old.stp")));
+    EXPECT_FALSE(setups.UserSetupFileCheckDone);
+    EXPECT_THAT(posted(), IsEmpty());
+}
+
+TEST_F(UserSetupsTest, DeletingRemovesTheSelectedFileButNeverAFolder) {
+    auto& setups = gen::memUserSetups();
+    std::filesystem::create_directory(inFolder("folder"));
+    writeFile(inFolder("Old.stp"), "old");
+    service->updateUserSettingList();
+    posted();
+    setups.UserSetupSelectedFileIndex = 1;
+    request(setups.UserSetupDelete, VarUserSetupDeleteChanged);
+    EXPECT_FALSE(exists(inFolder("Old.stp")));
+    EXPECT_FALSE(setups.UserSetupDelete);
+    EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupDeleteChanged));
+
+    setups.UserSetupSelectedFileIndex = 0;
+    request(setups.UserSetupDelete, VarUserSetupDeleteChanged);
+    EXPECT_TRUE(exists(inFolder("folder")));
+}
+
+TEST_F(UserSetupsTest, LoadingTheSelectedSetupAppliesItAndRewritesTheCurrentFile) {
+    auto& setups = gen::memUserSetups();
+    writeFile(inFolder("Studio.stp"), "{\"ZoomTorque\": 4}");
+    service->updateUserSettingList();
+    setups.UserSetupSelectedFileIndex = 0;
+    request(setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged);
+    EXPECT_EQ(gen::memPersistent().ZoomTorque, 4);
+    EXPECT_NE(readFile(CURRENT).find("\"ZoomTorque\": 4\n}"), std::string::npos);
+    EXPECT_FALSE(setups.UserSetupAcceptLoadFileName);
+    EXPECT_EQ(ids(posted()).back(), VarUserSetupAcceptLoadFileNameChanged);
+}
+
+TEST_F(UserSetupsTest, LoadingAnIndexOutOfRangeIsAnError) {
+    auto& setups = gen::memUserSetups();
+    service->updateUserSettingList();
+    posted();
+    for (int index : {-1, 0}) {
+        testsupport::KmsgCapture log;
+        setups.UserSetupSelectedFileIndex = index;
+        request(setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged);
+        const auto lines = log.lines();
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "usersetups.cpp",
+                                           "List index is out of range"));
+        EXPECT_FALSE(setups.UserSetupAcceptLoadFileName);
+        EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupAcceptLoadFileNameChanged));
+    }
+}
+
+TEST_F(UserSetupsTest, ACutNameIsWhatLoadRenameAndDeleteUse) {
+    auto& setups = gen::memUserSetups();
+    const std::string longName = inFolder("abcdefghijklmnopqrstuvwxyz.stp");
+    writeFile(longName, "{\"ZoomTorque\": 4}");
+    service->updateUserSettingList();
+    setups.UserSetupSelectedFileIndex = 0;
+    gen::memDeviceState().FileNotFound = false;
+    testsupport::KmsgCapture log;
+    request(setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged);
+    EXPECT_EQ(gen::memPersistent().ZoomTorque, 2);
+    EXPECT_TRUE(gen::memDeviceState().FileNotFound);
+    EXPECT_THAT(messages(log.lines()),
+                ElementsAre("Could not open settings file: abcdefghijklmnopqrstu"));
+
+    request(setups.UserSetupDelete, VarUserSetupDeleteChanged);
+    EXPECT_TRUE(exists(longName));
+
+    setName("Short");
+    setups.UserSetupRename = true;
+    EXPECT_THROW(service->handleEvent(Notify{VarUserSetupRenameChanged, 0, 0}),
+                 std::filesystem::filesystem_error);
+    EXPECT_TRUE(exists(longName));
+    EXPECT_FALSE(exists(inFolder("Short.stp")));
+}
+
+TEST_F(UserSetupsTest, ANewNameIsProposedFromTheClockAfterClearingTheFlag) {
+    auto& setups = gen::memUserSetups();
+    const std::time_t before = std::time(nullptr);
+    request(setups.UserSetupAddNew, VarUserSetupAddNewChanged);
+    const std::time_t after = std::time(nullptr);
+    const std::string proposed = setups.UserSetupSave.data();
+    EXPECT_TRUE(proposed == SettingsManager::proposedSetupName(before).data() ||
+                proposed == SettingsManager::proposedSetupName(after).data())
+        << proposed;
+    EXPECT_FALSE(setups.UserSetupAddNew);
+    EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupAddNewChanged, VarUserSetupSaveChanged));
+
+    request(setups.UserSetupAddNew, VarUserSetupAddNewChanged);
+    EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupAddNewChanged, VarUserSetupSaveChanged));
+}
+
+TEST(ProposedSetupName, IsTheLocalTimeAsYearMonthDayUnderscoreHourMinute) {
+    std::tm utc{};
+    utc.tm_year = 2026 - 1900;
+    utc.tm_mon = 10;
+    utc.tm_mday = 15;
+    utc.tm_hour = 14;
+    utc.tm_min = 12;
+    const std::time_t when = timegm(&utc);
+    ::setenv("TZ", "UTC0", 1);
+    EXPECT_STREQ(SettingsManager::proposedSetupName(when).data(), "261115_1412");
+    ::setenv("TZ", "XYZ-2", 1);
+    EXPECT_STREQ(SettingsManager::proposedSetupName(when).data(), "261115_1612");
+    ::unsetenv("TZ");
+}
+
+TEST_F(UserSetupsTest, RequestsWhoseFlagIsClearedDoNothing) {
+    auto& setups = gen::memUserSetups();
+    writeFile(inFolder("Old.stp"), "old");
+    service->updateUserSettingList();
+    posted();
+    setups.UserSetupSelectedFileIndex = 0;
+    setName("New");
+    for (EventId event :
+         {VarUserSetupAcceptLoadFileNameChanged, VarUserSetupAcceptSaveFileNameChanged,
+          VarUserSetupAddNewChanged, VarUserSetupRenameChanged, VarUserSetupOverwriteFileChanged,
+          VarUserSetupDeleteChanged, VarFactoryResetChanged}) {
+        service->handleEvent(Notify{event, 0, 0});
+    }
+    EXPECT_THAT(posted(), IsEmpty());
+    EXPECT_EQ(readFile(inFolder("Old.stp")), "old");
+    EXPECT_FALSE(exists(inFolder("New.stp")));
+    EXPECT_STREQ(setups.UserSetupSave.data(), "New");
+    EXPECT_FALSE(service->isDirty());
+}
