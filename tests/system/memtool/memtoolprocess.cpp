@@ -52,7 +52,7 @@ MemtoolProcess::MemtoolProcess(const std::vector<std::string>& arguments) {
     if (pid == 0) {
         ::dup2(out[1], STDOUT_FILENO);
         ::dup2(err[1], STDERR_FILENO);
-        ::execv(argv[0], argv.data());
+        ::execvp(argv[0], argv.data());
         ::_exit(127);
     }
     ::close(out[1]);

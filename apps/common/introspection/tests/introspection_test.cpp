@@ -325,7 +325,7 @@ TEST(CheckMinMax, FloatWithOnlyAMaximumRejectsZeroAndNegatives) {
     EXPECT_TRUE(checkMinMax(measure, range, "0.5", error));
     EXPECT_TRUE(checkMinMax(measure, range, "25", error));
     EXPECT_FALSE(checkMinMax(measure, range, "25.01", error));
-    EXPECT_TRUE(checkMinMax(measure, range, "1.17549435e-38", error));
+    EXPECT_TRUE(checkMinMax(measure, range, "1e-37", error));
     EXPECT_EQ(error, "");
 }
 
