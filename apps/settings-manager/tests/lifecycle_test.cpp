@@ -1,0 +1,383 @@
+// The service's lifecycle: construction, start-up with its folder and
+// readiness signal, the once-a-second save of the loop, and shutdown.
+#include "eventpoll.h"
+#include "kmsgcapture.h"
+#include "logline.h"
+#include "memories.h"
+#include "records.h"
+#include "servicefixture.h"
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace servicetest;
+using namespace std::chrono_literals;
+using testing::Contains;
+using testing::Not;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int INIT_FAILED = 10;
+constexpr int LOOP_DID_NOT_TERMINATE = 11;
+constexpr int SERVICE_THREW = 12;
+
+mode_t modeOf(const char* path) {
+    struct stat status {};
+    ::stat(path, &status);
+    return status.st_mode & 07777;
+}
+
+// The status of a child as waitpid reports it, or -1 after `limit`.
+int waitFor(pid_t pid, std::chrono::milliseconds limit) {
+    const auto end = Clock::now() + limit;
+    for (;;) {
+        int status = 0;
+        if (::waitpid(pid, &status, WNOHANG) == pid) {
+            return status;
+        }
+        if (Clock::now() > end) {
+            return -1;
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+}
+
+bool exitedWith(int status, int code) {
+    return status >= 0 && WIFEXITED(status) && WEXITSTATUS(status) == code;
+}
+
+bool killedBy(int status, int signal) {
+    return status >= 0 && WIFSIGNALED(status) && WTERMSIG(status) == signal;
+}
+
+// Runs the service as the entry point does, in a child process: start-up, the
+// loop when `loop` is set (after writing one byte to `ready`), shutdown.  The
+// object is never destroyed, as in the entry point.  Exit status: 0, or one of
+// the codes above.
+[[noreturn]] void runService(bool loop, int ready) {
+    int status = 0;
+    try {
+        auto* service = new SettingsManager;
+        if (!service->init()) {
+            status = INIT_FAILED;
+        } else if (loop) {
+            static_cast<void>(::write(ready, "r", 1));
+            if (service->doWork() != EventPoll::Terminate) {
+                status = LOOP_DID_NOT_TERMINATE;
+            }
+        }
+        service->close();
+    } catch (...) {
+        status = SERVICE_THREW;
+    }
+    _exit(status);
+}
+
+// SIGUSR1 blocked in this process and read through a signal descriptor.
+class ReadinessSignals {
+public:
+    ReadinessSignals() {
+        sigemptyset(&set);
+        sigaddset(&set, SIGUSR1);
+        sigprocmask(SIG_BLOCK, &set, &previous);
+        fd = signalfd(-1, &set, SFD_CLOEXEC);
+    }
+    ~ReadinessSignals() {
+        ::close(fd);
+        siginfo_t info;
+        timespec none{0, 0};
+        while (sigtimedwait(&set, &info, &none) == SIGUSR1) {
+        }
+        sigprocmask(SIG_SETMASK, &previous, nullptr);
+    }
+    // The senders of the signals that arrive within `limit`, stopping at the first.
+    std::vector<pid_t> next(std::chrono::milliseconds limit) {
+        std::vector<pid_t> senders;
+        pollfd waiting{fd, POLLIN, 0};
+        if (::poll(&waiting, 1, static_cast<int>(limit.count())) == 1) {
+            signalfd_siginfo info{};
+            if (::read(fd, &info, sizeof info) == sizeof info) {
+                senders.push_back(static_cast<pid_t>(info.ssi_pid));
+            }
+        }
+        return senders;
+    }
+    const sigset_t& signals() const { return set; }
+
+private:
+    sigset_t set{};
+    sigset_t previous{};
+    int fd = -1;
+};
+
+// A process named "super" that waits for SIGUSR1: it exits 0 when the signal
+// comes, 1 when none came within 30 s.  (It keeps the test's handler of
+// SIGTERM, so only SIGKILL ends it early.)
+pid_t startSupervisorStandIn(const sigset_t& blocked) {
+    int named[2];
+    if (::pipe(named) != 0) {
+        return -1;
+    }
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::prctl(PR_SET_NAME, "super");
+        static_cast<void>(::write(named[1], "n", 1));
+        siginfo_t info;
+        timespec limit{30, 0};
+        _exit(sigtimedwait(&blocked, &info, &limit) == SIGUSR1 ? 0 : 1);
+    }
+    char byte;
+    static_cast<void>(::read(named[0], &byte, 1));
+    ::close(named[0]);
+    ::close(named[1]);
+    return pid;
+}
+
+// The close-writes of ".current.stp" within `limit`, as times after `start`.
+class CurrentFileWrites {
+public:
+    CurrentFileWrites() : fd(inotify_init1(IN_CLOEXEC)) {
+        inotify_add_watch(fd, SETUPS, IN_CLOSE_WRITE);
+    }
+    ~CurrentFileWrites() { ::close(fd); }
+    std::vector<Clock::duration> collect(Clock::time_point start, Clock::duration limit) {
+        std::vector<Clock::duration> writes;
+        const auto end = Clock::now() + limit;
+        for (auto now = Clock::now(); now < end; now = Clock::now()) {
+            pollfd waiting{fd, POLLIN, 0};
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - now);
+            if (::poll(&waiting, 1, static_cast<int>(left.count()) + 1) != 1) {
+                continue;
+            }
+            const auto seen = Clock::now() - start;
+            alignas(inotify_event) char buffer[4096];
+            const ssize_t got = ::read(fd, buffer, sizeof buffer);
+            for (ssize_t at = 0; at < got;) {
+                const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+                if (event->len > 0 && std::string(event->name) == ".current.stp") {
+                    writes.push_back(seen);
+                }
+                at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+            }
+        }
+        return writes;
+    }
+
+private:
+    int fd;
+};
+
+} // namespace
+
+class LifecycleTest : public ServiceTest {};
+
+TEST_F(LifecycleTest, TheServiceConnectsSubscribesAndHandlesWhatTheBrokerSends) {
+    EXPECT_EQ(service->settingsFolder(), "/var//SETUPS/");
+    EXPECT_NE(gen::getServerConnection(), nullptr);
+    broker->send(Notify{VarFocusTorqueChanged, 0, 0});
+    EXPECT_EQ(gen::getEventPoll().wait(5000, false), EventPoll::EventsHandled);
+    EXPECT_TRUE(service->isDirty());
+}
+
+TEST_F(LifecycleTest, AnExistingSettingsFolderIsKeptAsItIs) {
+    ASSERT_TRUE(std::filesystem::create_directory(SETUPS));
+    ::chmod(SETUPS, 0700);
+    EXPECT_TRUE(service->init());
+    EXPECT_EQ(modeOf(SETUPS), 0700u);
+}
+
+TEST_F(LifecycleTest, AMissingSettingsFolderIsCreatedWithMode0766) {
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    EXPECT_TRUE(service->init());
+    EXPECT_EQ(modeOf(SETUPS), 0766u & ~mask);
+    EXPECT_TRUE(exists(CURRENT));
+}
+
+TEST_F(LifecycleTest, AFolderThatCannotBeCreatedSkipsTheLoadButListsAndReports) {
+    const mode_t varMode = modeOf("/var");
+    ASSERT_EQ(::chmod("/var", 0555), 0);
+    gen::memUserSetups().UserSetupListSize = 3;
+    posted();
+    testsupport::KmsgCapture log;
+    const bool started = service->init();
+    ::chmod("/var", varMode);
+    EXPECT_FALSE(started);
+    EXPECT_FALSE(exists(SETUPS));
+    EXPECT_EQ(gen::memUserSetups().UserSetupListSize, 0);
+    EXPECT_THAT(ids(posted()), Contains(VarUserSetupListChanged));
+    const auto texts = messages(log.lines());
+    EXPECT_THAT(texts, Contains("Could not create the settings folder."));
+    EXPECT_THAT(texts, Contains("Monitoring the user-setup folder is not possible"));
+    EXPECT_THAT(texts, Not(Contains("Could not open settings file: .current.stp")));
+    for (const std::string& line : log.lines()) {
+        if (line.find("Could not create the settings folder.") != std::string::npos) {
+            EXPECT_TRUE(testsupport::isLogLine(line, gen::Error, "settingsmanager.cpp",
+                                               "Could not create the settings folder."));
+        }
+    }
+}
+
+TEST_F(LifecycleTest, ShutdownWritesTheCurrentFileEvenWhenNothingChanged) {
+    ASSERT_TRUE(service->init());
+    std::filesystem::remove(CURRENT);
+    EXPECT_FALSE(service->isDirty());
+    EXPECT_TRUE(service->close());
+    EXPECT_EQ(readFile(CURRENT), service->getCurrentValues().str());
+    EXPECT_EQ(gen::getServerConnection(), nullptr);
+}
+
+TEST_F(LifecycleTest, ShutdownReportsAFileThatCouldNotBeWritten) {
+    EXPECT_FALSE(service->close());
+    EXPECT_EQ(gen::getServerConnection(), nullptr);
+}
+
+// The service runs in a child of the test, which plays its broker and its parent.
+class ForkedServiceTest : public testing::Test {
+protected:
+    void SetUp() override {
+        std::filesystem::remove_all(SETUPS);
+        broker = std::make_unique<BrokerStandIn>();
+    }
+    void TearDown() override {
+        broker.reset();
+        std::filesystem::remove_all(SETUPS);
+    }
+    std::unique_ptr<BrokerStandIn> broker;
+};
+
+TEST_F(ForkedServiceTest, TheParentIsSignalledExactlyOnceAfterTheSettingsAreLoaded) {
+    std::filesystem::create_directory(SETUPS);
+    writeFile(CURRENT, "{\"FocusTorque\": 4}");
+    ReadinessSignals readiness;
+    const pid_t supervisor = startSupervisorStandIn(readiness.signals());
+    int go[2];
+    ASSERT_EQ(::pipe(go), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        char byte;
+        auto* service = new SettingsManager;
+        const bool started = service->init();
+        static_cast<void>(::read(go[0], &byte, 1));
+        service->close();
+        _exit(started ? 0 : INIT_FAILED);
+    }
+    broker->accept();
+    const std::vector<pid_t> first = readiness.next(20s);
+    ASSERT_EQ(first, std::vector<pid_t>{child});
+    gen::openMemories();
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 4);
+    static_cast<void>(::write(go[1], "g", 1));
+    EXPECT_TRUE(exitedWith(waitFor(child, 20s), 0));
+    EXPECT_TRUE(readiness.next(300ms).empty());
+    ::kill(supervisor, SIGKILL);
+    EXPECT_TRUE(killedBy(waitFor(supervisor, 10s), SIGKILL));
+    ::close(go[0]);
+    ::close(go[1]);
+}
+
+TEST_F(ForkedServiceTest, AFolderThatCannotBeCreatedStillSignalsTheParent) {
+    const mode_t varMode = modeOf("/var");
+    ASSERT_EQ(::chmod("/var", 0555), 0);
+    ReadinessSignals readiness;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        runService(true, -1);
+    }
+    broker->accept();
+    const std::vector<pid_t> first = readiness.next(20s);
+    const int status = waitFor(child, 20s);
+    ::chmod("/var", varMode);
+    EXPECT_EQ(first, std::vector<pid_t>{child});
+    EXPECT_TRUE(exitedWith(status, INIT_FAILED));
+}
+
+TEST_F(ForkedServiceTest, UnderADebuggerTheProcessNamedSuperIsSignalledInstead) {
+    std::filesystem::create_directories("/tmp/gdb");
+    std::filesystem::copy_file("/usr/bin/sleep", "/tmp/gdb/sleep",
+                               std::filesystem::copy_options::overwrite_existing);
+    ReadinessSignals readiness;
+    const pid_t supervisor = startSupervisorStandIn(readiness.signals());
+    const pid_t debugger = ::fork();
+    if (debugger == 0) {
+        if (::fork() == 0) {
+            const std::string parentExe = "/proc/" + std::to_string(::getppid()) + "/exe";
+            for (int i = 0; i < 1000; ++i) {
+                std::error_code error;
+                if (std::filesystem::read_symlink(parentExe, error).string().find("gdb") !=
+                    std::string::npos) {
+                    runService(false, -1);
+                }
+                std::this_thread::sleep_for(10ms);
+            }
+            _exit(1);
+        }
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        ::execl("/tmp/gdb/sleep", "sleep", "60", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    broker->accept();
+    EXPECT_TRUE(exitedWith(waitFor(supervisor, 40s), 0));
+    ::kill(debugger, SIGTERM);
+    EXPECT_TRUE(killedBy(waitFor(debugger, 10s), SIGTERM));
+    EXPECT_TRUE(readiness.next(100ms).empty());
+}
+
+TEST_F(ForkedServiceTest, ChangesAreWrittenAtMostOnceASecondAndAtShutdown) {
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    ReadinessSignals readiness;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        runService(true, ready[1]);
+    }
+    broker->accept();
+    pollfd started{ready[0], POLLIN, 0};
+    ASSERT_EQ(::poll(&started, 1, 20000), 1);
+    CurrentFileWrites files;
+    testsupport::KmsgCapture log;
+
+    // Two changes 100 ms apart: one write, about a second after the last check.
+    const auto first = Clock::now();
+    broker->send(Notify{VarFocusTorqueChanged, 0, 0});
+    std::this_thread::sleep_for(100ms);
+    broker->send(Notify{VarIrisTorqueChanged, 0, 0});
+    const auto burst = files.collect(first, 3s);
+    ASSERT_EQ(burst.size(), 1u);
+    EXPECT_GE(burst[0], 850ms);
+    EXPECT_LE(burst[0], 1600ms);
+
+    // A change more than two seconds after the last check: written at once.
+    const auto late = Clock::now();
+    broker->send(Notify{VarZoomTorqueChanged, 0, 0});
+    const auto single = files.collect(late, 1500ms);
+    ASSERT_EQ(single.size(), 1u);
+    EXPECT_LE(single[0], 500ms);
+
+    // SIGTERM ends the loop; shutdown writes once more and the child exits 0.
+    const auto stop = Clock::now();
+    ::kill(child, SIGTERM);
+    EXPECT_EQ(files.collect(stop, 1500ms).size(), 1u);
+    EXPECT_TRUE(exitedWith(waitFor(child, 20s), 0));
+    bool terminated = false;
+    for (const std::string& line : log.lines()) {
+        terminated = terminated || testsupport::isLogLine(line, gen::LogLight, "eventpoll.cpp",
+                                                          "SIG 15: Terminated");
+    }
+    EXPECT_TRUE(terminated);
+    ::close(ready[0]);
+    ::close(ready[1]);
+}
