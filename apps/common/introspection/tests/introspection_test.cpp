@@ -2,10 +2,12 @@
 // generated catalogue, with the memories created by the catalogue's start-up.
 #include "catalogueenvironment.h"
 #include "introspection.h"
+#include "kmsgcapture.h"
 #include "memories.h"
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -270,6 +272,66 @@ TEST(Values, SetVarValueJsonKeepsTheElementIndexInTheTable) {
     // A later write of the whole variable carries the stored index too.
     EXPECT_EQ(setVarValueJson(PERSISTENT, recent, {{"LensFileUseCount", {"0", false}}}, 3), "");
     EXPECT_EQ(brokerPeer().received()[0].index, 3u);
+}
+
+TEST(Values, TypedConversionsThroughTheCatalogue) {
+    const uint32_t torque = variableIndex(PERSISTENT, "ButtonBrightness");
+    EXPECT_EQ(setVarValue(PERSISTENT, torque, "5"), "");
+    EXPECT_TRUE(brokerPeer().received().empty()) << "the default is 5: unchanged, no event";
+    EXPECT_EQ(setVarValue(PERSISTENT, torque, "1e3"), "");
+    EXPECT_EQ(getVarValue(PERSISTENT, torque, 0), "1");
+    EXPECT_EQ(setVarValue(PERSISTENT, torque, "x"), "Can't convert x to int");
+    EXPECT_EQ(setVarValue(PERSISTENT, torque, "5"), "");
+    EXPECT_EQ(brokerPeer().received().size(), 2u);
+
+    const uint32_t name = variableIndex(PERSISTENT, "ProductName");
+    ASSERT_STREQ(getVarArrayLen(PERSISTENT, name), "20");
+    EXPECT_EQ(setVarValue(PERSISTENT, name, "ABCDEFGHIJKLMNOPQRSTUVWXYZ"), "");
+    EXPECT_EQ(getVarValue(PERSISTENT, name, 0), "ABCDEFGHIJKLMNOPQRS");
+    EXPECT_EQ(setVarValue(PERSISTENT, name, "ABCDEFGHIJKLMNOPQRS"), "");
+    EXPECT_EQ(brokerPeer().received().size(), 2u) << "a string posts on every write";
+    EXPECT_EQ(setVarValue(PERSISTENT, name, ""), "");
+
+    const uint32_t radio = variableIndex(PERSISTENT, "RadioModuleList");
+    EXPECT_EQ(setVarValue(PERSISTENT, radio, "0aFf"), "");
+    EXPECT_EQ(getVarValue(PERSISTENT, radio, 0), "0aff");
+    const uint8_t* bytes = MEMORY_ARRAY[PERSISTENT].variables[radio].memoryBase +
+                           MEMORY_ARRAY[PERSISTENT].variables[radio].offset;
+    EXPECT_EQ(bytes[0], 0x0A);
+    EXPECT_EQ(bytes[1], 0xFF);
+    EXPECT_EQ(setVarValue(PERSISTENT, radio, "0000"), "");
+
+    const uint32_t bluetooth = variableIndex(PERSISTENT, "BluetoothPower");
+    EXPECT_EQ(setVarValue(PERSISTENT, bluetooth, "TRUE"), "Value has to be 'true' or 'false'");
+    EXPECT_EQ(getVarValue(PERSISTENT, bluetooth, 0), "false");
+    brokerPeer().received();
+}
+
+TEST(Values, EnumsThroughTheCatalogue) {
+    const uint32_t cinefade = variableIndex(PERSISTENT, "CinefadeDisplayModeValue");
+    EXPECT_EQ(setVarValue(PERSISTENT, cinefade, "filter"),
+              "filter is not part of enum CinefadeDisplayMode");
+    EXPECT_EQ(setVarValue(PERSISTENT, cinefade, "Filter"), "");
+    uint8_t* stored = MEMORY_ARRAY[PERSISTENT].variables[cinefade].memoryBase +
+                      MEMORY_ARRAY[PERSISTENT].variables[cinefade].offset;
+    uint32_t value;
+    std::memcpy(&value, stored, 4);
+    EXPECT_EQ(value, 1u);
+    EXPECT_EQ(brokerPeer().received().size(), 1u);
+    EXPECT_EQ(setVarValue(PERSISTENT, cinefade, "Filter"), "");
+    EXPECT_TRUE(brokerPeer().received().empty()) << "the stored entry: no event";
+
+    value = 7;
+    std::memcpy(stored, &value, 4);
+    testsupport::KmsgCapture log;
+    EXPECT_EQ(getVarValue(PERSISTENT, cinefade, 0), "INVALID_VALUE: 7");
+    const std::vector<std::string> lines = log.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_NE(lines[0].find("Value 7 of enum CinefadeDisplayMode is above number of entries (3)"),
+              std::string::npos)
+        << lines[0];
+    EXPECT_EQ(setVarValue(PERSISTENT, cinefade, "Default"), "");
+    brokerPeer().received();
 }
 
 TEST(Ranges, DefaultsByBaseType) {
