@@ -1,0 +1,169 @@
+#!/usr/bin/python3
+"""System tests of the settings service: the real settings-manager and
+message-broker in a device root made by tools/devroot/devroot, run from the
+host.  Scenarios that act on the device from inside run as inside.py.
+"""
+
+import argparse
+import collections
+import json
+import os
+import re
+import shlex
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ARGS = None
+HERE = os.path.dirname(os.path.realpath(__file__))
+SERVICE_FIELD = f"{'settings-manager':>20}  "
+
+
+def line_pattern(level, source, message):
+    """A whole kernel-log line of the service: program, level, location, message."""
+    return re.compile(re.escape(SERVICE_FIELD + f"{level:<12}" + f"{source:>20}:") +
+                      r"[ \d]{3}\d " + re.escape(message) + "$")
+
+
+class ServiceTest(unittest.TestCase):
+    def setUp(self):
+        self.work = tempfile.TemporaryDirectory(prefix="service-test-")
+        self.root = os.path.join(self.work.name, "root")
+
+    def tearDown(self):
+        self.work.cleanup()
+
+    def devroot_run(self, *options, command=(), root_option="--keep"):
+        argv = [ARGS.devroot, "run", root_option, self.root, "--bind-ro", ARGS.build,
+                "--bind-ro", HERE, "--broker", ARGS.broker, "--service", ARGS.service,
+                "--timeout", "20", *options]
+        if ARGS.emulator:
+            argv += ["--emulator", ARGS.emulator]
+        if command:
+            argv += ["--", *command]
+        return subprocess.run(argv, capture_output=True, text=True, timeout=240)
+
+    def scenario(self, name):
+        memtool = shlex.join(shlex.split(ARGS.emulator) + [ARGS.memtool])
+        command = ["/usr/bin/python3", os.path.join(HERE, "inside.py"), name,
+                   "--memtool", memtool, "--catalogue", ARGS.catalogue]
+        done = self.devroot_run(command=command)
+        report = done.stdout + done.stderr
+        self.assertEqual(done.returncode, 0, report)
+        self.assertIn("ready\n", done.stdout)
+        self.assertIn("command: exit status 0\n", done.stdout, report)
+        self.assertIn("service: exit status 0\n", done.stdout, report)
+        return done.stdout
+
+    def log(self):
+        with open(os.path.join(self.root, "kmsg.log"), encoding="utf-8") as stream:
+            return stream.read().splitlines()
+
+    def service_messages(self):
+        return [line[60:] for line in self.log() if line.startswith(SERVICE_FIELD)]
+
+    def file(self, path):
+        with open(os.path.join(self.root, "var", path), encoding="utf-8") as stream:
+            return stream.read()
+
+    def assertLogged(self, level, source, message):
+        pattern = line_pattern(level, source, message)
+        self.assertTrue(any(pattern.match(line) for line in self.log()),
+                        f"no line {pattern.pattern} in\n" + "\n".join(self.log()))
+
+
+class LifecycleTest(ServiceTest):
+    def test_sigterm_in_the_loop_ends_with_status_zero_and_a_saved_file(self):
+        done = self.devroot_run("--stop-after", "1.5")
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        self.assertEqual(done.stdout.splitlines(),
+                         ["broker: socket ready", "ready", "service: exit status 0",
+                          "broker: exit status 0"])
+        self.assertLogged("LogLight", "eventpoll.cpp", "SIG 15: Terminated")
+        self.assertLogged("LogLight", "productinfo.cpp", "SW: 0.0.0-dev unknown")
+        current = self.file("SETUPS/.current.stp")
+        self.assertTrue(current.startswith('{\n"AUXTorque": 2,\n'))
+        self.assertTrue(current.endswith('\n"ZoomTorque": 2\n}'))
+
+    def test_a_folder_that_cannot_be_created_signals_readiness_and_runs_no_loop(self):
+        made = self.devroot_run("--stop-after", "0")
+        self.assertEqual(made.returncode, 0, made.stdout + made.stderr)
+        var = os.path.join(self.root, "var")
+        os.remove(os.path.join(var, "SETUPS", ".current.stp"))
+        os.rmdir(os.path.join(var, "SETUPS"))
+        os.truncate(os.path.join(self.root, "kmsg.log"), 0)
+        os.chmod(var, 0o555)
+        try:
+            done = self.devroot_run("--stop-after", "5", root_option="--root")
+        finally:
+            os.chmod(var, 0o755)
+        self.assertEqual(done.stdout.splitlines(),
+                         ["broker: socket ready", "ready", "service: ended by itself, exit status 0",
+                          "broker: exit status 0"], done.stderr)
+        self.assertFalse(os.path.exists(os.path.join(var, "SETUPS")))
+        self.assertLogged("Error", "settingsmanager.cpp", "Could not create the settings folder.")
+        self.assertLogged("Error", "settingsmanager.cpp",
+                          "Monitoring the user-setup folder is not possible")
+        messages = self.service_messages()
+        self.assertNotIn("SIG 15: Terminated", messages)
+
+    def test_a_missing_product_info_file_is_unknown(self):
+        done = self.devroot_run("--stop-after", "0.5", "--no-product-info")
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        self.assertLogged("Error", "productinfo.cpp", "Could not read product info.")
+        self.assertIn('"ProductVersion": "Unknown",\n', self.file("SETUPS/.current.stp"))
+
+
+class BrokerTest(ServiceTest):
+    def test_the_service_hears_exactly_its_subscribed_events(self):
+        output = self.scenario("subscriptions")
+        self.assertIn("subscriptions: 148\n", output)
+        with open(ARGS.catalogue, encoding="utf-8") as stream:
+            catalogue = json.load(stream)
+        persistent = {variable["name"] for variable in catalogue["memories"][0]["variables"]}
+        changed = collections.Counter(
+            message.split(" changed to ")[0]
+            for message in self.service_messages() if " changed to " in message)
+        self.assertEqual(set(changed), persistent)
+        # ProductVersion is heard once more: the service's own start-up change.
+        changed["ProductVersion"] -= 1
+        self.assertEqual(set(changed.values()), {1})
+
+    def test_a_change_by_another_process_lands_in_the_current_file(self):
+        output = self.scenario("change")
+        self.assertIn('"FocusTorque": 3,\n', self.file("SETUPS/.current.stp"))
+        self.assertIn("FocusTorque changed to 3", self.service_messages())
+        self.assertRegex(output, r"written after: [01]\.\d{3}\n")
+
+    def test_a_factory_reset_request_empties_the_folder_and_restores_defaults(self):
+        self.scenario("factory-reset")
+        messages = self.service_messages()
+        self.assertIn("Factory reset started", messages)
+        self.assertIn("Factory reset done", messages)
+        self.assertEqual(os.listdir(os.path.join(self.root, "var", "SETUPS")), [".current.stp"])
+        self.assertIn('"FocusTorque": 2,\n', self.file("SETUPS/.current.stp"))
+
+    def test_a_user_setup_is_saved_and_loaded_again(self):
+        output = self.scenario("user-setups")
+        self.assertIn('"FocusTorque": 4,\n', self.file("SETUPS/Studio.stp"))
+        self.assertIn('"FocusTorque": 4,\n', self.file("SETUPS/.current.stp"))
+        self.assertIn('entry 0: {"UserSetupFileName": {"value":"Studio.stp"', output)
+
+
+def main():
+    global ARGS
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--devroot", required=True)
+    parser.add_argument("--service", required=True)
+    parser.add_argument("--broker", required=True)
+    parser.add_argument("--memtool", required=True)
+    parser.add_argument("--catalogue", required=True)
+    parser.add_argument("--build", required=True, help="build folder, bound read-only")
+    parser.add_argument("--emulator", default="")
+    ARGS, rest = parser.parse_known_args()
+    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+
+
+if __name__ == "__main__":
+    main()
