@@ -76,6 +76,8 @@ std::vector<Notify> BrokerPeer::received() {
         }
     }
     records.resize(bytes.size() / sizeof(Notify));
-    std::memcpy(records.data(), bytes.data(), records.size() * sizeof(Notify));
+    if (!records.empty()) {
+        std::memcpy(records.data(), bytes.data(), records.size() * sizeof(Notify));
+    }
     return records;
 }
