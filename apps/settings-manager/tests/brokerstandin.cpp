@@ -109,7 +109,9 @@ std::vector<Notify> BrokerStandIn::received() {
 std::vector<Notify> BrokerStandIn::takeRecords() {
     std::vector<Notify> records(bytes.size() / sizeof(Notify));
     const std::size_t used = records.size() * sizeof(Notify);
-    std::memcpy(records.data(), bytes.data(), used);
+    if (used > 0) {
+        std::memcpy(records.data(), bytes.data(), used);
+    }
     bytes.erase(bytes.begin(), bytes.begin() + static_cast<long>(used));
     return records;
 }
