@@ -50,7 +50,7 @@
 
 class SettingsManager : public ServerConnection::EventHandler {
 public:
-    // Length of a proposed user-setup name ("%y%m%d_%H%M" cut to 17 characters).
+    // Bytes of a user-setup name (UserSetupSave): 17 characters and the terminator.
     static constexpr std::size_t SETUP_NAME_SIZE = 18;
     // The inotify mask of the settings folder's monitor: moved-from, moved-to,
     // create and delete.
