@@ -6,8 +6,9 @@
 // The memories are created with their defaults; a stand-in broker (a socket
 // that a thread reads and discards) takes the events that writes post.  Run
 // inside a device root:
-//   tools/devroot/devroot exec --bind-ro $PWD/build/native -- \
+//   tools/devroot/devroot exec --bind-ro $PWD/build/native --
 //       build/native/benchmarks/values_benchmark
+// (one command line)
 #include "catalogue.h"
 #include "introspection.h"
 #include "json.h"

@@ -210,4 +210,13 @@ bool checkMinMax(uint32_t memory, uint32_t variable, const std::string& value, s
     }
 }
 
+const StructTypeInfo* findStructType(std::string_view name) {
+    for (uint32_t i = 0; i < STRUCT_ARRAY_SIZE; ++i) {
+        if (name == STRUCT_ARRAY[i].name) {
+            return &STRUCT_ARRAY[i];
+        }
+    }
+    return nullptr;
+}
+
 } // namespace Introspection

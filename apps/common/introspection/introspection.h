@@ -21,6 +21,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Introspection {
@@ -67,5 +68,8 @@ std::string getVarMax(uint32_t memory, uint32_t variable);
 // false; otherwise `error` is left as it was.  A float variable with only a
 // maximum has the lower bound 1.17549435e-38: it rejects zero and negatives.
 bool checkMinMax(uint32_t memory, uint32_t variable, const std::string& value, std::string& error);
+
+// The struct type of that name, null when the catalogue has none.
+const StructTypeInfo* findStructType(std::string_view name);
 
 } // namespace Introspection

@@ -8,18 +8,8 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
-#include <string_view>
 
 namespace {
-
-const StructTypeInfo* findStructType(std::string_view name) {
-    for (uint32_t i = 0; i < STRUCT_ARRAY_SIZE; ++i) {
-        if (name == STRUCT_ARRAY[i].name) {
-            return &STRUCT_ARRAY[i];
-        }
-    }
-    return nullptr;
-}
 
 // Applies members to one struct element, collecting problems and noting
 // whether any stored byte changed.
@@ -102,7 +92,7 @@ private:
 
     void applyStruct(uint8_t* address, const StructInfo& member, const Json::ObjectValue& value,
                      const std::string& path) {
-        const StructTypeInfo* type = findStructType(member.typeName);
+        const StructTypeInfo* type = Introspection::findStructType(member.typeName);
         Json object;
         if (type == nullptr || !value.isObject || value.value.front() != '{' ||
             !object.parse(value.value)) {

@@ -1,5 +1,6 @@
 #include "introspection_enum.h"
 
+#include "introspection.h"
 #include "json.h"
 #include "log.h"
 #include "printers.h"
@@ -11,12 +12,11 @@
 namespace {
 
 const StructTypeInfo& structType(const std::string& name) {
-    for (uint32_t number = 0; number < STRUCT_ARRAY_SIZE; ++number) {
-        if (name == STRUCT_ARRAY[number].name) {
-            return STRUCT_ARRAY[number];
-        }
+    const StructTypeInfo* type = Introspection::findStructType(name);
+    if (type == nullptr) {
+        THROW_ERROR("Unknown struct \"%s\"", name.c_str());
     }
-    THROW_ERROR("Unknown struct \"%s\"", name.c_str());
+    return *type;
 }
 
 // The value object of one member value at `address`.
