@@ -1,17 +1,12 @@
 #include "brokerstandin.h"
 
-#include "serverconnection.h"
-
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <fcntl.h>
 #include <poll.h>
-#include <semaphore.h>
 #include <stdexcept>
 #include <string>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
@@ -22,33 +17,10 @@ namespace {
 
 } // namespace
 
-BrokerStandIn::BrokerStandIn() : listenFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    if (listenFd < 0) {
-        fail("socket");
-    }
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, ServerConnection::SOCKET_PATH, sizeof address.sun_path - 1);
-    ::unlink(ServerConnection::SOCKET_PATH);
-    if (::bind(listenFd, reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
-        fail("bind");
-    }
-    if (::listen(listenFd, 8) < 0) {
-        fail("listen");
-    }
-    sem_unlink(ServerConnection::READY_SEMAPHORE);
-    sem_t* ready = sem_open(ServerConnection::READY_SEMAPHORE, O_CREAT | O_EXCL, 0666, 1);
-    if (ready == SEM_FAILED) {
-        fail("sem_open");
-    }
-    sem_close(ready);
-}
+BrokerStandIn::BrokerStandIn() = default;
 
 BrokerStandIn::~BrokerStandIn() {
     closeConnection();
-    ::close(listenFd);
-    ::unlink(ServerConnection::SOCKET_PATH);
-    sem_unlink(ServerConnection::READY_SEMAPHORE);
 }
 
 void BrokerStandIn::closeConnection() {
@@ -68,11 +40,11 @@ void BrokerStandIn::closeConnection() {
 
 void BrokerStandIn::accept() {
     closeConnection();
-    pollfd waiting{listenFd, POLLIN, 0};
+    pollfd waiting{endpoint.listenFd(), POLLIN, 0};
     if (::poll(&waiting, 1, 10000) != 1) {
         fail("no connection");
     }
-    clientFd = ::accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);
+    clientFd = ::accept4(endpoint.listenFd(), nullptr, nullptr, SOCK_CLOEXEC);
     if (clientFd < 0) {
         fail("accept");
     }

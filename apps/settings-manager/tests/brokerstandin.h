@@ -6,6 +6,7 @@
 // the broker would forward them.
 #pragma once
 
+#include "brokerendpoint.h"
 #include "notify.h"
 
 #include <condition_variable>
@@ -36,7 +37,7 @@ private:
     // The whole records collected so far; the caller holds the lock.
     std::vector<Notify> takeRecords();
 
-    int listenFd;
+    BrokerEndpoint endpoint;
     int clientFd = -1;
     std::thread reader;
     std::mutex lock;

@@ -3,9 +3,10 @@
 // directly, so that a test sees the exact bytes a client sends.
 #pragma once
 
+#include "brokerendpoint.h"
+
 #include <cstddef>
 #include <cstdint>
-#include <semaphore.h>
 #include <vector>
 
 class FakeBroker {
@@ -26,7 +27,6 @@ public:
     std::vector<uint32_t> received();
     void closePeer();
 
-    int listenFd = -1;
+    BrokerEndpoint endpoint;
     int peerFd = -1; // the accepted connection, non-blocking
-    sem_t* ready = SEM_FAILED;
 };

@@ -199,7 +199,7 @@ TEST_F(ServerConnectionTest, WaitsWhileAnotherClientHoldsTheSemaphore) {
     EXPECT_EQ(waitpid(child, &status, WNOHANG), 0) << "the client did not wait";
     EXPECT_LT(broker.accept(), 0) << "the client connected without the semaphore";
 
-    ASSERT_EQ(sem_post(broker.ready), 0);
+    ASSERT_EQ(sem_post(broker.endpoint.semaphore()), 0);
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     EXPECT_GE(broker.accept(), 0);

@@ -6,6 +6,7 @@
 // returns.
 #pragma once
 
+#include "brokerendpoint.h"
 #include "notify.h"
 
 #include <vector>
@@ -22,6 +23,6 @@ public:
     std::vector<Notify> received();
 
 private:
-    int listenFd;
+    BrokerEndpoint endpoint;
     int clientFd = -1;
 };
