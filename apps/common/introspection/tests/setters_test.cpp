@@ -1,36 +1,20 @@
 // The plain-type getters and setters and setVariable, on the real memories with a broker peer
 // that records every posted event.
-#include "brokerpeer.h"
 #include "catalogue.h"
-#include "eventpoll.h"
+#include "connectedmemories.h"
 #include "kmsgcapture.h"
 #include "logline.h"
 #include "memories.h"
-#include "serverconnection.h"
 #include "setters.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
-#include <memory>
 #include <string>
 
 namespace {
 
-class Setters : public testing::Test {
+class Setters : public ConnectedMemories {
 protected:
-    static void SetUpTestSuite() { gen::initMemories(); }
-
-    void SetUp() override {
-        broker = std::make_unique<BrokerPeer>();
-        gServerConnection = new ServerConnection(gen::getEventPoll());
-        broker->received();
-    }
-
-    void TearDown() override {
-        gen::closeServerConnection();
-        broker.reset();
-    }
-
     // (memory, variable) of a variable by name.
     static std::pair<uint32_t, uint32_t> locate(const char* name) {
         for (uint32_t m = 0; m < MEMORY_ARRAY_SIZE; ++m) {
@@ -69,8 +53,6 @@ protected:
         }
         return ids;
     }
-
-    std::unique_ptr<BrokerPeer> broker;
 };
 
 using Ids = std::vector<uint32_t>;

@@ -1,13 +1,11 @@
 #include "introspection_enum.h"
 
-#include "brokerpeer.h"
+#include "connectedmemories.h"
 #include "converters.h"
 #include "enums.h"
-#include "eventpoll.h"
 #include "kmsgcapture.h"
 #include "logline.h"
 #include "memories.h"
-#include "serverconnection.h"
 
 #include <functional>
 #include <gtest/gtest.h>
@@ -59,24 +57,13 @@ TEST(IntrospectionEnum, PrintEnumKeepsItsSpacing) {
               "\"Default\",\"Filter\",\"Distance\"]}");
 }
 
-class EnumValues : public testing::Test {
+class EnumValues : public ConnectedMemories {
 protected:
-    static void SetUpTestSuite() { gen::initMemories(); }
-    void SetUp() override {
-        broker = std::make_unique<BrokerPeer>();
-        gServerConnection = new ServerConnection(gen::getEventPoll());
-        broker->received();
-    }
-    void TearDown() override {
-        gen::closeServerConnection();
-        broker.reset();
-    }
     // CinefadeDisplayModeValue: MemPersistent variable 4.
     static std::string set(const char* text) {
         const VariableDescriptor& entry = MEMORY_ARRAY[0].variables[4];
         return entry.setter(gMemPersistent, 0, 4, entry.event, text);
     }
-    std::unique_ptr<BrokerPeer> broker;
 };
 
 TEST_F(EnumValues, AValueBeyondTheEntriesReadsInvalid) {
