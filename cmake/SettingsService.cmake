@@ -5,12 +5,6 @@ add_compile_options(-Wall -Wextra -Wno-psabi)
 # directory reads fail on file systems with large inode numbers (tmpfs).
 add_compile_definitions(_FILE_OFFSET_BITS=64)
 
-# Scripts and the catalogue generator run on Debian's python3 (standard
-# library only), whatever other interpreter the PATH offers first.
-if(EXISTS /usr/bin/python3)
-    set(Python3_EXECUTABLE /usr/bin/python3 CACHE FILEPATH "Debian's python3")
-endif()
-find_package(Python3 3.11 REQUIRED COMPONENTS Interpreter)
 if(SM_WERROR)
     add_compile_options(-Werror)
 endif()
@@ -19,6 +13,13 @@ if(SM_SANITIZE)
                         -fno-sanitize-recover=undefined)
     add_link_options(-fsanitize=address,undefined)
 endif()
+
+# Scripts and the catalogue generator run on Debian's python3 (standard
+# library only), whatever other interpreter the PATH offers first.
+if(EXISTS /usr/bin/python3)
+    set(Python3_EXECUTABLE /usr/bin/python3 CACHE FILEPATH "Debian's python3")
+endif()
+find_package(Python3 3.11 REQUIRED COMPONENTS Interpreter)
 
 # GoogleTest: the distribution's prebuilt library natively, built from its
 # sources with the cross compiler for ARM.
@@ -49,11 +50,17 @@ target_include_directories(nlohmann_json_headers SYSTEM INTERFACE ${SM_NLOHMANN_
 # Every test program runs inside a throw-away device root (private /dev/shm,
 # /var, /dev/kmsg, /dev/mmcblk1, /dev/mem, /product.info), so no test touches
 # the host's.  ARM test programs run through the emulator inside it.
-set(SM_DEVROOT ${CMAKE_SOURCE_DIR}/tools/devroot/devroot)
-set(SM_TEST_PREFIX ${SM_DEVROOT} exec --bind-ro ${CMAKE_BINARY_DIR} --bind-ro ${CMAKE_SOURCE_DIR} --)
+# SM_EMULATOR runs this build's programs (empty natively, qemu for ARM);
+# SM_EMULATOR_COMMAND is the same as one text, for scripts that take it as an
+# option.
+set(SM_EMULATOR "")
 if(CMAKE_CROSSCOMPILING)
-    list(APPEND SM_TEST_PREFIX ${CMAKE_CROSSCOMPILING_EMULATOR})
+    set(SM_EMULATOR ${CMAKE_CROSSCOMPILING_EMULATOR})
 endif()
+list(JOIN SM_EMULATOR " " SM_EMULATOR_COMMAND)
+set(SM_DEVROOT ${CMAKE_SOURCE_DIR}/tools/devroot/devroot)
+set(SM_TEST_PREFIX ${SM_DEVROOT} exec --bind-ro ${CMAKE_BINARY_DIR} --bind-ro ${CMAKE_SOURCE_DIR} --
+                   ${SM_EMULATOR})
 
 # sm_add_gtest(NAME name SOURCES ... LIBS ... [NO_DEVROOT] [TIMEOUT s])
 # A GoogleTest program registered as one CTest test.
@@ -62,10 +69,7 @@ function(sm_add_gtest)
     add_executable(${T_NAME} ${T_SOURCES})
     target_link_libraries(${T_NAME} PRIVATE ${T_LIBS} GTest::gtest_main GTest::gmock)
     if(T_NO_DEVROOT)
-        set(prefix "")
-        if(CMAKE_CROSSCOMPILING)
-            set(prefix ${CMAKE_CROSSCOMPILING_EMULATOR})
-        endif()
+        set(prefix ${SM_EMULATOR})
     else()
         set(prefix ${SM_TEST_PREFIX})
     endif()
