@@ -1,6 +1,5 @@
 #include "device.h"
 
-#include "catalogue.h"
 #include "cli.h"
 #include "eventpoll.h"
 #include "introspection.h"
@@ -28,12 +27,8 @@ void openMemory(uint32_t memory) {
     if (!memoryExists(memory)) {
         throw Failure("memory " + name + " does not exist (is the settings service running?)");
     }
-    SharedMemory& segment = gen::getSharedMemory(memory);
     try {
-        segment.open();
-        // The descriptors refer to the memory's gMem<Name>; setting it through
-        // one of them opens the memory for every lookup.
-        MEMORY_ARRAY[memory].variables[0].memoryBase = segment.address();
+        gen::openMemory(memory);
     } catch (const std::exception& error) {
         throw Failure("cannot open memory " + name + ": " + error.what());
     }
