@@ -68,13 +68,6 @@ TEST_F(EventPollClosed, RemoveAndASecondCloseDoNothing) {
     EXPECT_EQ(kmsg.text(), "");
 }
 
-// The lowest free descriptor number: what the next open gets.
-int lowestFreeDescriptor() {
-    int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    close(fd);
-    return fd;
-}
-
 TEST(EventPollClose, CloseReleasesThePollsDescriptor) {
     int free = lowestFreeDescriptor();
     EventPoll poll;

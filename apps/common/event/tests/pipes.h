@@ -1,4 +1,5 @@
-// A pipe whose ends the test can make readable, drain or hang up.
+// A pipe whose ends the test can make readable, drain or hang up, and the
+// number of the next descriptor.
 #pragma once
 
 #include <fcntl.h>
@@ -43,3 +44,10 @@ struct Pipe {
     int readEnd = -1;
     int writeEnd = -1;
 };
+
+// The lowest free descriptor number: what the next open gets.
+inline int lowestFreeDescriptor() {
+    int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    close(fd);
+    return fd;
+}
