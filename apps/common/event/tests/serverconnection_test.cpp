@@ -6,18 +6,22 @@
 #include "fakebroker.h"
 #include "kmsgcapture.h"
 #include "logline.h"
+#include "pipes.h"
 #include "syscallspy.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <semaphore.h>
 #include <sys/epoll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -219,6 +223,67 @@ TEST_F(ServerConnectionTest, AFailedConnectThrowsAndReleasesTheSemaphore) {
     EXPECT_EQ(broker.semaphoreValue(), 1);
     EXPECT_TRUE(loggedExactly(log, {{gen::LogLight, "Waiting for server"},
                                     {gen::Error, "connect: No such file or directory"}}));
+}
+
+void ignoreSignal(int) {}
+
+TEST_F(ServerConnectionTest, AnInterruptedSemaphoreWaitThrowsSemWait) {
+    FakeBroker broker(0);
+    testsupport::KmsgCapture log;
+    struct sigaction interrupt {};
+    struct sigaction saved {};
+    interrupt.sa_handler = ignoreSignal;
+    ASSERT_EQ(sigaction(SIGUSR2, &interrupt, &saved), 0);
+    // Keeps interrupting the test's thread until the constructor gives up.
+    std::atomic<bool> done{false};
+    pthread_t waiter = pthread_self();
+    std::thread interrupter([&] {
+        while (!done) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            pthread_kill(waiter, SIGUSR2);
+        }
+    });
+    std::string error;
+    try {
+        ServerConnection connection(poll);
+    } catch (const std::runtime_error& e) {
+        error = e.what();
+    }
+    done = true;
+    interrupter.join();
+    sigaction(SIGUSR2, &saved, nullptr);
+
+    EXPECT_TRUE(testsupport::isLocatedMessage(error, SOURCE, "sem_wait: Interrupted system call"));
+    EXPECT_LT(broker.accept(), 0) << "the client connected without the semaphore";
+    EXPECT_TRUE(loggedExactly(log, {{gen::LogLight, "Waiting for server"},
+                                    {gen::Error, "sem_wait: Interrupted system call"}}));
+}
+
+TEST_F(ServerConnectionTest, ASocketThatCannotBeCreatedFailsAtItsRegistration) {
+    FakeBroker broker;
+    auto connection = connect(broker);
+    connection->close();
+    testsupport::KmsgCapture log;
+    // No descriptor left: socket() returns -1, which connect() passes on to the poll.
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+    rlimit exhausted = saved;
+    exhausted.rlim_cur = static_cast<rlim_t>(lowestFreeDescriptor());
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &exhausted), 0);
+    std::string error;
+    try {
+        connection->connect();
+    } catch (const std::runtime_error& e) {
+        error = e.what();
+    }
+    setrlimit(RLIMIT_NOFILE, &saved);
+
+    EXPECT_TRUE(
+        testsupport::isLocatedMessage(error, "eventpoll.cpp", "epoll_ctl: Bad file descriptor"));
+    auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "eventpoll.cpp",
+                                       "epoll_ctl: Bad file descriptor"));
 }
 
 TEST_F(ServerConnectionTest, SubscribeWritesTheCommandAndTheRecordInOneWrite) {
