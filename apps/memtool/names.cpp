@@ -45,20 +45,18 @@ uint32_t findVariable(uint32_t memory, const std::string& text) {
         throw UsageError("no variable " + text + " in " + memoryName + ": it has " +
                          std::to_string(count));
     }
-    std::vector<std::string> names;
-    for (uint32_t variable = 0; variable < count; ++variable) {
-        names.emplace_back(Introspection::getVarName(memory, variable));
-        if (names.back() == text) {
-            return variable;
-        }
+    if (const std::optional<uint32_t> variable = Introspection::findVarIndex(memory, text)) {
+        return *variable;
     }
     std::string message = "unknown variable \"" + text + "\" in " + memoryName;
     for (uint32_t other = 0; other < Introspection::getMemCount(); ++other) {
-        for (uint32_t variable = 0; variable < Introspection::getVarCount(other); ++variable) {
-            if (text == Introspection::getVarName(other, variable)) {
-                message += " (it is in " + std::string(Introspection::getMemName(other)) + ")";
-            }
+        if (Introspection::findVarIndex(other, text)) {
+            message += " (it is in " + std::string(Introspection::getMemName(other)) + ")";
         }
+    }
+    std::vector<std::string> names;
+    for (uint32_t variable = 0; variable < count; ++variable) {
+        names.emplace_back(Introspection::getVarName(memory, variable));
     }
     throw UsageError(withHint(message, text, names));
 }

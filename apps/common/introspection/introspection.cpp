@@ -210,6 +210,16 @@ bool checkMinMax(uint32_t memory, uint32_t variable, const std::string& value, s
     }
 }
 
+std::optional<uint32_t> findVarIndex(uint32_t memory, std::string_view name) {
+    const uint32_t count = getVarCount(memory);
+    for (uint32_t variable = 0; variable < count; ++variable) {
+        if (name == MEMORY_ARRAY[memory].variables[variable].name) {
+            return variable;
+        }
+    }
+    return std::nullopt;
+}
+
 const StructTypeInfo* findStructType(std::string_view name) {
     for (uint32_t i = 0; i < STRUCT_ARRAY_SIZE; ++i) {
         if (name == STRUCT_ARRAY[i].name) {

@@ -20,6 +20,7 @@
 #include "json.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -68,6 +69,9 @@ std::string getVarMax(uint32_t memory, uint32_t variable);
 // false; otherwise `error` is left as it was.  A float variable with only a
 // maximum has the lower bound 1.17549435e-38: it rejects zero and negatives.
 bool checkMinMax(uint32_t memory, uint32_t variable, const std::string& value, std::string& error);
+
+// The index of the variable of memory `memory` with exactly this name, or nullopt.
+std::optional<uint32_t> findVarIndex(uint32_t memory, std::string_view name);
 
 // The struct type of that name, null when the catalogue has none.
 const StructTypeInfo* findStructType(std::string_view name);

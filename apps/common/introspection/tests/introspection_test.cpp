@@ -9,6 +9,7 @@
 
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -31,12 +32,11 @@ std::string thrownMessage(const std::function<void()>& call) {
 }
 
 uint32_t variableIndex(uint32_t memory, const std::string& name) {
-    for (uint32_t variable = 0; variable < getVarCount(memory); ++variable) {
-        if (name == getVarName(memory, variable)) {
-            return variable;
-        }
+    const std::optional<uint32_t> variable = findVarIndex(memory, name);
+    if (!variable) {
+        throw std::logic_error("no variable " + name);
     }
-    throw std::logic_error("no variable " + name);
+    return *variable;
 }
 
 // Restores a descriptor that a test changes to reach a case the generated data lacks.
@@ -115,6 +115,16 @@ TEST(Variables, EveryIndexedOperationChecksBothIndexes) {
     }
     EXPECT_NO_THROW(getVarName(PERSISTENT, count - 1));
     EXPECT_NO_THROW(getVarName(18, 0));
+}
+
+TEST(Variables, FindByExactName) {
+    EXPECT_EQ(findVarIndex(PERSISTENT, "AUXTorque"), 0u);
+    EXPECT_EQ(findVarIndex(PERSISTENT, "ZoomTorque"), getVarCount(PERSISTENT) - 1);
+    EXPECT_EQ(findVarIndex(19, "AppLogLevel"), 0u);
+    EXPECT_EQ(findVarIndex(PERSISTENT, "auxtorque"), std::nullopt);
+    EXPECT_EQ(findVarIndex(PERSISTENT, "AppLogLevel"), std::nullopt);
+    EXPECT_EQ(findVarIndex(PERSISTENT, ""), std::nullopt);
+    EXPECT_EQ(thrownMessage([] { findVarIndex(20, "AUXTorque"); }), "Index exceeds limit");
 }
 
 TEST(Variables, TellingRowsOfMemPersistent) {

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <optional>
 #include <string>
 
 namespace {
@@ -18,12 +19,11 @@ using namespace Introspection;
 constexpr uint32_t PERSISTENT = 0;
 
 uint32_t variableIndex(uint32_t memory, const std::string& name) {
-    for (uint32_t variable = 0; variable < getVarCount(memory); ++variable) {
-        if (name == getVarName(memory, variable)) {
-            return variable;
-        }
+    const std::optional<uint32_t> variable = findVarIndex(memory, name);
+    if (!variable) {
+        throw std::logic_error("no variable " + name);
     }
-    throw std::logic_error("no variable " + name);
+    return *variable;
 }
 
 std::vector<Json::Item> members(const std::string& text) {

@@ -2,6 +2,7 @@
 // that records every posted event.
 #include "catalogue.h"
 #include "connectedmemories.h"
+#include "introspection.h"
 #include "kmsgcapture.h"
 #include "logline.h"
 #include "memories.h"
@@ -9,6 +10,7 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
+#include <optional>
 #include <string>
 
 namespace {
@@ -18,10 +20,8 @@ protected:
     // (memory, variable) of a variable by name.
     static std::pair<uint32_t, uint32_t> locate(const char* name) {
         for (uint32_t m = 0; m < MEMORY_ARRAY_SIZE; ++m) {
-            for (uint32_t v = 0; v < MEMORY_ARRAY[m].variableCount; ++v) {
-                if (std::strcmp(MEMORY_ARRAY[m].variables[v].name, name) == 0) {
-                    return {m, v};
-                }
+            if (const std::optional<uint32_t> v = Introspection::findVarIndex(m, name)) {
+                return {m, *v};
             }
         }
         throw std::runtime_error(std::string("no variable ") + name);
