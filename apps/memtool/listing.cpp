@@ -46,7 +46,6 @@ int listVariables(const Arguments& arguments) {
     const uint32_t memory = findMemory(arguments.positional()[0]);
     Ordered list = Ordered::array();
     for (uint32_t variable = 0; variable < Introspection::getVarCount(memory); ++variable) {
-        const char* length = Introspection::getVarArrayLen(memory, variable);
         const Notify event = Introspection::getVarEvent(memory, variable);
         const uint32_t base = Introspection::getVarBaseType(memory, variable);
         Ordered row = {{"index", variable},
@@ -58,7 +57,7 @@ int listVariables(const Arguments& arguments) {
                        {"event", EVENT_NAME[event.id]},
                        {"eventId", event.id}};
         if (Introspection::isArray(memory, variable)) {
-            row["arrayLength"] = std::stoi(length, nullptr, 0);
+            row["arrayLength"] = Introspection::getElementCount(memory, variable);
         }
         if (hasRange(base)) {
             row["min"] = Introspection::getVarMin(memory, variable);

@@ -16,13 +16,6 @@ namespace {
 
 using Ordered = nlohmann::ordered_json;
 
-uint32_t elementCount(uint32_t memory, uint32_t variable) {
-    if (!Introspection::isArray(memory, variable)) {
-        return 1;
-    }
-    return std::stoi(Introspection::getVarArrayLen(memory, variable), nullptr, 0);
-}
-
 // The element index given on the command line, checked against the array.
 uint32_t elementIndex(uint32_t memory, uint32_t variable, const std::string& text) {
     const std::string name = Introspection::getVarName(memory, variable);
@@ -30,7 +23,7 @@ uint32_t elementIndex(uint32_t memory, uint32_t variable, const std::string& tex
         throw UsageError(name + " is not an array");
     }
     const std::optional<unsigned> index = parseNumber(text);
-    const uint32_t count = elementCount(memory, variable);
+    const uint32_t count = Introspection::getElementCount(memory, variable);
     if (!index || *index >= count) {
         throw UsageError("element \"" + text + "\" of " + name + ": the index goes from 0 to " +
                          std::to_string(count - 1));
@@ -58,7 +51,7 @@ Ordered variableJson(uint32_t memory, uint32_t variable) {
         return typedValue(memory, variable, Introspection::getVarValue(memory, variable, 0));
     }
     Ordered elements = Ordered::array();
-    for (uint32_t index = 0; index < elementCount(memory, variable); ++index) {
+    for (uint32_t index = 0; index < Introspection::getElementCount(memory, variable); ++index) {
         elements.push_back(
             typedValue(memory, variable, Introspection::getVarValue(memory, variable, index)));
     }
@@ -129,7 +122,8 @@ int getValue(const Arguments& arguments) {
     } else if (json) {
         std::cout << variableJson(memory, variable).dump(2) << '\n';
     } else {
-        for (uint32_t element = 0; element < elementCount(memory, variable); ++element) {
+        for (uint32_t element = 0; element < Introspection::getElementCount(memory, variable);
+             ++element) {
             std::cout << Introspection::getVarValue(memory, variable, element) << '\n';
         }
     }
@@ -147,7 +141,8 @@ int setValue(const Arguments& arguments) {
         index = elementIndex(memory, variable, words[2]);
     } else if (Introspection::isArray(memory, variable)) {
         throw UsageError(std::string(Introspection::getVarName(memory, variable)) +
-                         " is an array of " + std::to_string(elementCount(memory, variable)) +
+                         " is an array of " +
+                         std::to_string(Introspection::getElementCount(memory, variable)) +
                          ": give the element's index before the value");
     }
     openMemory(memory);

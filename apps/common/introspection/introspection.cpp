@@ -93,6 +93,13 @@ bool isArray(uint32_t memory, uint32_t variable) {
     return std::stoi(entry.arrayLength, nullptr, 0) >= 0;
 }
 
+uint32_t getElementCount(uint32_t memory, uint32_t variable) {
+    if (!isArray(memory, variable)) {
+        return 1;
+    }
+    return std::stoi(descriptor(memory, variable).arrayLength, nullptr, 0);
+}
+
 void genEventToVar() {
     for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
         for (uint32_t variable = 0; variable < MEMORY_ARRAY[memory].variableCount; ++variable) {

@@ -48,6 +48,8 @@ Notify getVarEvent(uint32_t memory, uint32_t variable);
 // True when the is-array flag is set and the length text (base detected as by
 // std::stoi(text, nullptr, 0)) is not negative.
 bool isArray(uint32_t memory, uint32_t variable);
+// The number of elements: the array length (base detected) when isArray, else 1.
+uint32_t getElementCount(uint32_t memory, uint32_t variable);
 
 // The variable whose change event is notify.id; (0, 0) for an event of no variable.
 void getVarLocation(const Notify& notify, uint32_t& memory, uint32_t& variable);

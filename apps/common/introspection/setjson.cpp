@@ -177,12 +177,11 @@ private:
 
 std::string setJson(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                     const std::vector<Json::Item>& members) {
-    const bool array = Introspection::isArray(memory, variable);
+    const uint32_t length = Introspection::getElementCount(memory, variable);
     const VariableDescriptor& entry = MEMORY_ARRAY[memory].variables[variable];
     if (entry.structMembers == nullptr) {
         return std::string(entry.name) + " is not a struct";
     }
-    const uint32_t length = array ? std::stoi(entry.arrayLength, nullptr, 0) : 1;
     if (notify.index >= length) {
         return "Element " + std::to_string(notify.index) + " exceeds the array length " +
                std::to_string(length);

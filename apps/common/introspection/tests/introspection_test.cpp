@@ -102,6 +102,7 @@ TEST(Variables, EveryIndexedOperationChecksBothIndexes) {
             [&] { getVarArrayLen(m, v); },
             [&] { getVarEvent(m, v); },
             [&] { isArray(m, v); },
+            [&] { getElementCount(m, v); },
             [&] { getVarValue(m, v, 0); },
             [&] { setVarValue(m, v, "1"); },
             [&] { setVarValueJson(m, v, {}, 0); },
@@ -189,6 +190,9 @@ TEST(Variables, ArraysAndTheirLengths) {
     const uint32_t folder = variableIndex(PERSISTENT, "LensFileFavouriteFolder");
     EXPECT_STREQ(getVarArrayLen(PERSISTENT, folder), "64");
     EXPECT_FALSE(isArray(PERSISTENT, folder)) << "a string's capacity is no array";
+    EXPECT_EQ(getElementCount(PERSISTENT, recent), 5u);
+    EXPECT_EQ(getElementCount(PERSISTENT, folder), 1u);
+    EXPECT_EQ(getElementCount(PERSISTENT, variableIndex(PERSISTENT, "AUXTorque")), 1u);
 }
 
 TEST(Variables, IsArrayDetectsTheBase) {
@@ -196,6 +200,7 @@ TEST(Variables, IsArrayDetectsTheBase) {
     DescriptorGuard guard(PERSISTENT, recent);
     guard.entry.arrayLength = "0x10";
     EXPECT_TRUE(isArray(PERSISTENT, recent));
+    EXPECT_EQ(getElementCount(PERSISTENT, recent), 16u);
     guard.entry.arrayLength = "010";
     EXPECT_TRUE(isArray(PERSISTENT, recent));
     guard.entry.arrayLength = "0";

@@ -161,10 +161,6 @@ private:
     }
 };
 
-uint32_t elementCount(uint32_t memory, uint32_t variable) {
-    return isArray(memory, variable) ? std::stoi(getVarArrayLen(memory, variable), nullptr, 0) : 1;
-}
-
 uint8_t* elementAddress(uint32_t memory, uint32_t variable, uint32_t k) {
     const VariableDescriptor& entry = MEMORY_ARRAY[memory].variables[variable];
     return entry.memoryBase + entry.offset + k * entry.elementSize;
@@ -209,7 +205,7 @@ TEST_P(RoundTrip, EveryVariableOfTheMemory) {
         const bool buffer = isBuffer(entry);
         const bool readOnly = entry.setter == &setReadOnlyIntrospection;
         const bool text = entry.baseType == BaseString;
-        const uint32_t count = elementCount(memory, variable);
+        const uint32_t count = getElementCount(memory, variable);
         const uint32_t width = entry.elementSize;
         for (uint32_t k = 0; k < count; ++k) {
             if (buffer) {
