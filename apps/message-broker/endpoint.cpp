@@ -4,7 +4,6 @@
 #include "serverconnection.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/socket.h>
@@ -17,13 +16,6 @@ namespace {
 
 constexpr int BACKLOG = 64;
 constexpr mode_t SEMAPHORE_MODE = 0666;
-
-sockaddr_un socketAddress() {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, ServerConnection::SOCKET_PATH, sizeof address.sun_path - 1);
-    return address;
-}
 
 bool anotherBrokerAnswers(const sockaddr_un& address) {
     int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -83,7 +75,7 @@ sem_t* createReadySemaphore() {
 } // namespace
 
 Endpoint::Endpoint() : listenFd(-1), ready(nullptr) {
-    const sockaddr_un address = socketAddress();
+    const sockaddr_un address = ServerConnection::address();
     if (anotherBrokerAnswers(address)) {
         THROW_ERROR("Another message broker is already listening on %s",
                     ServerConnection::SOCKET_PATH);

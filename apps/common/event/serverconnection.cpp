@@ -43,6 +43,13 @@ void sendAll(int fd, const void* data, size_t size) {
 
 } // namespace
 
+sockaddr_un ServerConnection::address() {
+    sockaddr_un broker{};
+    broker.sun_family = AF_UNIX;
+    std::strncpy(broker.sun_path, SOCKET_PATH, sizeof broker.sun_path - 1);
+    return broker;
+}
+
 ServerConnection::ServerConnection(EventPoll& poll) : poll(poll), fd(-1), handler(nullptr) {
     LOG(LogLight, "Waiting for server");
     int failures = 0;
@@ -73,11 +80,9 @@ void ServerConnection::connect() {
     if (fd == 0) {
         THROW_ERROR_NUMBER("socket");
     }
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, SOCKET_PATH, sizeof address.sun_path - 1);
+    const sockaddr_un broker = address();
     poll.add(fd, this, EPOLLIN);
-    if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
+    if (::connect(fd, reinterpret_cast<const sockaddr*>(&broker), sizeof broker) < 0) {
         int connectError = errno;
         close();
         errno = connectError;

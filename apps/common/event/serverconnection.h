@@ -20,6 +20,8 @@
 #include "eventpoll.h"
 #include "notify.h"
 
+#include <sys/un.h>
+
 class ServerConnection : public EventPoll::Callback {
 public:
     // Receiver of the records that arrive on the connection.
@@ -36,6 +38,9 @@ public:
     static constexpr int READ_BATCH = 256;
     // How long close() waits for the broker's last bytes before closing.
     static constexpr int DRAIN_TIMEOUT_MS = 100;
+
+    // The broker's address: SOCKET_PATH, the rest of the path field zeroed.
+    static sockaddr_un address();
 
     explicit ServerConnection(EventPoll& poll);
     ServerConnection(const ServerConnection&) = delete;
