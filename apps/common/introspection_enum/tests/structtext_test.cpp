@@ -1,5 +1,6 @@
 #include "introspection_enum.h"
 
+#include "introspection.h"
 #include "memories.h"
 #include "printers.h"
 #include "records.h"
@@ -12,12 +13,11 @@
 namespace {
 
 const StructTypeInfo& structType(const char* name) {
-    for (uint32_t s = 0; s < STRUCT_ARRAY_SIZE; ++s) {
-        if (std::strcmp(STRUCT_ARRAY[s].name, name) == 0) {
-            return STRUCT_ARRAY[s];
-        }
+    const StructTypeInfo* type = Introspection::findStructType(name);
+    if (type == nullptr) {
+        throw std::runtime_error(name);
     }
-    throw std::runtime_error(name);
+    return *type;
 }
 
 TEST(StructText, StringMembersKeepTheirSpacing) {
