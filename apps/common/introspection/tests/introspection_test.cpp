@@ -322,6 +322,16 @@ TEST(Values, TypedConversionsThroughTheCatalogue) {
     brokerPeer().received();
 }
 
+TEST(Values, StringWithoutACapacityIsNotWritten) {
+    const uint32_t name = variableIndex(PERSISTENT, "ProductName");
+    const std::string before = getVarValue(PERSISTENT, name, 0);
+    DescriptorGuard guard(PERSISTENT, name);
+    guard.entry.arrayLength = "x";
+    EXPECT_EQ(setVarValue(PERSISTENT, name, "abc"), "Can't convert abc to string");
+    EXPECT_EQ(getVarValue(PERSISTENT, name, 0), before);
+    EXPECT_TRUE(brokerPeer().received().empty());
+}
+
 TEST(Values, EnumsThroughTheCatalogue) {
     const uint32_t cinefade = variableIndex(PERSISTENT, "CinefadeDisplayModeValue");
     EXPECT_EQ(setVarValue(PERSISTENT, cinefade, "filter"),
