@@ -32,6 +32,24 @@ std::string cannotConvert(const char* text, const char* type) {
     return std::string("Can't convert ") + text + " to " + type;
 }
 
+// Converts the text and stores it with setVariable at the address that the Notify selects.
+template <typename T, typename Convert>
+std::string setNumber(uint8_t* base, uint32_t memory, uint32_t variable, const Notify& notify,
+                      const char* text, const char* type, Convert convert) {
+    T* target = elementAddress<T>(base, memory, variable, notify);
+    if (target == nullptr) {
+        return "";
+    }
+    T value;
+    try {
+        value = convert(text);
+    } catch (const std::exception&) {
+        return cannotConvert(text, type);
+    }
+    setVariable<T>(*target, notify, value);
+    return "";
+}
+
 unsigned hexDigit(char c) {
     if (c >= '0' && c <= '9') {
         return c - '0';
@@ -81,34 +99,14 @@ template <unsigned L> std::string getBufferIntrospection(const void* address, in
 
 std::string setIntIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                                 const char* text) {
-    int32_t* target = elementAddress<int32_t>(base, memory, variable, notify);
-    if (target == nullptr) {
-        return "";
-    }
-    int value;
-    try {
-        value = std::stoi(text, nullptr, 0);
-    } catch (const std::exception&) {
-        return cannotConvert(text, "int");
-    }
-    setVariable<int32_t>(*target, notify, value);
-    return "";
+    return setNumber<int32_t>(base, memory, variable, notify, text, "int",
+                              [](const char* digits) { return std::stoi(digits, nullptr, 0); });
 }
 
 std::string setFloatIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                                   const char* text) {
-    float* target = elementAddress<float>(base, memory, variable, notify);
-    if (target == nullptr) {
-        return "";
-    }
-    float value;
-    try {
-        value = std::stof(text);
-    } catch (const std::exception&) {
-        return cannotConvert(text, "float");
-    }
-    setVariable<float>(*target, notify, value);
-    return "";
+    return setNumber<float>(base, memory, variable, notify, text, "float",
+                            [](const char* digits) { return std::stof(digits); });
 }
 
 std::string setBoolIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
