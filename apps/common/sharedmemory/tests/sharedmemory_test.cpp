@@ -34,9 +34,14 @@ uint32_t headerOf(uint8_t* data) {
 
 TEST(SharedMemory, AddressBeforeCreateOrOpenThrows) {
     SharedMemory memory("MemUnopened", 16);
+    testsupport::KmsgCapture capture;
     EXPECT_TRUE(testsupport::isLocatedMessage(errorText([&] { memory.address(); }),
                                               "sharedmemory.cpp",
                                               "Call open or create before asking for the address"));
+    auto lines = capture.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "sharedmemory.cpp",
+                                       "Call open or create before asking for the address"));
 }
 
 TEST(SharedMemory, CreateSizesTheObjectAndWritesTheHeader) {
@@ -63,9 +68,15 @@ TEST(SharedMemory, OpeningWithAnotherSizeThrowsMissmatch) {
     creator.address();
     SharedMemory reader("MemSized", 72);
     reader.open();
+    testsupport::KmsgCapture capture;
     EXPECT_TRUE(
         testsupport::isLocatedMessage(errorText([&] { reader.address(); }), "sharedmemory.cpp",
                                       "Memory size missmatch for /MemSized, requested 72, is 68."));
+    auto lines = capture.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(
+        testsupport::isLogLine(lines[0], gen::Error, "sharedmemory.cpp",
+                               "Memory size missmatch for /MemSized, requested 72, is 68."));
 }
 
 TEST(SharedMemory, OpenSeesTheCreatorsData) {
@@ -95,9 +106,16 @@ TEST(SharedMemory, CreateOnAnExistingObjectKeepsContentsAndRewritesTheHeader) {
 
 TEST(SharedMemory, OpenOfAMissingObjectThrowsWithTheName) {
     SharedMemory memory("MemMissing", 4);
+    testsupport::KmsgCapture capture;
     std::string text = errorText([&] { memory.open(); });
     EXPECT_NE(text.find("/MemMissing"), std::string::npos) << text;
     EXPECT_NE(text.find("No such file or directory"), std::string::npos) << text;
+    EXPECT_TRUE(testsupport::isLocatedMessage(text, "sharedmemory.cpp",
+                                              "/MemMissing: No such file or directory"));
+    auto lines = capture.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "sharedmemory.cpp",
+                                       "/MemMissing: No such file or directory"));
 }
 
 TEST(SharedMemory, CloseOfTheCreatorRemovesTheName) {
