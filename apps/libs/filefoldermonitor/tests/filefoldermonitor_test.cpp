@@ -9,7 +9,9 @@
 
 #include <ostream>
 #include <stdexcept>
+#include <string>
 #include <sys/resource.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -35,6 +37,21 @@ struct Seen {
 
 void PrintTo(Seen const& seen, std::ostream* out) {
     *out << std::hex << "{0x" << seen.mask << ", \"" << seen.name << "\"}";
+}
+
+// The one inotify descriptor open in this process, or -1 when there is not
+// exactly one.
+int onlyInotifyDescriptor() {
+    int found = -1;
+    int count = 0;
+    for (fs::directory_entry const& entry : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code unreadable;
+        if (fs::read_symlink(entry.path(), unreadable) == "anon_inode:inotify") {
+            found = std::stoi(entry.path().filename().string());
+            ++count;
+        }
+    }
+    return count == 1 ? found : -1;
 }
 
 class FolderMonitorTest : public ::testing::Test {
@@ -250,6 +267,28 @@ TEST_F(FolderMonitorTest, FailedReadIsLoggedAndIgnored) {
     // Closed, the monitor has no descriptor to read from.
     EXPECT_NO_THROW(monitor.event(EventPoll::Callback::Readable));
     EXPECT_TRUE(mark.logged("Error", "Erro in read from inotify fd"));
+    EXPECT_TRUE(seen.empty());
+}
+
+TEST_F(FolderMonitorTest, ReadOfNothingIsLoggedAsAWarningAndIgnored) {
+    open();
+    int const inotifyFd = onlyInotifyDescriptor();
+    ASSERT_GE(inotifyFd, 0);
+    // For one event() the descriptor number stands for a pipe at its end, so
+    // the read returns 0; the inotify instance is kept and put back after.
+    int const saved = dup(inotifyFd);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ::close(ends[1]);
+    ASSERT_EQ(dup2(ends[0], inotifyFd), inotifyFd);
+    ::close(ends[0]);
+    writeFile(folder / "a.stp");
+    KernelLogMark mark;
+    monitor.event(EventPoll::Callback::Readable);
+    ASSERT_EQ(dup2(saved, inotifyFd), inotifyFd);
+    ::close(saved);
+    EXPECT_TRUE(mark.logged("Warn", "read() from inotify fd returned 0!"));
+    EXPECT_FALSE(mark.mentions("Erro in read from inotify fd"));
     EXPECT_TRUE(seen.empty());
 }
 
