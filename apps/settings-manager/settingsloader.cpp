@@ -20,7 +20,6 @@ namespace {
 // Characters of a parse error's excerpt that stand before the error position.
 constexpr int EXCERPT_LEAD = 20;
 constexpr std::size_t EXCERPT_LENGTH = 41;
-constexpr uint32_t STRUCT_BASE_TYPE = 6;
 // Keys of the product information, written into every document but never read back.
 constexpr const char* PRODUCT_PREFIX = "Product";
 
@@ -91,7 +90,7 @@ bool SettingsManager::applyValue(const std::string& key, const std::string& valu
             }
             continue;
         }
-        if (Introspection::getVarBaseType(memory, variable) != STRUCT_BASE_TYPE) {
+        if (Introspection::getVarBaseType(memory, variable) != BaseStruct) {
             error = Introspection::setVarValue(memory, variable, value.c_str());
         } else if (!Introspection::isArray(memory, variable)) {
             // A struct's fields are looked up among the document's top-level members.

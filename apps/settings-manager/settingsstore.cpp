@@ -12,16 +12,17 @@
 
 namespace {
 
-constexpr uint32_t STRING_BASE_TYPE = 3;
+// The code of a buffer; BaseType has no name for it, the catalogue gives
+// buffers the code of strings.
 constexpr uint32_t BUFFER_BASE_TYPE = 4;
 
 // Ints, floats, bools and structs are written bare; every other type is quoted.
 const char* valueQuote(uint32_t baseType) {
     switch (baseType) {
-    case 0:
-    case 1:
-    case 2:
-    case 6:
+    case BaseInt:
+    case BaseFloat:
+    case BaseBool:
+    case BaseStruct:
         return "";
     default:
         return "\"";
@@ -52,7 +53,7 @@ std::stringstream SettingsManager::getCurrentValues() {
     for (uint32_t variable = 0; variable < count; ++variable) {
         const uint32_t baseType = Introspection::getVarBaseType(memory, variable);
         document << "\"" << Introspection::getVarName(memory, variable) << "\": ";
-        if (Introspection::isArray(memory, variable) && baseType != STRING_BASE_TYPE &&
+        if (Introspection::isArray(memory, variable) && baseType != BaseString &&
             baseType != BUFFER_BASE_TYPE) {
             const int length = std::stoi(Introspection::getVarArrayLen(memory, variable));
             document << "[";
