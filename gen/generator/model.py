@@ -101,13 +101,12 @@ class Memory:
 
 
 class Model:
-    def __init__(self, memories, enums, structs, fixed_events, foreign_events, files):
+    def __init__(self, memories, enums, structs, fixed_events, foreign_events):
         self.memories = memories
         self.enums = enums
         self.structs = structs
         self.fixed_events = fixed_events
         self.foreign_events = foreign_events  # {id: name}
-        self.files = files
         self.event_names = None  # list indexed by id, filled by assign_events
 
     def memory(self, name):
@@ -250,11 +249,9 @@ def _check_record(memory):
 
 def load(model_dir):
     model_dir = pathlib.Path(model_dir)
-    files = []
 
     def read(relative):
         path = model_dir / relative
-        files.append(path)
         return _read(path), str(path)
 
     enums_doc, enums_file = read("enums.toml")
@@ -324,7 +321,7 @@ def load(model_dir):
             raise ModelError(events_file, f"foreign event \"{foreign_name}\"",
                              f"id {foreign_id} is used twice")
         foreign[foreign_id] = foreign_name
-    model = Model(memories, enums, structs, events_doc.get("fixed", []), foreign, files)
+    model = Model(memories, enums, structs, events_doc.get("fixed", []), foreign)
     model.events_file = events_file
     model.enums_file, model.structs_file, model.catalogue_file = enums_file, structs_file, catalogue_file
     subscriptions_doc, model.subscriptions_file = read("subscriptions.toml")
