@@ -2,6 +2,7 @@
 // what is logged, and the image bytes it leaves.
 #include "deviceimage.h"
 #include "hwinfo.h"
+#include "logline.h"
 #include "recordimage.h"
 
 #include <gtest/gtest.h>
@@ -46,6 +47,9 @@ protected:
         std::string::size_type begin = logged.rfind('\n', at);
         begin = begin == std::string::npos ? 0 : begin + 1;
         EXPECT_EQ(logged.substr(begin + 22, 12), "Error       ") << logged;
+        std::string::size_type const end = logged.find('\n', at);
+        EXPECT_TRUE(testsupport::isLogLine(logged.substr(begin, end - begin), gen::Error,
+                                           "hwinfo.cpp", message));
     }
 
     Bytes randomRegion(unsigned int seed) const {

@@ -1,6 +1,7 @@
 // PersistentInfo on the device root's eMMC and physical-memory images; every
 // operation is followed by a plain read of the image bytes.
 #include "deviceimage.h"
+#include "logline.h"
 #include "persistentinfo.h"
 
 #include <cstdio>
@@ -161,8 +162,12 @@ TEST_F(PersistentInfoTest, StringOfThirtyTakesTwentyEightCharacters) {
         FAIL() << "29 characters were accepted";
     } catch (std::runtime_error const& error) {
         EXPECT_NE(std::string(error.what()).find("String too long"), std::string::npos);
+        EXPECT_TRUE(
+            testsupport::isLocatedMessage(error.what(), "persistentinfo.cpp", "String too long"));
     }
     EXPECT_TRUE(log.contains("String too long"));
+    EXPECT_TRUE(testsupport::isLogLine(log.line("String too long"), gen::Error,
+                                       "persistentinfo.cpp", "String too long"));
     EXPECT_EQ(blockBytes(BLOCK, 60), expected);
 }
 
@@ -322,9 +327,13 @@ TEST_F(PersistentInfoTest, PrivateFieldIsWrittenOnlyWithForce) {
             FAIL() << "form " << form << " wrote a private field";
         } catch (std::runtime_error const& error) {
             EXPECT_NE(std::string(error.what()).find("secret is private."), std::string::npos);
+            EXPECT_TRUE(testsupport::isLocatedMessage(error.what(), "persistentinfo.cpp",
+                                                      "secret is private."));
         }
     }
     EXPECT_TRUE(log.contains("secret is private."));
+    EXPECT_TRUE(testsupport::isLogLine(log.line("secret is private."), gen::Error,
+                                       "persistentinfo.cpp", "secret is private."));
     EXPECT_EQ(blockBytes(BLOCK, 4), (Bytes{9, 9, 9, 9}));
     unsigned int value = 0;
     EXPECT_TRUE((block.get<PI::Int, unsigned int>("secret", value)));
