@@ -7,19 +7,19 @@
 
 #include <csignal>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 
 namespace memtooltest {
 
 uint8_t* variableAddress(const std::string& memory, const std::string& variable, uint32_t element) {
     const uint32_t m = Introspection::getMemIndex(memory);
-    for (uint32_t v = 0; v < Introspection::getVarCount(m); ++v) {
-        const VariableDescriptor& entry = MEMORY_ARRAY[m].variables[v];
-        if (variable == entry.name) {
-            return entry.memoryBase + entry.offset + element * entry.elementSize;
-        }
+    const std::optional<uint32_t> v = Introspection::findVarIndex(m, variable);
+    if (!v) {
+        throw std::logic_error("no variable " + variable);
     }
-    throw std::logic_error("no variable " + variable);
+    const VariableDescriptor& entry = MEMORY_ARRAY[m].variables[*v];
+    return entry.memoryBase + entry.offset + element * entry.elementSize;
 }
 
 void MemtoolDevice::SetUp() {
