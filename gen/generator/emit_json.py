@@ -5,7 +5,7 @@ import json
 import rangecheck
 
 
-def _field(field, model):
+def _field(field):
     entry = {"name": field.name, "type": field.type_name, "kind": field.kind,
              "baseType": field.base_code, "offset": field.offset, "size": field.size,
              "elementSize": field.element_size, "arrayLength": field.array_length_text,
@@ -16,7 +16,7 @@ def _field(field, model):
 
 
 def _variable(variable, model):
-    entry = _field(variable, model)
+    entry = _field(variable)
     entry["min"] = variable.min
     entry["max"] = variable.max
     entry["default"] = default_text(variable, model)
@@ -27,10 +27,8 @@ def _variable(variable, model):
 
 def default_text(variable, model):
     """The getter's text of the default of one element; null for buffers and structs."""
-    if variable.kind in ("int", "float"):
+    if variable.kind in ("int", "float", "bool"):
         return rangecheck.value_text(variable.kind, variable.default or 0)
-    if variable.kind == "bool":
-        return "true" if variable.default else "false"
     if variable.kind == "string":
         return variable.default or ""
     if variable.kind == "enum":
@@ -46,7 +44,7 @@ def document(model):
                      for m in model.memories],
         "enums": [{"name": e.name, "entries": e.entries} for e in model.enums],
         "structs": [{"name": s.name, "size": s.size,
-                     "members": [_field(f, model) for f in s.members]} for s in model.structs],
+                     "members": [_field(f) for f in s.members]} for s in model.structs],
         "events": model.event_names,
         "subscriptions": model.subscriptions,
     }
