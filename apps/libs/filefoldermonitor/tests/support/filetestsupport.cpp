@@ -25,6 +25,21 @@ std::optional<std::string_view> messageAt(std::string const& line, std::string c
     return std::string_view(line).substr(PROGRAM_FIELD + LEVEL_TAG);
 }
 
+// The message after the source location "<file>:<line> " of a line's text.
+std::optional<std::string_view> afterLocation(std::string_view text) {
+    size_t const colon = text.find(':');
+    if (colon == std::string_view::npos) {
+        return std::nullopt;
+    }
+    size_t const digits = text.find_first_not_of(' ', colon + 1);
+    size_t const blank = text.find_first_not_of("0123456789", digits);
+    if (digits == std::string_view::npos || blank == digits || blank == std::string_view::npos ||
+        text[blank] != ' ') {
+        return std::nullopt;
+    }
+    return text.substr(blank + 1);
+}
+
 } // namespace
 
 ScratchFolder::ScratchFolder() {
@@ -55,7 +70,7 @@ std::vector<std::string> KernelLogMark::lines() const {
 bool KernelLogMark::logged(std::string const& level, std::string const& message) const {
     for (std::string const& line : lines()) {
         std::optional<std::string_view> text = messageAt(line, level);
-        if (text && text->ends_with(message)) {
+        if (text && afterLocation(*text) == message) {
             return true;
         }
     }

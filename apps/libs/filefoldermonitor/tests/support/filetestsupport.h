@@ -30,7 +30,7 @@ public:
     // The lines written to the kernel log since construction.
     std::vector<std::string> lines() const;
     // True when a line written since construction has the level tag (for
-    // example "Warn") and ends with the message.
+    // example "Warn") and, after its source location, exactly the message.
     bool logged(std::string const& level, std::string const& message) const;
     // True when a line written since construction has the level tag and
     // contains `fragment` in its message.
