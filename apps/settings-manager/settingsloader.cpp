@@ -23,11 +23,11 @@ constexpr std::size_t EXCERPT_LENGTH = 41;
 // Keys of the product information, written into every document but never read back.
 constexpr const char* PRODUCT_PREFIX = "Product";
 
-std::string currentFileName() {
+} // namespace
+
+std::string SettingsManager::currentFileName() {
     return std::string(Constants::CURRENT_USERSETTINGS_FILE) + Constants::SETUPS_EXTENSION;
 }
-
-} // namespace
 
 bool SettingsManager::loadSetting(const std::string& fileName, bool storeAfterLoad) {
     std::ifstream file(settingsPath + fileName);

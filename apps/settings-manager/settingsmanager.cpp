@@ -59,8 +59,7 @@ bool SettingsManager::init() {
         LOG(Error, "Could not create the settings folder.");
     } else {
         getDefaultSettings();
-        loadSetting(std::string(Constants::CURRENT_USERSETTINGS_FILE) + Constants::SETUPS_EXTENSION,
-                    false);
+        loadSetting(currentFileName(), false);
         result = true;
     }
     signalReadiness();

@@ -128,6 +128,8 @@ private:
     std::string listEntry(int32_t index) const;
     std::string entryPath(int32_t index) const;
     std::string setupPath(const char* name) const;
+    // ".current.stp", the file name of the current settings.
+    static std::string currentFileName();
     // True when nothing exists at `path` (its status type is not_found or none).
     static bool isMissing(const std::string& path);
 
