@@ -7,6 +7,7 @@
 #include "records.h"
 #include "servicefixture.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -227,6 +228,28 @@ TEST_F(LifecycleTest, AFolderThatCannotBeCreatedSkipsTheLoadButListsAndReports) 
                                                "Could not create the settings folder."));
         }
     }
+}
+
+TEST_F(LifecycleTest, ASettingsPathThatCannotBeResolvedIsReportedAndStartUpGoesOn) {
+    // A link to itself: the folder can be neither found, created nor resolved.
+    std::filesystem::create_symlink("SETUPS", "/var/SETUPS");
+    std::string resolveError;
+    try {
+        static_cast<void>(std::filesystem::weakly_canonical(SETUPS));
+    } catch (const std::filesystem::filesystem_error& error) {
+        resolveError = error.what();
+    }
+    testsupport::KmsgCapture log;
+    const bool started = service->init();
+    std::filesystem::remove("/var/SETUPS");
+    ASSERT_FALSE(resolveError.empty());
+    EXPECT_FALSE(started);
+    const auto lines = log.lines();
+    const std::string expected = "Could not set settings path: " + resolveError;
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+        return testsupport::isLogLine(line, gen::LogLight, "settingsmanager.cpp", expected);
+    })) << expected;
+    EXPECT_THAT(messages(lines), Contains("Monitoring the user-setup folder is not possible"));
 }
 
 TEST_F(LifecycleTest, ShutdownWritesTheCurrentFileEvenWhenNothingChanged) {
