@@ -47,9 +47,12 @@ uint32_t getEnumIndex(const char* name) {
 }
 
 std::string printEnum(const std::string& value, const char* enumName) {
-    const EnumInfo& info = ENUM_ARRAY[getEnumIndex(enumName)];
+    return printEnum(value, ENUM_ARRAY[getEnumIndex(enumName)]);
+}
+
+std::string printEnum(const std::string& value, const EnumInfo& info) {
     std::string text =
-        "{ \"value\": \"" + value + "\", \"type\": \"" + enumName + "\", \"textid\": [ ";
+        "{ \"value\": \"" + value + "\", \"type\": \"" + info.name + "\", \"textid\": [ ";
     for (uint32_t entry = 0; entry < info.entryCount; ++entry) {
         if (entry > 0) {
             text += ",";

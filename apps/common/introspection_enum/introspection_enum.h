@@ -27,6 +27,8 @@ const char* getEnumEntryName(uint32_t enumIndex, uint32_t entry);
 uint32_t getEnumIndex(const char* name);
 // { "value": "<value>", "type": "<enum>", "textid": [ "<entry>","<entry>",...]}
 std::string printEnum(const std::string& value, const char* enumName);
+// The same for an enum already looked up.
+std::string printEnum(const std::string& value, const EnumInfo& info);
 
 } // namespace IntrospectionEnum
 

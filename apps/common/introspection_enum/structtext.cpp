@@ -39,7 +39,7 @@ std::string memberValue(const StructInfo& member, const uint8_t* address) {
     case BaseEnum: {
         const EnumInfo& info = ENUM_ARRAY[IntrospectionEnum::getEnumIndex(member.typeName.c_str())];
         return IntrospectionEnum::printEnum(
-            getEnumIntrospection(address, 0, info.name, info.entries, info.entryCount), info.name);
+            getEnumIntrospection(address, 0, info.name, info.entries, info.entryCount), info);
     }
     default:
         return getStructIntrospection(address, 0, structType(member.typeName));
