@@ -68,6 +68,7 @@ TEST_F(StoreTest, TheDocumentHasOneLinePerPersistentVariableInExactForm) {
     values.KnobLock = true;
     values.CinefadeDisplayModeValue = 1;
     values.CircleofConfusion = 0.5f;
+    values.RadioModuleList = {0xAB, 0x01};
     std::snprintf(values.UserButton4_Name.data(), values.UserButton4_Name.size(), "Rec");
     std::snprintf(values.RecentLensFiles[1].LensFileName.data(),
                   values.RecentLensFiles[1].LensFileName.size(), "Zeta 50");
@@ -100,6 +101,7 @@ TEST_F(StoreTest, TheDocumentHasOneLinePerPersistentVariableInExactForm) {
     EXPECT_TRUE(has("\"CircleofConfusion\": 0.500000,"));
     EXPECT_TRUE(has("\"UserButton4_Name\": \"Rec\","));
     EXPECT_TRUE(has("\"LensFileFavouriteFolder\": \"/var/LENSFILES/\","));
+    EXPECT_TRUE(has("\"RadioModuleList\": \"ab01\","));
 
     uint32_t recent = 0;
     while (std::string(Introspection::getVarName(memory, recent)) != "RecentLensFiles") {
