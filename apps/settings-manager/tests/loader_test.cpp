@@ -242,8 +242,13 @@ TEST_F(LoaderTest, FactoryResetDeletesTheFolderRestoresDefaultsAndClearsTheFlag)
     EXPECT_EQ(order.front(), UnsubscribeAll);
     EXPECT_EQ(order[1], VarFocusTorqueChanged);
     EXPECT_EQ(order.back(), VarFactoryResetChanged);
-    const auto texts = messages(log.lines());
+    const auto lines = log.lines();
+    const auto texts = messages(lines);
     ASSERT_GE(texts.size(), 2u);
     EXPECT_EQ(texts.front(), "Factory reset started");
     EXPECT_EQ(texts.back(), "Factory reset done");
+    EXPECT_TRUE(testsupport::isLogLine(lines.front(), gen::LogLight, "settingsloader.cpp",
+                                       "Factory reset started"));
+    EXPECT_TRUE(testsupport::isLogLine(lines.back(), gen::LogLight, "settingsloader.cpp",
+                                       "Factory reset done"));
 }
