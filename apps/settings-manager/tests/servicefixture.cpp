@@ -4,7 +4,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
+#include <stdexcept>
 
 namespace servicetest {
 
@@ -36,12 +38,11 @@ std::vector<EventId> ids(const std::vector<Notify>& records) {
 
 std::string persistentValue(const char* name) {
     const uint32_t memory = Introspection::getMemIndex("MemPersistent");
-    for (uint32_t variable = 0; variable < Introspection::getVarCount(memory); ++variable) {
-        if (std::string(Introspection::getVarName(memory, variable)) == name) {
-            return Introspection::getVarValue(memory, variable, 0);
-        }
+    const std::optional<uint32_t> variable = Introspection::findVarIndex(memory, name);
+    if (!variable) {
+        throw std::runtime_error(std::string("no persistent variable ") + name);
     }
-    throw std::runtime_error(std::string("no persistent variable ") + name);
+    return Introspection::getVarValue(memory, *variable, 0);
 }
 
 std::vector<std::string> messages(const std::vector<std::string>& lines) {
