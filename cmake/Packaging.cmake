@@ -7,10 +7,7 @@
 #                           bash completions
 # The architecture is the build's target (armhf for the ARM build, amd64 for
 # the host build): dpkg-architecture names it from the compiler's target
-# triplet.  The dependencies on the C and C++ runtime are found by
-# dpkg-shlibdeps; for a cross build it reads the cross toolchain's libraries
-# (/usr/<triplet>/lib), whose Debian packages state the dependencies of the
-# target architecture's libc6 and libstdc++6.
+# triplet.  The dependencies on the C and C++ runtime: see below.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME ${PROJECT_NAME})
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
@@ -41,7 +38,19 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${PROJECT_NAME})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${PROJECT_NAME}-tools)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The dependencies on the C and C++ runtime.  dpkg-shlibdeps finds them for
+# the host build.  For the cross build it would need the target's libraries
+# known to dpkg as packages of that architecture (multiarch: libc6:armhf,
+# libstdc++6:armhf), which the build machines do not have (they carry the
+# cross toolchain's copies), so they are stated here: the versions whose
+# libraries provide the newest symbol versions the ARM programs use
+# (GLIBC_2.34, GCC_3.5, GLIBCXX_3.4.29 of GCC 11).  The install test checks
+# the stated versions against the programs' symbol versions.
+if(CMAKE_CROSSCOMPILING)
+    set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 11)")
+else()
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
 
 find_program(SM_DPKG_ARCHITECTURE dpkg-architecture)
 if(SM_DPKG_ARCHITECTURE AND CMAKE_LIBRARY_ARCHITECTURE)

@@ -24,6 +24,7 @@ import functools
 import io
 import json
 import os
+import re
 import shlex
 import shutil
 import struct
@@ -113,6 +114,31 @@ def project_version():
 def package_file(component):
     return os.path.join(packages()[0],
                         f"{PACKAGES[component]}_{project_version()}_{ARGS.arch}.deb")
+
+
+def version_at_least(version, minimum):
+    return run(["dpkg", "--compare-versions", version, "ge", minimum]).returncode == 0
+
+
+@functools.cache
+def libstdcxx_versions():
+    """{GLIBCXX symbol version: the libstdc++6 version that provides it}, from
+    the symbols file of this Debian release's libstdc++6."""
+    symbols = run(["dpkg-query", "--control-show", "libstdc++6", "symbols"]).stdout
+    return dict(re.findall(r"^ (GLIBCXX_[0-9.]+)@\1 (\S+)$", symbols, re.MULTILINE))
+
+
+def needed_versions(program):
+    """{runtime package: the version that provides the newest symbol version
+    the program needs from it}, from the program's version references."""
+    listing = run(["readelf", "--version-info", "--wide", program]).stdout
+    newest = {}
+    for name, number in re.findall(r"Name: (GLIBC|GLIBCXX|GCC)_([0-9.]+)", listing):
+        key = tuple(int(part) for part in number.split("."))
+        newest[name] = max(newest.get(name, key), key)
+    text = {name: ".".join(map(str, key)) for name, key in newest.items()}
+    return {"libc6": text["GLIBC"], "libgcc-s1": text["GCC"],
+            "libstdc++6": libstdcxx_versions()["GLIBCXX_" + text["GLIBCXX"]]}
 
 
 def field(package, name):
@@ -234,13 +260,28 @@ class PackageTest(unittest.TestCase):
                 self.assertEqual(field(package, "Section"), "admin")
                 self.assertRegex(field(package, "Maintainer"), r"^[^<>]+ <[^<>@]+@[^<>]+>$")
 
-    def test_the_packages_depend_on_the_c_and_cpp_runtime(self):
+    def test_the_packages_depend_on_the_c_and_cpp_runtime_the_programs_need(self):
         for component in PACKAGES:
             with self.subTest(component=component):
                 depends = dependencies(package_file(component))
                 self.assertEqual(sorted(depends), sorted(RUNTIME_LIBRARIES))
-                for constraint in depends.values():
-                    self.assertRegex(constraint, r"^\(>= [0-9][^)]*\)$")
+                minimum = {}
+                for name, constraint in depends.items():
+                    found = re.fullmatch(r"\(>= ([0-9][^)]*)\)", constraint)
+                    self.assertIsNotNone(found, f"{name} {constraint}")
+                    minimum[name] = found.group(1)
+                for path in files_below(self.staged(component)):
+                    if path.startswith(("usr/bin/", "usr/sbin/")):
+                        for name, version in needed_versions(
+                                os.path.join(self.staged(component), path)).items():
+                            self.assertTrue(version_at_least(minimum[name], version),
+                                            f"{path} needs {name} {version}, the package states "
+                                            f"{depends[name]}")
+
+    def staged(self, component):
+        root, done = staged(component)
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        return root
 
     def test_the_contents_are_the_components_files(self):
         for component in PACKAGES:
