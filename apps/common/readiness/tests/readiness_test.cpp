@@ -130,39 +130,37 @@ TEST_F(ReadinessNotification, AnAtSignNamesAnAbstractSocket) {
     EXPECT_EQ(message->sender, getpid());
 }
 
+// With NOTIFY_SOCKET set to `name`, the notification reports that it was
+// asked for and logs exactly one Error line with `message`.
+testing::AssertionResult failsWithError(const std::string& name, const std::string& message) {
+    setenv("NOTIFY_SOCKET", name.c_str(), 1);
+    KmsgCapture log;
+    if (!Readiness::notifyServiceManager()) {
+        return testing::AssertionFailure() << "NOTIFY_SOCKET \"" << name << "\" was not taken";
+    }
+    Lines lines = log.lines();
+    if (lines.size() != 1) {
+        return testing::AssertionFailure() << "logged:\n" << log.text();
+    }
+    return isLogLine(lines[0], gen::Error, "readiness.cpp", message);
+}
+
 TEST_F(ReadinessNotification, ASocketThatIsNotThereIsLoggedAndTheProgramGoesOn) {
     std::string missing = folder + "/missing";
-    setenv("NOTIFY_SOCKET", missing.c_str(), 1);
-    KmsgCapture log;
-    EXPECT_TRUE(Readiness::notifyServiceManager());
-    Lines lines = log.lines();
-    ASSERT_EQ(lines.size(), 1u) << log.text();
-    EXPECT_TRUE(isLogLine(lines[0], gen::Error, "readiness.cpp",
-                          "Cannot notify the service manager at " + missing +
-                              ": No such file or directory"));
+    EXPECT_TRUE(failsWithError(missing, "Cannot notify the service manager at " + missing +
+                                            ": No such file or directory"));
 }
 
 TEST_F(ReadinessNotification, ANameThatIsNeitherPathNorAbstractIsLogged) {
-    setenv("NOTIFY_SOCKET", "run/notify", 1);
-    KmsgCapture log;
-    EXPECT_TRUE(Readiness::notifyServiceManager());
-    Lines lines = log.lines();
-    ASSERT_EQ(lines.size(), 1u) << log.text();
-    EXPECT_TRUE(isLogLine(lines[0], gen::Error, "readiness.cpp",
-                          "Cannot notify the service manager: NOTIFY_SOCKET \"run/notify\" is "
-                          "neither an absolute path nor an abstract name (@...)"));
+    EXPECT_TRUE(failsWithError("run/notify",
+                               "Cannot notify the service manager: NOTIFY_SOCKET \"run/notify\" "
+                               "is neither an absolute path nor an abstract name (@...)"));
 }
 
 TEST_F(ReadinessNotification, ANameTooLongForASocketAddressIsLogged) {
     std::string name = "/" + std::string(sizeof(sockaddr_un::sun_path) - 1, 'n');
-    setenv("NOTIFY_SOCKET", name.c_str(), 1);
-    KmsgCapture log;
-    EXPECT_TRUE(Readiness::notifyServiceManager());
-    Lines lines = log.lines();
-    ASSERT_EQ(lines.size(), 1u) << log.text();
-    EXPECT_TRUE(isLogLine(lines[0], gen::Error, "readiness.cpp",
-                          "Cannot notify the service manager: NOTIFY_SOCKET \"" + name +
-                              "\" is longer than 107 characters"));
+    EXPECT_TRUE(failsWithError(name, "Cannot notify the service manager: NOTIFY_SOCKET \"" + name +
+                                         "\" is longer than 107 characters"));
 }
 
 } // namespace
