@@ -247,6 +247,11 @@ class ExecTest(DevrootTest):
                               command=["/bin/sh", "-c", "test ! -e /product.info"])
         self.assertEqual(absent.returncode, 0)
 
+    def test_the_hosts_notify_socket_is_not_passed_in(self):
+        result = self.devroot("exec", command=["/bin/sh", "-c", 'test -z "${NOTIFY_SOCKET+set}"'],
+                              env={"NOTIFY_SOCKET": "/run/systemd/notify"})
+        self.assertEqual(result.returncode, 0, result.stderr)
+
     def test_file_modes_hold_inside(self):
         result = self.devroot("exec", command=[
             "/bin/sh", "-c", "chmod 555 /var && ! mkdir /var/x 2>/dev/null"])
