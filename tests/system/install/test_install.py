@@ -227,7 +227,7 @@ class InstallTest(unittest.TestCase):
                 name, section = os.path.basename(page).rsplit(".", 1)
                 with open(os.path.join(root, page), encoding="utf-8") as text:
                     title = shlex.split(text.readline())
-                self.assertEqual(title[:3], [".TH", name.upper(), section])
+                self.assertEqual([word.lower() for word in title[:3]], [".th", name, section])
         for path in installed:
             if path.startswith("usr/share/bash-completion/completions/"):
                 with self.subTest(completion=path):
