@@ -4,6 +4,8 @@
 // through the semaphore "/message-broker-ready" and runs until SIGINT or
 // SIGTERM, after which it removes both and exits with status 0.  It exits with
 // status 1 when it cannot start, for example while another broker is running.
+// Under a service manager that names NOTIFY_SOCKET it also sends READY=1 there
+// once it listens and the semaphore exists.
 //
 // Logging: the broker has no shared memory of its own, so its level is a
 // variable of its own, LogLight: the start, the end and the closing of a
@@ -12,6 +14,7 @@
 #include "broker.h"
 #include "eventpoll.h"
 #include "log.h"
+#include "readiness.h"
 #include "serverconnection.h"
 
 #include <cstdio>
@@ -27,6 +30,7 @@ int main() {
     try {
         Broker broker(poll);
         LOG(LogLight, "Listening on %s", ServerConnection::SOCKET_PATH);
+        Readiness::notifyServiceManager();
         while (poll.wait(-1) != EventPoll::Terminate) {
             broker.afterWakeUp();
         }

@@ -7,6 +7,7 @@
 #include "introspection.h"
 #include "log.h"
 #include "memories.h"
+#include "readiness.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -75,8 +76,14 @@ bool SettingsManager::init() {
 }
 
 // Tells the supervisor that start-up is done.  Under a debugger the parent is
-// the debugger, so the supervisor is signalled by name instead.
+// the debugger, so the supervisor is signalled by name instead.  Under a
+// service manager that asked for a notification (NOTIFY_SOCKET), the
+// notification alone tells it: the parent is then the init process, which
+// must get no SIGUSR1.
 void SettingsManager::signalReadiness() {
+    if (Readiness::notifyServiceManager()) {
+        return;
+    }
     const std::filesystem::path parentExe =
         std::filesystem::read_symlink("/proc/" + std::to_string(::getppid()) + "/exe");
     if (parentExe.string().find("gdb") != std::string::npos) {

@@ -32,6 +32,10 @@
 //   messages; the exception was logged where it was raised.
 // - The destructor also closes the folder monitor, so that the process's poll
 //   never keeps the callback of a destroyed service.
+// - Under a service manager (NOTIFY_SOCKET set) readiness is announced by its
+//   READY=1 notification only, at the moment SIGUSR1 would go out: neither
+//   SIGUSR1 nor "pkill -USR1 super", whose target would be the init process,
+//   even when the notification could not be sent (that is logged at Error).
 #pragma once
 
 #include "filebrowsernavigator.h"

@@ -1,5 +1,7 @@
 #include "kmsgcapture.h"
 
+#include "logline.h"
+
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -23,12 +25,16 @@ off_t plainFileSize(const std::string& path) {
 KmsgCapture::KmsgCapture(std::string path)
     : path(std::move(path)), mark(plainFileSize(this->path)) {}
 
-std::string KmsgCapture::text() const {
+std::string KmsgCapture::rawText() const {
     std::ifstream file(path, std::ios::binary);
     file.seekg(mark);
     std::ostringstream bytes;
     bytes << file.rdbuf();
     return bytes.str();
+}
+
+std::string KmsgCapture::text() const {
+    return withoutPriorities(rawText());
 }
 
 std::vector<std::string> KmsgCapture::lines() const {

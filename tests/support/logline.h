@@ -3,6 +3,9 @@
 //   program name right-aligned in 20 and two blanks, the level name
 //   left-aligned in 12, the source file's base name right-aligned in 20, ':',
 //   the line number right-aligned in 4, one blank, the message.
+// The writer puts the level's kernel priority "<N>" in front (Error 3, Warn 4,
+// LogLight, LogMost, LogAll 6, the Debug levels 7); the kernel takes it off,
+// so the lines built here are the text after it.
 #pragma once
 
 #include "log.h"
@@ -18,6 +21,15 @@ std::string programField(std::string_view name);
 std::string programField();
 // The 12-byte level tag.
 std::string levelTag(gen::LogLevel level);
+// The kernel priority prefix "<N>" that the writer puts in front of a line.
+std::string priorityPrefix(gen::LogLevel level);
+// Kernel-log bytes as the kernel keeps them: each record's priority prefix
+// taken off.  A record starts at the beginning of `raw` and after every line
+// feed followed by a prefix; a line without one continues the record before it
+// (a message that holds a line feed).  Throws std::runtime_error when `raw`
+// does not start with a prefix, or when a record's level tag (after the
+// program piece) names a level whose priority is not the prefix's.
+std::string withoutPriorities(std::string_view raw);
 // The location piece "%20s:%4i " for a file's base name and a line.
 std::string locationField(std::string_view baseName, int line);
 // A whole line of this process, without the line feed.

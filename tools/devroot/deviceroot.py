@@ -113,5 +113,8 @@ def bwrap_command(folder, binds_ro, binds_rw, extra=()):
     for path in binds_rw:
         command += ["--bind", path, path]
     command += list(extra)
+    # The host's service manager is not the device's: programs inside never
+    # notify it (a test that plays the service manager sets its own socket).
+    command += ["--unsetenv", "NOTIFY_SOCKET"]
     command += ["--unshare-pid", "--die-with-parent", "--cap-drop", "ALL"]
     return command

@@ -21,6 +21,11 @@ constexpr int COMMAND_MESSAGE_SIZE = 1024;
 const char* const LEVEL_TAG[] = {"DebugAll    ", "DebugMost   ", "DebugLight  ", "LogAll      ",
                                  "LogMost     ", "LogLight    ", "Warn        ", "Error       "};
 constexpr size_t LEVEL_TAG_LENGTH = 12;
+// The kernel's priority of each level, "<N>" in front of the line: the kernel
+// takes it off and keeps N as the record's level (3 err, 4 warning, 6 info,
+// 7 debug), so that `dmesg --level err` shows the Error lines.
+const char* const PRIORITY_PREFIX[] = {"<7>", "<7>", "<7>", "<6>", "<6>", "<6>", "<4>", "<3>"};
+constexpr size_t PRIORITY_PREFIX_LENGTH = 3;
 
 int gKernelLogFd = -1;
 char gProgramField[PROGRAM_FIELD_WIDTH + 1];
@@ -59,13 +64,14 @@ void writeLine(gen::LogLevel level) {
         return;
     }
     static char newline[] = "\n";
-    iovec pieces[4] = {
+    iovec pieces[5] = {
+        {const_cast<char*>(PRIORITY_PREFIX[level]), PRIORITY_PREFIX_LENGTH},
         {gProgramField, PROGRAM_FIELD_WIDTH},
         {const_cast<char*>(LEVEL_TAG[level]), LEVEL_TAG_LENGTH},
         {gMessage, std::strlen(gMessage)},
         {newline, 1},
     };
-    if (::writev(gKernelLogFd, pieces, 4) < 0) {
+    if (::writev(gKernelLogFd, pieces, 5) < 0) {
         std::fprintf(stderr, "FATAL: Logging: Write failed: %s\n", std::strerror(errno));
     }
 }

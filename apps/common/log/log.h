@@ -7,10 +7,17 @@
 // with throwError/throwErrorNumber, which log at Error and throw a
 // std::runtime_error whose text is the location-prefixed message.
 //
-// Line layout: program name right-aligned in 20 and two blanks (22 bytes),
-// the 12-character level tag, the base name of the source file right-aligned
-// in 20, ':', the line right-aligned in 4, one blank, the message (the last
-// three pieces cut together at 511 characters), and a line feed.
+// Line layout: the kernel priority prefix "<N>", program name right-aligned
+// in 20 and two blanks (22 bytes), the 12-character level tag, the base name
+// of the source file right-aligned in 20, ':', the line right-aligned in 4,
+// one blank, the message (the last three pieces cut together at 511
+// characters), and a line feed.
+//
+// The prefix is the level's syslog priority: Error 3 (err), Warn 4 (warning),
+// LogLight, LogMost and LogAll 6 (info), DebugLight, DebugMost and DebugAll 7
+// (debug).  The kernel takes it off and keeps it as the record's level, so
+// the text it stores starts with the program name; where /dev/kmsg is a plain
+// file (test roots) the prefix stays in the file.
 //
 // Where the kernel log device cannot be opened the line is lost and the next
 // line tries the open again.  A program name longer than 20 characters is cut

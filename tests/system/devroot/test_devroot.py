@@ -19,6 +19,9 @@ BROKER_SOCKET = "/var/volatile/message-broker.socket"
 BROKER_SEMAPHORE = "/dev/shm/sem.message-broker-ready"
 SERVICE_PROGRAM_FIELD = "devroot_fake_service  "
 ARGS = None
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "..", "..",
+                                "tools", "devroot"))
+import kmsglines  # noqa: E402
 
 
 def host_kernel_log():
@@ -83,8 +86,7 @@ class RunTest(DevrootTest):
         self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
         self.assertEqual(result.stdout.splitlines(), [
             "broker: socket ready", "ready", "service: exit status 0", "broker: exit status 0"])
-        with open(os.path.join(root, "kmsg.log")) as log:
-            messages = [line[60:] for line in log.read().splitlines()]
+        messages = [line[60:] for line in kmsglines.read_lines(os.path.join(root, "kmsg.log"))]
         self.assertEqual(sorted(messages), sorted([
             "fake broker listening", "fake service started", "fake service stopping",
             "fake broker stopping"]))
@@ -111,8 +113,7 @@ class RunTest(DevrootTest):
                               env={"DEVROOT_FAKE_WRITERS": str(writers),
                                    "DEVROOT_FAKE_LINES": str(lines)})
         self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
-        with open(os.path.join(root, "kmsg.log")) as log:
-            recorded = log.read().splitlines()
+        recorded = kmsglines.read_lines(os.path.join(root, "kmsg.log"))
         written = [line for line in recorded if " writer " in line]
         self.assertEqual(len(written), writers * lines)
         seen = set()
@@ -123,7 +124,8 @@ class RunTest(DevrootTest):
             self.assertEqual(filler, chr(ord("a") + int(writer)) * 400, line[:80])
             seen.add((int(writer), int(number)))
         self.assertEqual(seen, {(w, n) for w in range(writers) for n in range(lines)})
-        echoed = [line for line in result.stderr.splitlines() if " writer " in line]
+        echoed = [kmsglines.strip(line) for line in result.stderr.splitlines()
+                  if " writer " in line]
         self.assertEqual(sorted(echoed), sorted(written))
 
     def test_a_service_that_never_signals_is_reported_not_ready(self):
@@ -245,6 +247,11 @@ class ExecTest(DevrootTest):
                               command=["/bin/sh", "-c", "test ! -e /product.info"])
         self.assertEqual(absent.returncode, 0)
 
+    def test_the_hosts_notify_socket_is_not_passed_in(self):
+        result = self.devroot("exec", command=["/bin/sh", "-c", 'test -z "${NOTIFY_SOCKET+set}"'],
+                              env={"NOTIFY_SOCKET": "/run/systemd/notify"})
+        self.assertEqual(result.returncode, 0, result.stderr)
+
     def test_file_modes_hold_inside(self):
         result = self.devroot("exec", command=[
             "/bin/sh", "-c", "chmod 555 /var && ! mkdir /var/x 2>/dev/null"])
@@ -279,6 +286,33 @@ class ExecTest(DevrootTest):
         self.assertEqual(result.returncode, 3)
         self.assertIn(SERVICE_PROGRAM_FIELD + "LogLight    ", result.stderr)
         self.assertIn("fake service started", result.stderr)
+
+
+def log_line(level, message):
+    return f"{'settings-manager':>20}  {level:<12}{'a.cpp':>20}:   1 {message}"
+
+
+class KmsgLinesTest(unittest.TestCase):
+    """The log helpers take each record's priority prefix off and check it."""
+
+    def test_each_levels_prefix_is_taken_off(self):
+        levels = {"DebugAll": 7, "DebugMost": 7, "DebugLight": 7, "LogAll": 6, "LogMost": 6,
+                  "LogLight": 6, "Warn": 4, "Error": 3}
+        raw = "".join(f"<{priority}>{log_line(level, level)}\n"
+                      for level, priority in levels.items())
+        self.assertEqual(kmsglines.lines(raw), [log_line(level, level) for level in levels])
+
+    def test_a_line_without_prefix_continues_the_record_before_it(self):
+        raw = f"<4>{log_line('Warn', 'Command cp failed:')}\nexit status 2\n<6>x"
+        self.assertEqual(kmsglines.strip(raw),
+                         f"{log_line('Warn', 'Command cp failed:')}\nexit status 2\nx")
+
+    def test_a_wrong_or_missing_prefix_is_refused(self):
+        for raw in (f"<6>{log_line('Error', 'failed')}\n",
+                    f"<3>{log_line('Error', 'failed')}\n<3>{log_line('Warn', 'w')}\n",
+                    f"{log_line('Error', 'failed')}\n", f"<>{log_line('Error', 'failed')}\n"):
+            with self.assertRaises(kmsglines.PriorityError, msg=raw):
+                kmsglines.strip(raw)
 
 
 class FailureTest(DevrootTest):

@@ -9,7 +9,12 @@ import os
 import shlex
 import struct
 import subprocess
+import sys
 import tempfile
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "..", "..",
+                                "tools", "devroot"))
+import kmsglines  # noqa: E402
 
 RECORD_OFFSET = 0x100000
 RECORD_REGION = 0x10000
@@ -80,8 +85,9 @@ class Device:
         return os.path.join(self.folder, name)
 
     def kernel_log(self):
+        """The run's kernel-log text as the kernel keeps it (priority prefixes off)."""
         with open(self.path("kmsg"), "rb") as log:
-            return log.read().decode("latin-1")
+            return kmsglines.strip(log.read().decode("latin-1"))
 
     def record(self):
         with open(self.path("mmcblk1"), "rb") as image:

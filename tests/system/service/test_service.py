@@ -17,6 +17,8 @@ import unittest
 
 ARGS = None
 HERE = os.path.dirname(os.path.realpath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "..", "..", "tools", "devroot"))
+import kmsglines  # noqa: E402
 SERVICE_FIELD = f"{'settings-manager':>20}  "
 
 
@@ -57,8 +59,7 @@ class ServiceTest(unittest.TestCase):
         return done.stdout
 
     def log(self):
-        with open(os.path.join(self.root, "kmsg.log"), encoding="utf-8") as stream:
-            return stream.read().splitlines()
+        return kmsglines.read_lines(os.path.join(self.root, "kmsg.log"))
 
     def service_messages(self):
         return [line[60:] for line in self.log() if line.startswith(SERVICE_FIELD)]

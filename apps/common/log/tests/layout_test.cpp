@@ -1,5 +1,5 @@
-// The bytes of one kernel-log line: program piece, level tag, location,
-// message, line feed, written as one record.
+// The bytes of one kernel-log line: priority prefix, program piece, level tag,
+// location, message, line feed, written as one record.
 #include "kmsgcapture.h"
 #include "log.h"
 #include "logline.h"
@@ -20,22 +20,26 @@ TEST(LogLayout, LineIsWrittenByteForByte) {
     ASSERT_STREQ(program_invocation_short_name, "log_test");
     KmsgCapture kmsg;
     logMessage(nullptr, gen::LogLight, "/src/apps/settings.cpp", 7, "hello %s %d", "world", 42);
-    EXPECT_EQ(kmsg.text(), "            log_test  "
-                           "LogLight    "
-                           "        settings.cpp:   7 "
-                           "hello world 42\n");
+    EXPECT_EQ(kmsg.rawText(), "<6>"
+                              "            log_test  "
+                              "LogLight    "
+                              "        settings.cpp:   7 "
+                              "hello world 42\n");
 }
 
-TEST(LogLayout, EveryLevelHasItsTwelveCharacterTag) {
+TEST(LogLayout, EveryLevelHasItsKernelPriorityAndItsTwelveCharacterTag) {
+    const char* const priorities[] = {"<7>", "<7>", "<7>", "<6>", "<6>", "<6>", "<4>", "<3>"};
     const char* const tags[] = {"DebugAll    ", "DebugMost   ", "DebugLight  ", "LogAll      ",
                                 "LogMost     ", "LogLight    ", "Warn        ", "Error       "};
     for (int level = gen::DebugAll; level <= gen::Error; ++level) {
         KmsgCapture kmsg;
         logMessage(nullptr, static_cast<gen::LogLevel>(level), "tags.cpp", level, "level %d",
                    level);
-        EXPECT_EQ(kmsg.text(), "            log_test  " + std::string(tags[level]) +
-                                   "            tags.cpp:   " + std::to_string(level) + " level " +
-                                   std::to_string(level) + "\n");
+        std::string text = "            log_test  " + std::string(tags[level]) +
+                           "            tags.cpp:   " + std::to_string(level) + " level " +
+                           std::to_string(level) + "\n";
+        EXPECT_EQ(kmsg.rawText(), priorities[level] + text);
+        EXPECT_EQ(kmsg.text(), text);
     }
 }
 
@@ -78,9 +82,9 @@ TEST(LogLayout, TheMessagePieceIsCutAt511Characters) {
     logMessage(nullptr, gen::Error, "cut.cpp", 12, "%s", std::string(room, 'f').c_str());
     logMessage(nullptr, gen::Error, "cut.cpp", 12, "%s", std::string(room + 1, 'o').c_str());
     logMessage(nullptr, gen::Error, "cut.cpp", 12, "%s", std::string(4000, 'x').c_str());
-    std::string head = "            log_test  Error       " + location;
-    EXPECT_EQ(kmsg.text(), head + std::string(room, 'f') + "\n" + head + std::string(room, 'o') +
-                               "\n" + head + std::string(room, 'x') + "\n");
+    std::string head = "<3>            log_test  Error       " + location;
+    EXPECT_EQ(kmsg.rawText(), head + std::string(room, 'f') + "\n" + head + std::string(room, 'o') +
+                                  "\n" + head + std::string(room, 'x') + "\n");
 }
 
 TEST(LogLayout, AnEmptyMessageStillEndsItsLine) {

@@ -4,35 +4,20 @@
 #include "child.h"
 #include "kmsgcapture.h"
 #include "log.h"
+#include "logdescriptor.h"
 #include "logline.h"
 
 #include <cstdio>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+using logtest::descriptorOf;
 using testsupport::KmsgCapture;
 using testsupport::logLine;
 using testsupport::runInChild;
 
 namespace {
-
-// The open descriptor of this process that refers to path, or -1.
-int descriptorOf(const char* path) {
-    struct stat wanted {};
-    if (stat(path, &wanted) != 0) {
-        return -1;
-    }
-    for (int fd = 0; fd < 1024; ++fd) {
-        struct stat status {};
-        if (fstat(fd, &status) == 0 && status.st_dev == wanted.st_dev &&
-            status.st_ino == wanted.st_ino) {
-            return fd;
-        }
-    }
-    return -1;
-}
 
 TEST(LogWriteFailure, PrintsTheFatalLineOnStandardErrorAndTheCallerContinues) {
     KmsgCapture kmsg;

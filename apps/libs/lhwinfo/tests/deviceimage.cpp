@@ -10,8 +10,6 @@ namespace deviceimage {
 
 namespace {
 
-constexpr char const* KERNEL_LOG = "/dev/kmsg";
-
 int openOrThrow(char const* path, int flags) {
     int fd = ::open(path, flags | O_CLOEXEC);
     if (fd < 0) {
@@ -89,12 +87,8 @@ void setRegisterWord(std::uint32_t value) {
     writeWord(MEM, REGISTER_ADDRESS, value);
 }
 
-KernelLog::KernelLog() : start(fileSize(KERNEL_LOG)) {}
-
 std::string KernelLog::text() const {
-    off_t end = fileSize(KERNEL_LOG);
-    Bytes bytes = read(KERNEL_LOG, start, static_cast<std::size_t>(end - start));
-    return std::string(bytes.begin(), bytes.end());
+    return capture.text();
 }
 
 bool KernelLog::contains(std::string const& message) const {

@@ -2,6 +2,8 @@
 // tests check the bytes the mappings left on the "device".
 #pragma once
 
+#include "kmsgcapture.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -36,17 +38,17 @@ void writeRecord(Bytes const& bytes);
 std::uint32_t registerWord();
 void setRegisterWord(std::uint32_t value);
 
-// The lines written to /dev/kmsg since construction.
+// The lines written to /dev/kmsg since construction, as the kernel keeps them
+// (testsupport::KmsgCapture: priority prefixes taken off and checked).
 class KernelLog {
 public:
-    KernelLog();
     std::string text() const;
     bool contains(std::string const& message) const;
     // The whole line that holds message, empty if there is none.
     std::string line(std::string const& message) const;
 
 private:
-    off_t start;
+    testsupport::KmsgCapture capture;
 };
 
 } // namespace deviceimage

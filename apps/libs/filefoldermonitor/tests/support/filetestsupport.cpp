@@ -10,7 +10,6 @@
 namespace filetest {
 
 namespace {
-constexpr char const* KERNEL_LOG = "/dev/kmsg";
 constexpr size_t PROGRAM_FIELD = 22;
 constexpr size_t LEVEL_TAG = 12;
 
@@ -55,16 +54,8 @@ ScratchFolder::~ScratchFolder() {
     std::filesystem::remove_all(folder, ignored);
 }
 
-KernelLogMark::KernelLogMark() : start(std::filesystem::file_size(KERNEL_LOG)) {}
-
 std::vector<std::string> KernelLogMark::lines() const {
-    std::ifstream log(KERNEL_LOG, std::ios::binary);
-    log.seekg(static_cast<std::streamoff>(start));
-    std::vector<std::string> result;
-    for (std::string line; std::getline(log, line);) {
-        result.push_back(line);
-    }
-    return result;
+    return capture.lines();
 }
 
 bool KernelLogMark::logged(std::string const& level, std::string const& message) const {

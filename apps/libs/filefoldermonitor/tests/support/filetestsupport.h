@@ -4,7 +4,8 @@
 // that collects the lines the process writes.
 #pragma once
 
-#include <cstdint>
+#include "kmsgcapture.h"
+
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -26,8 +27,8 @@ private:
 
 class KernelLogMark {
 public:
-    KernelLogMark();
-    // The lines written to the kernel log since construction.
+    // The lines written to the kernel log since construction, as the kernel
+    // keeps them (testsupport::KmsgCapture: priority prefixes taken off).
     std::vector<std::string> lines() const;
     // True when a line written since construction has the level tag (for
     // example "Warn") and, after its source location, exactly the message.
@@ -39,7 +40,7 @@ public:
     bool mentions(std::string const& fragment) const;
 
 private:
-    std::uintmax_t start;
+    testsupport::KmsgCapture capture;
 };
 
 // Creates a regular file holding `text`.
