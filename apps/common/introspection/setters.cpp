@@ -7,14 +7,10 @@
 
 namespace {
 
-const VariableDescriptor& descriptor(uint32_t memory, uint32_t variable) {
-    return MEMORY_ARRAY[memory].variables[variable];
-}
-
 // The address that the Notify selects, or null when its `indexed` is neither 0 nor 1.
 template <typename T>
 T* elementAddress(uint8_t* base, uint32_t memory, uint32_t variable, const Notify& notify) {
-    uint8_t* value = base + descriptor(memory, variable).offset;
+    uint8_t* value = base + Catalogue::variable(memory, variable).offset;
     if (notify.indexed == 0) {
         return reinterpret_cast<T*>(value);
     }
@@ -132,7 +128,7 @@ std::string setBoolIntrospection(uint8_t* base, uint32_t memory, uint32_t variab
 
 std::string setStringIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                                    const char* text) {
-    const VariableDescriptor& entry = descriptor(memory, variable);
+    const VariableDescriptor& entry = Catalogue::variable(memory, variable);
     int capacity;
     try {
         capacity = std::stoi(entry.arrayLength, nullptr, 10);
@@ -148,7 +144,7 @@ std::string setStringIntrospection(uint8_t* base, uint32_t memory, uint32_t vari
 
 std::string setBufferText(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                           const char* text, unsigned length) {
-    uint8_t* target = base + descriptor(memory, variable).offset;
+    uint8_t* target = base + Catalogue::variable(memory, variable).offset;
     bool ended = false;
     auto next = [&](unsigned position) {
         ended = ended || text[position] == '\0';
@@ -168,5 +164,5 @@ std::string setBufferText(uint8_t* base, uint32_t memory, uint32_t variable, Not
 
 std::string setReadOnlyIntrospection(uint8_t*, uint32_t memory, uint32_t variable, Notify,
                                      const char*) {
-    return std::string(descriptor(memory, variable).name) + " is read-only";
+    return std::string(Catalogue::variable(memory, variable).name) + " is read-only";
 }

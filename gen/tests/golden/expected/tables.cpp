@@ -64,3 +64,8 @@ const MemoryInfo MEMORY_ARRAY[] = {
     {"MemLevels", MEMLEVELS_VARIABLES, 2},
 };
 const uint32_t MEMORY_ARRAY_SIZE = 3;
+
+// The catalogue that the introspection functions read (catalogue.h).
+const CatalogueTables CATALOGUE_TABLES = {MEMORY_ARRAY, MEMORY_ARRAY_SIZE, ENUM_ARRAY,
+                                          ENUM_ARRAY_SIZE, STRUCT_ARRAY, STRUCT_ARRAY_SIZE};
+const Catalogue::Installer INSTALLER(CATALOGUE_TABLES);
