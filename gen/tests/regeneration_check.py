@@ -4,10 +4,12 @@ exists only in the build tree, so it is never edited by hand.
 Usage: regeneration_check.py NINJA BUILD_DIR SOURCE_DIR GENERATED_DIR
 
 Asks Ninja for the inputs of the generated files: every model file, every generator module and
-every template must be one of them. Then looks through the source tree: no file there carries
-the generated files' first line, except the templates and the golden test's expected files.
+every template must be one of them. Then looks through the source tree (build trees left out): no
+file there carries the generated files' first line, except the templates and the golden test's
+expected files.
 """
 
+import os
 import pathlib
 import subprocess
 import sys
@@ -30,6 +32,18 @@ def inputs_of(ninja, build_dir, output):
     return inputs
 
 
+def source_files(source_dir):
+    """The files of the source tree, without build trees (folders holding a CMakeCache.txt), git's
+    folder, the templates and the golden test's expected files."""
+    skipped = {source_dir / "gen" / "generator" / "templates",
+               source_dir / "gen" / "tests" / "golden" / "expected"}
+    for folder, subfolders, files in os.walk(source_dir):
+        folder = pathlib.Path(folder)
+        subfolders[:] = [s for s in subfolders if s != ".git" and folder / s not in skipped
+                         and not (folder / s / "CMakeCache.txt").exists()]
+        yield from (folder / name for name in files)
+
+
 def main(ninja, build_dir, source_dir, generated_dir):
     build_dir, source_dir = pathlib.Path(build_dir).resolve(), pathlib.Path(source_dir).resolve()
     gen = source_dir / "gen"
@@ -41,11 +55,7 @@ def main(ninja, build_dir, source_dir, generated_dir):
         missing = sources - inputs_of(ninja, build_dir, path.relative_to(build_dir))
         problems += [f"{output} is not rebuilt when {m.relative_to(source_dir)} changes"
                      for m in sorted(missing)]
-    allowed = (gen / "generator" / "templates", gen / "tests" / "golden" / "expected")
-    for path in sorted(source_dir.rglob("*")):
-        if (not path.is_file() or any(a in path.parents for a in allowed)
-                or "build" in path.relative_to(source_dir).parts[:1] or ".git" in path.parts):
-            continue
+    for path in source_files(source_dir):
         with open(path, "rb") as f:
             if f.read(len(NOTE)) == NOTE.encode():
                 problems.append(f"{path.relative_to(source_dir)} is a generated file in the source tree")
