@@ -115,8 +115,11 @@ def check_app_log_levels(model):
     for variable in memory.variables:
         _expect(variable.type == "LogLevel" and not variable.is_array, fact, memory.file,
                 f"{variable.name} must be a LogLevel")
-    name, offset = facts.APP_SERVICE_LOG_LEVEL
+    memory_name, name = model.service_log_level
+    _expect(memory_name == "MemApp", fact, model.catalogue_file,
+            f"the service's log level must be a variable of MemApp, not of {memory_name}")
     memory, variable = _variable(model, "MemApp", name, fact)
+    offset = facts.SERVICE_LOG_LEVEL_OFFSET
     _expect(variable.offset == offset, fact, memory.file, f"{name} must lie at offset {offset}")
 
 
@@ -205,19 +208,6 @@ def check_defaults_valid(model):
         _expect(problem is None, fact, variable.file, f"{variable.name}: {problem}")
 
 
-def check_start_values(model):
-    """The start-up zeroes some memories and sets every log level to LogAll; their defaults in the
-    model must say the same."""
-    fact = "start values of the zeroed and log-level memories"
-    for name in facts.ZEROED_MEMORIES:
-        for variable in model.memory(name).variables:
-            _expect(variable.default is None, fact, variable.file,
-                    f"{variable.name}: {name} starts zeroed; its variables take no default")
-    for variable in model.memory(facts.LOG_LEVEL_MEMORY).variables:
-        _expect(variable.default == facts.LOG_LEVEL_START, fact, variable.file,
-                f"{variable.name}: every log level starts at {facts.LOG_LEVEL_START}")
-
-
 def check_persistent_structs_flat(model):
     """The settings loader reads every member of a struct element of MemPersistent from its
     "value" member: a struct there may hold only plain, non-array members."""
@@ -243,7 +233,7 @@ ALL_CHECKS = [
     check_persistent_telling_rows, check_named_variables, check_user_setups,
     check_app_log_levels, check_struct_examples, check_enum_table, check_struct_list,
     check_events, check_subscriptions, check_defaults_valid, check_defaults_in_range,
-    check_start_values, check_persistent_structs_flat, check_struct_text_is_json,
+    check_persistent_structs_flat, check_struct_text_is_json,
 ]
 
 

@@ -1,7 +1,7 @@
 """Writes records.h: the C++ layout of every struct type and memory record, with static_asserts
 of every offset and size, the gMem<Name> base pointers and a typed accessor per memory."""
 
-from cpp import HEADER_NOTE
+from cpp import render
 
 SCALAR_TYPES = {"int": "int32_t", "float": "float", "bool": "bool", "enum": "uint32_t"}
 
@@ -53,12 +53,17 @@ def _asserts(type_name, fields, size):
     return lines
 
 
+def _block(lines):
+    """A block of declarations followed by one blank line."""
+    return "\n".join(lines) + "\n\n"
+
+
 def _struct(struct):
     lines = [f"// {struct.note}", f"struct {struct.name} {{"]
     lines += [f"    {cpp_type(m)} {m.name};" for m in struct.members]
     lines += ["};"]
     lines += _asserts(struct.name, [(m.name, m.offset) for m in struct.members], struct.size)
-    return lines + [""]
+    return _block(lines)
 
 
 def _record(memory):
@@ -72,22 +77,12 @@ def _record(memory):
     lines += ["};"]
     lines += _asserts(name, [(member, offset) for offset, _, member in pieces], memory.size)
     lines += [f"inline {name}& {accessor_name(memory)}() {{",
-              f"    return *reinterpret_cast<{name}*>(gMem{memory.name[3:]});", "}", ""]
-    return lines
+              f"    return *reinterpret_cast<{name}*>(gMem{memory.name[3:]});", "}"]
+    return _block(lines)
 
 
 def header(model):
-    lines = [HEADER_NOTE,
-             "// The layout of every memory record and struct type. The same layout holds on x86-64",
-             "// and 32-bit ARM: every member is aligned to its own size (at most 4 bytes).",
-             "#pragma once", "", "#include <array>", "#include <cstddef>", "#include <cstdint>", "",
-             "// The mapped data of each memory; null until the memory is open."]
-    lines += [f"extern uint8_t* gMem{m.name[3:]};" for m in model.memories]
-    lines += ["", "namespace gen {", ""]
-    for struct in struct_order(model):
-        lines += _struct(struct)
-    lines += ["// One record per memory; the accessor needs the memory to be open.", ""]
-    for memory in model.memories:
-        lines += _record(memory)
-    lines += ["} // namespace gen", ""]
-    return "\n".join(lines)
+    return render("records.h",
+                  base_pointers="\n".join(f"extern uint8_t* gMem{m.name[3:]};" for m in model.memories),
+                  structs="".join(_struct(s) for s in struct_order(model)),
+                  records="".join(_record(m) for m in model.memories))

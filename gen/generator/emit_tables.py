@@ -2,12 +2,11 @@
 per-type getters and setters of enums and structs) and tables.cpp (struct member lists, the enum
 table, the descriptor tables and the memory table)."""
 
-from cpp import HEADER_NOTE, c_string
+from cpp import c_string, render, rows
 
 BASE_NAMES = {"int": "BaseInt", "float": "BaseFloat", "bool": "BaseBool", "string": "BaseString",
               "buffer": "BaseString", "enum": "BaseEnum", "struct": "BaseStruct"}
-# Buffer sizes that have a writer; buffers of the other sizes are read-only.
-BUFFER_WRITE_SIZES = (2, 64)
+SETTER_ARGS = "uint8_t* base, uint32_t memory, uint32_t variable, Notify notify, const char* text"
 
 
 def name_array(enum):
@@ -23,46 +22,27 @@ def variables_name(memory):
 
 
 def enums_header(model):
-    lines = [HEADER_NOTE, "// The entry names of every enum, in value order.", "#pragma once", "",
-             "#include <cstdint>", ""]
+    lines = []
     for enum in model.enums:
         lines.append(f"extern const char* const {name_array(enum)}[];")
         lines.append(f"constexpr uint32_t {name_array(enum)}_SIZE = {len(enum.entries)};")
-    return "\n".join(lines + [""])
-
-
-SETTER_ARGS = "uint8_t* base, uint32_t memory, uint32_t variable, Notify notify, const char* text"
+    return render("enums.h", name_arrays="\n".join(lines))
 
 
 def converters_header(model):
-    lines = [HEADER_NOTE,
-             "// Text getters and setters of every enum and struct type.", "#pragma once", "",
-             "#include \"notify.h\"", "", "#include <cstdint>", "#include <string>", ""]
+    lines = []
     for item in list(model.enums) + list(model.structs):
         lines.append(f"std::string get{item.name}Introspection(const void* address, int index);")
         lines.append(f"std::string set{item.name}Introspection({SETTER_ARGS});")
-    return "\n".join(lines + [""])
+    return render("converters.h", declarations="\n".join(lines))
 
 
 def converters_source(model):
-    lines = [HEADER_NOTE, "#include \"converters.h\"", "", "#include \"catalogue.h\"",
-             "#include \"enums.h\"", "#include \"introspection_enum.h\"", ""]
-    for enum in model.enums:
-        array = name_array(enum)
-        lines += [f"std::string get{enum.name}Introspection(const void* address, int index) {{",
-                  f"    return getEnumIntrospection(address, index, {c_string(enum.name)}, {array},",
-                  f"                                {array}_SIZE);", "}", "",
-                  f"std::string set{enum.name}Introspection({SETTER_ARGS}) {{",
-                  f"    return setEnumIntrospection(base, memory, variable, notify, text, "
-                  f"{c_string(enum.name)},",
-                  f"                                {array}, {array}_SIZE);", "}", ""]
-    for number, struct in enumerate(model.structs):
-        lines += [f"std::string get{struct.name}Introspection(const void* address, int index) {{",
-                  f"    return getStructIntrospection(address, index, STRUCT_ARRAY[{number}]);",
-                  "}", "",
-                  f"std::string set{struct.name}Introspection({SETTER_ARGS}) {{",
-                  "    return setStructIntrospection(base, memory, variable, notify, text);", "}", ""]
-    return "\n".join(lines)
+    return render(
+        "converters.cpp",
+        enum_converters="\n".join(f"ENUM_CONVERTERS({e.name}, {name_array(e)})" for e in model.enums),
+        struct_converters="\n".join(f"STRUCT_CONVERTERS({s.name}, {number})"
+                                    for number, s in enumerate(model.structs)))
 
 
 def _text(value):
@@ -70,22 +50,23 @@ def _text(value):
 
 
 def converter_names(field):
+    """The getter and setter of a variable; a read-only variable's setter changes nothing."""
     kind = field.kind
     if kind in ("int", "float", "bool", "string"):
         title = kind.capitalize()
-        return f"get{title}Introspection", f"set{title}Introspection"
-    if kind == "buffer":
-        getter = f"getBufferIntrospection<{field.length}>"
-        if field.length in BUFFER_WRITE_SIZES:
-            return getter, f"setBufferIntrospection<{field.length}>"
-        return getter, "setReadOnlyIntrospection"
-    return f"get{field.type}Introspection", f"set{field.type}Introspection"
+        getter, writer = f"get{title}Introspection", f"set{title}Introspection"
+    elif kind == "buffer":
+        getter, writer = (f"getBufferIntrospection<{field.length}>",
+                          f"setBufferIntrospection<{field.length}>")
+    else:
+        getter, writer = f"get{field.type}Introspection", f"set{field.type}Introspection"
+    return getter, "setReadOnlyIntrospection" if field.readonly else writer
 
 
 def _descriptor(memory, variable, model):
     getter, setter = converter_names(variable)
     members = f"&{members_name(model.struct(variable.type))}" if variable.kind == "struct" else "nullptr"
-    return (f"    {{{{Var{variable.name}Changed, 0, 0}}, {c_string(variable.name)}, "
+    return (f"{{{{Var{variable.name}Changed, 0, 0}}, {c_string(variable.name)}, "
             f"gMem{memory.name[3:]}, {variable.offset}, {c_string(variable.type_name)}, "
             f"{BASE_NAMES[variable.kind]}, {getter}, {setter}, {_text(variable.min)}, "
             f"{_text(variable.max)}, {_text(variable.array_length_text)}, "
@@ -93,36 +74,32 @@ def _descriptor(memory, variable, model):
 
 
 def _member(member):
-    return (f"    {{0, {c_string(member.name)}, {member.offset}, {BASE_NAMES[member.kind]}, "
+    return (f"{{0, {c_string(member.name)}, {member.offset}, {BASE_NAMES[member.kind]}, "
             f"{c_string(member.type_name)}, {member.count or 0}, {member.element_size}}},")
 
 
+def _table(declaration, items):
+    """An array definition followed by one blank line."""
+    return f"{declaration} = {{\n{rows(items)}\n}};\n\n"
+
+
 def tables_source(model):
-    lines = [HEADER_NOTE, "#include \"catalogue.h\"", "#include \"converters.h\"",
-             "#include \"enums.h\"", "#include \"records.h\"", "#include \"setters.h\"", "",
-             "namespace {", ""]
-    for struct in model.structs:
-        lines.append(f"const std::vector<StructInfo> {members_name(struct)} = {{")
-        lines += [_member(m) for m in struct.members]
-        lines += ["};", ""]
-    for memory in model.memories:
-        lines.append(f"VariableDescriptor {variables_name(memory)}[] = {{")
-        lines += [_descriptor(memory, v, model) for v in memory.variables]
-        lines += ["};", ""]
-    lines += ["} // namespace", ""]
-    for enum in model.enums:
-        lines.append(f"const char* const {name_array(enum)}[] = {{")
-        lines += [f"    {c_string(entry)}," for entry in enum.entries]
-        lines += ["};"]
-    lines += ["", "const EnumInfo ENUM_ARRAY[] = {"]
-    lines += [f"    {{{c_string(e.name)}, {name_array(e)}, {name_array(e)}_SIZE}},"
-              for e in model.enums]
-    lines += ["};", f"const uint32_t ENUM_ARRAY_SIZE = {len(model.enums)};", "",
-              "const StructTypeInfo STRUCT_ARRAY[] = {"]
-    lines += [f"    {{{c_string(s.name)}, &{members_name(s)}, {s.size}}}," for s in model.structs]
-    lines += ["};", f"const uint32_t STRUCT_ARRAY_SIZE = {len(model.structs)};", "",
-              "const MemoryInfo MEMORY_ARRAY[] = {"]
-    lines += [f"    {{{c_string(m.name)}, {variables_name(m)}, {len(m.variables)}}},"
-              for m in model.memories]
-    lines += ["};", f"const uint32_t MEMORY_ARRAY_SIZE = {len(model.memories)};", ""]
-    return "\n".join(lines)
+    name_arrays = [f"const char* const {name_array(e)}[] = {{\n{rows(c_string(x) + ',' for x in e.entries)}\n}};"
+                   for e in model.enums]
+    return render(
+        "tables.cpp",
+        member_lists="".join(_table(f"const std::vector<StructInfo> {members_name(s)}",
+                                    [_member(m) for m in s.members]) for s in model.structs),
+        descriptor_tables="".join(_table(f"VariableDescriptor {variables_name(m)}[]",
+                                         [_descriptor(m, v, model) for v in m.variables])
+                                  for m in model.memories),
+        name_arrays="\n".join(name_arrays),
+        enum_rows=rows(f"{{{c_string(e.name)}, {name_array(e)}, {name_array(e)}_SIZE}},"
+                       for e in model.enums),
+        enum_count=len(model.enums),
+        struct_rows=rows(f"{{{c_string(s.name)}, &{members_name(s)}, {s.size}}},"
+                         for s in model.structs),
+        struct_count=len(model.structs),
+        memory_rows=rows(f"{{{c_string(m.name)}, {variables_name(m)}, {len(m.variables)}}},"
+                         for m in model.memories),
+        memory_count=len(model.memories))

@@ -81,14 +81,9 @@ USER_SETUPS = [
 ]
 USER_SETUP_FILE_LENGTH = 22
 
-# Memories that start zeroed whatever their variables' defaults, and the memory whose entries all
-# start at LogAll (3).
-ZEROED_MEMORIES = ["MemLensMarkers", "MemDeviceState", "MemTestautomation", "MemDebug"]
-LOG_LEVEL_MEMORY = "MemApp"
-LOG_LEVEL_START = "LogAll"
-
+# MemApp: one log level per program; the service's own (the model names it) lies at offset 20.
 APP_LOG_LEVELS = 17
-APP_SERVICE_LOG_LEVEL = ("AppSettingsManagerLogLevel", 20)
+SERVICE_LOG_LEVEL_OFFSET = 20
 
 # struct: [(member, offset, type)]
 STRUCT_EXAMPLES = {

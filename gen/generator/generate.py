@@ -1,10 +1,14 @@
 #!/usr/bin/python3
 """Generates the catalogue's C++ sources from the record-layout model.
 
-Usage: generate.py MODEL_DIR OUTPUT_DIR
+Usage: generate.py [--no-device-facts] MODEL_DIR OUTPUT_DIR
 
-Loads and checks the model; on a broken model or a broken binding fact it prints the file, the
-entry and the reason and exits with status 1 without writing anything.
+Loads and checks the model: its form (model.py), its policy (policy.py) and, unless
+--no-device-facts is given (for models other than the device's, such as the small model of the
+golden test), the facts of the device that other programs rely on (checks.py). On a broken model
+or a broken fact it prints the file, the entry and the reason and exits with status 1 without
+writing anything. Each output is written from its template in templates/; a file whose text is
+unchanged is left as it is, so that the build recompiles only what depends on a changed file.
 """
 
 import pathlib
@@ -13,14 +17,17 @@ import sys
 import checks
 import emit_events
 import emit_json
+import emit_loglevel
 import emit_memories
 import emit_records
 import emit_tables
 import model as model_module
+import policy
 
 
 def outputs(model):
     return {
+        "log/loglevel.h": emit_loglevel.header(model),
         "eventid.h": emit_events.header(model),
         "eventid.cpp": emit_events.source(model),
         "records.h": emit_records.header(model),
@@ -28,26 +35,36 @@ def outputs(model):
         "converters.h": emit_tables.converters_header(model),
         "converters.cpp": emit_tables.converters_source(model),
         "tables.cpp": emit_tables.tables_source(model),
-        "memories.h": emit_memories.header(model),
         "memories.cpp": emit_memories.source(model),
         "catalogue.json": emit_json.document(model),
     }
 
 
+def write_if_changed(path, text):
+    if path.exists() and path.read_text() == text:
+        return
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(text)
+
+
 def main(argv):
-    if len(argv) != 3:
+    arguments = argv[1:]
+    device_facts = "--no-device-facts" not in arguments
+    arguments = [a for a in arguments if a != "--no-device-facts"]
+    if len(arguments) != 2:
         print(__doc__, file=sys.stderr)
         return 2
     try:
-        model = model_module.load(argv[1])
-        checks.run_all(model)
-    except (model_module.ModelError, checks.CheckError) as error:
+        model = model_module.load(arguments[0])
+        policy.run_all(model)
+        if device_facts:
+            checks.run_all(model)
+    except (model_module.ModelError, policy.PolicyError, checks.CheckError) as error:
         print(f"error: {error}", file=sys.stderr)
         return 1
-    out_dir = pathlib.Path(argv[2])
-    out_dir.mkdir(parents=True, exist_ok=True)
+    out_dir = pathlib.Path(arguments[1])
     for name, text in outputs(model).items():
-        (out_dir / name).write_text(text)
+        write_if_changed(out_dir / name, text)
     return 0
 
 

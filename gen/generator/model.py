@@ -2,7 +2,9 @@
 
 Loading also checks that the model is well-formed: known types, unique names, offsets that are
 aligned, inside the record and do not overlap, every byte of a record accounted for, event ids in
-range and used once. A malformed model raises ModelError naming the file, the entry and the reason.
+range and used once, and the policy keys (a memory's start, a variable's readonly flag, the log
+table of catalogue.toml) of the right form; policy.py checks what they say. A malformed model raises
+ModelError naming the file, the entry and the reason.
 """
 
 import pathlib
@@ -11,8 +13,9 @@ import tomllib
 PLAIN_TYPES = ("int", "float", "bool", "string", "buffer")
 # Base type codes as the catalogue stores them.
 BASE_CODES = {"int": 0, "float": 1, "bool": 2, "string": 3, "buffer": 3, "enum": 5, "struct": 6}
-# Buffer sizes that the buffer reader is built for.
-BUFFER_SIZES = (1, 2, 4, 7, 64)
+# How the start-up writes a memory: its default record copied whole (when the memory says
+# nothing), zeros in place, or one enum value in every 32-bit entry in place.
+START_KINDS = ("defaults", "zeroed", "fill")
 
 
 class ModelError(Exception):
@@ -38,6 +41,7 @@ class Field:
         self.max = raw.get("max")
         self.default = raw.get("default")
         self.event = raw.get("event")
+        self.readonly = raw.get("readonly", False)
         self.kind = None  # int, float, bool, string, buffer, enum or struct
         self.element_size = None
         self.align = None
@@ -98,6 +102,8 @@ class Memory:
         self.variables = variables
         self.reserved = reserved
         self.file = file
+        self.start = "defaults"
+        self.fill = None  # the enum entry of a "fill" start
 
 
 class Model:
@@ -132,7 +138,7 @@ def _read(path):
         raise ModelError(str(path), "file", f"not valid TOML: {error}") from None
 
 
-def _identifier(name):
+def is_identifier(name):
     return isinstance(name, str) and name.isidentifier() and name.isascii()
 
 
@@ -150,7 +156,7 @@ def _align(offset, alignment):
 
 def _resolve(field, model_enums, model_structs):
     """Sets kind, element size and alignment of a field whose type is known."""
-    if not _identifier(field.name):
+    if not is_identifier(field.name):
         field.fail("the name must be an identifier")
     if field.type in PLAIN_TYPES:
         field.kind = field.type
@@ -165,8 +171,6 @@ def _resolve(field, model_enums, model_structs):
             field.fail("a string or buffer needs a positive length")
     elif field.length is not None:
         field.fail("only strings and buffers have a length")
-    if field.kind == "buffer" and field.length not in BUFFER_SIZES:
-        field.fail(f"buffers have one of the lengths {BUFFER_SIZES}")
     if field.count is not None and (not isinstance(field.count, int) or field.count < 1):
         field.fail("an array needs a positive count")
     if field.kind in ("int", "float", "enum"):
@@ -186,6 +190,8 @@ def _resolve(field, model_enums, model_structs):
         value = getattr(field, bound)
         if value is not None and not isinstance(value, str):
             field.fail(f"{bound} must be written as text")
+    if not isinstance(field.readonly, bool):
+        field.fail("readonly must be true or false")
 
 
 def _layout_struct(struct, enums, structs, visiting):
@@ -204,6 +210,8 @@ def _layout_struct(struct, enums, structs, visiting):
             member.fail("struct members are laid out in order; they take no offset")
         if member.event is not None:
             member.fail("struct members have no event")
+        if member.readonly:
+            member.fail("struct members are written with their struct; they take no readonly")
         offset = _align(offset, member.align)
         member.offset = offset
         offset += member.size
@@ -259,7 +267,7 @@ def load(model_dir):
     for number, raw in enumerate(enums_doc.get("enum", [])):
         entry = f"enum[{number}]"
         name, entries = raw.get("name"), raw.get("entries")
-        if not _identifier(name):
+        if not is_identifier(name):
             raise ModelError(enums_file, entry, "needs an identifier as name")
         if not entries or not all(isinstance(e, str) and e for e in entries):
             raise ModelError(enums_file, f"enum \"{name}\"", "needs a list of non-empty entry names")
@@ -276,7 +284,7 @@ def load(model_dir):
     structs = []
     for number, raw in enumerate(structs_doc.get("struct", [])):
         name = raw.get("name")
-        if not _identifier(name):
+        if not is_identifier(name):
             raise ModelError(structs_file, f"struct[{number}]", "needs an identifier as name")
         entry = f"struct \"{name}\""
         members = [Field(m, structs_file, f"{entry} member") for m in raw.get("members", [])]
@@ -296,6 +304,9 @@ def load(model_dir):
     catalogue, catalogue_file = read("catalogue.toml")
     memories = []
     for index, name in enumerate(catalogue.get("memories", [])):
+        if not is_identifier(name) or not name.startswith("Mem") or name == "Mem":
+            raise ModelError(catalogue_file, f"memories[{index}]",
+                             "a memory's name is an identifier \"Mem<Name>\" (its base pointer is gMem<Name>)")
         doc, file = read(f"memories/{index:02d}-{name}.toml")
         if doc.get("name") != name:
             raise ModelError(file, "name", f"must be \"{name}\", the name in catalogue.toml")
@@ -308,6 +319,7 @@ def load(model_dir):
             _resolve(variable, enum_map, struct_map)
         memory = Memory(index, name, size, variables, doc.get("reserved", []), file)
         _check_record(memory)
+        _read_start(memory, doc)
         memories.append(memory)
     _require_unique(memories, catalogue_file, "memory")
 
@@ -315,19 +327,45 @@ def load(model_dir):
     foreign = {}
     for number, raw in enumerate(events_doc.get("foreign", [])):
         foreign_id, foreign_name = raw.get("id"), raw.get("name")
-        if not isinstance(foreign_id, int) or not _identifier(foreign_name):
+        if not isinstance(foreign_id, int) or not is_identifier(foreign_name):
             raise ModelError(events_file, f"foreign[{number}]", "needs an id and an identifier as name")
         if foreign_id in foreign:
             raise ModelError(events_file, f"foreign event \"{foreign_name}\"",
                              f"id {foreign_id} is used twice")
         foreign[foreign_id] = foreign_name
     model = Model(memories, enums, structs, events_doc.get("fixed", []), foreign)
+    model.log_levels, model.service_log_level = _read_log(catalogue, catalogue_file)
     model.events_file = events_file
     model.enums_file, model.structs_file, model.catalogue_file = enums_file, structs_file, catalogue_file
     subscriptions_doc, model.subscriptions_file = read("subscriptions.toml")
     model.subscriptions = subscriptions_doc.get("events", [])
     assign_events(model)
     return model
+
+
+def _read_start(memory, doc):
+    start = doc.get("start", "defaults")
+    if start not in START_KINDS:
+        raise ModelError(memory.file, "start", f"must be one of {START_KINDS}, not {start!r}")
+    fill = doc.get("fill")
+    if start == "fill" and not isinstance(fill, str):
+        raise ModelError(memory.file, "fill", "a \"fill\" start needs the enum entry to fill with")
+    if start != "fill" and fill is not None:
+        raise ModelError(memory.file, "fill", "only a \"fill\" start takes a fill value")
+    memory.start, memory.fill = start, fill
+
+
+def _read_log(catalogue, file):
+    """(the log-level enum's name, (memory, variable) of the service's own level)."""
+    log = catalogue.get("log")
+    if not isinstance(log, dict):
+        raise ModelError(file, "log", "needs the table [log] with levels and service")
+    levels, service = log.get("levels"), log.get("service")
+    if not is_identifier(levels):
+        raise ModelError(file, "log.levels", "needs the name of the log-level enum")
+    if not isinstance(service, dict) or not all(is_identifier(service.get(k)) for k in ("memory", "variable")):
+        raise ModelError(file, "log.service", "needs { memory = ..., variable = ... }")
+    return levels, (service["memory"], service["variable"])
 
 
 def assign_events(model):

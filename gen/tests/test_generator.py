@@ -31,9 +31,9 @@ class GeneratorTest(unittest.TestCase):
         self.assertIn(old, text, f"{old!r} not in {relative}")
         path.write_text(text.replace(old, new, count))
 
-    def run_generator(self):
-        return subprocess.run([sys.executable, "-B", str(GENERATOR), str(self.model), str(self.out)],
-                              capture_output=True, text=True)
+    def run_generator(self, *options):
+        return subprocess.run([sys.executable, "-B", str(GENERATOR), *options, str(self.model),
+                               str(self.out)], capture_output=True, text=True)
 
     def assert_refused(self, *fragments):
         result = self.run_generator()
@@ -47,6 +47,40 @@ class GeneratorTest(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stderr)
         for name in ("eventid.h", "records.h", "tables.cpp", "memories.cpp", "catalogue.json"):
             self.assertTrue((self.out / name).exists(), name)
+
+    def test_the_start_and_log_policy_come_from_the_model(self):
+        self.edit("memories/17-MemTestautomation.toml", "start = \"zeroed\"\n", "")
+        self.edit("memories/19-MemApp.toml", "fill = \"LogAll\"", "fill = \"Warn\"")
+        self.edit("memories/19-MemApp.toml", "default = \"LogAll\"", "default = \"Warn\"", count=17)
+        # The device's facts pin the service's level at offset 20 of MemApp.
+        self.edit("catalogue.toml", "variable = \"AppSettingsManagerLogLevel\"",
+                  "variable = \"AppCameraLogLevel\"")
+        result = self.run_generator("--no-device-facts")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        memories = (self.out / "memories.cpp").read_text()
+        self.assertIn("{&segmentTestautomation, &gMemTestautomation, DEFAULTSTestautomation, "
+                      "MemoryStart::Defaults, 0},", memories)
+        self.assertIn("{&segmentApp, &gMemApp, DEFAULTSApp, MemoryStart::Fill, 6},", memories)
+        self.assertIn("const VariablePlace SERVICE_LOG_LEVEL = {19, 16};", memories)
+
+    def test_the_log_levels_come_from_the_model(self):
+        result = self.run_generator()
+        self.assertEqual(result.returncode, 0, result.stderr)
+        header = (self.out / "log" / "loglevel.h").read_text()
+        self.assertIn("enum LogLevel : int {\n    DebugAll = 0,\n    DebugMost = 1,\n"
+                      "    DebugLight = 2,\n    LogAll = 3,\n    LogMost = 4,\n    LogLight = 5,\n"
+                      "    Warn = 6,\n    Error = 7,\n};", header)
+
+    def test_only_changed_outputs_are_rewritten(self):
+        self.assertEqual(self.run_generator().returncode, 0)
+        header, memories = self.out / "log" / "loglevel.h", self.out / "memories.cpp"
+        for path in (header, memories):
+            os.utime(path, (1, 1))
+        self.edit(PERSISTENT, "min = \"1\", max = \"4\", default = 2, event = 173",
+                  "min = \"1\", max = \"4\", default = 3, event = 173")
+        self.assertEqual(self.run_generator().returncode, 0)
+        self.assertEqual(header.stat().st_mtime, 1)
+        self.assertNotEqual(memories.stat().st_mtime, 1)
 
     def test_a_changed_record_size(self):
         self.edit(PERSISTENT, "size = 1136", "size = 1140")
@@ -109,6 +143,85 @@ class GeneratorTest(unittest.TestCase):
         path.write_text(text.replace("AppSwapLogLevel", "AppMessageBrokerLogLevel"))
         self.assert_refused("binding fact \"log levels of MemApp\"",
                             "AppSettingsManagerLogLevel must lie at offset 20")
+
+    def test_the_service_log_level_named_elsewhere_in_mem_app(self):
+        self.edit("catalogue.toml", "variable = \"AppSettingsManagerLogLevel\"",
+                  "variable = \"AppGuiLogLevel\"")
+        self.assert_refused("binding fact \"log levels of MemApp\"",
+                            "AppGuiLogLevel must lie at offset 20")
+
+    def test_a_missing_log_table(self):
+        self.edit("catalogue.toml", "[log]", "[logging]")
+        self.assert_refused("catalogue.toml", "log:", "needs the table [log]")
+
+    def test_a_log_level_enum_that_does_not_exist(self):
+        self.edit("catalogue.toml", "levels = \"LogLevel\"", "levels = \"Verbosity\"")
+        self.assert_refused("catalogue.toml", "log.levels", "there is no enum \"Verbosity\"",
+                            "check \"log-level enum\"")
+
+    def test_a_log_level_that_is_no_identifier(self):
+        self.edit("enums.toml", "\"DebugAll\", \"DebugMost\"", "\"Debug All\", \"DebugMost\"")
+        self.assert_refused("enums.toml", "enum \"LogLevel\"",
+                            "entry \"Debug All\" must be an identifier", "check \"log-level enum\"")
+
+    def test_a_service_log_level_that_does_not_exist(self):
+        self.edit("catalogue.toml", "variable = \"AppSettingsManagerLogLevel\"",
+                  "variable = \"AppSettingsLogLevel\"")
+        self.assert_refused("catalogue.toml", "log.service",
+                            "MemApp has no variable \"AppSettingsLogLevel\"",
+                            "check \"service log level\"")
+
+    def test_a_service_log_level_of_another_type(self):
+        self.edit("catalogue.toml", "{ memory = \"MemApp\", variable = \"AppSettingsManagerLogLevel\" }",
+                  "{ memory = \"MemPersistent\", variable = \"AUXTorque\" }")
+        self.assert_refused("catalogue.toml", "log.service",
+                            "AUXTorque must be a single LogLevel, not a int",
+                            "check \"service log level\"")
+
+    def test_a_default_in_a_memory_that_starts_zeroed(self):
+        self.edit("memories/06-MemLensMarkers.toml", "name = \"FocusMarkerHit\", type = \"bool\", offset = 1,",
+                  "name = \"FocusMarkerHit\", type = \"bool\", offset = 1, default = true,")
+        self.assert_refused("06-MemLensMarkers.toml", "variable \"FocusMarkerHit\"",
+                            "MemLensMarkers starts zeroed; its variables take no default",
+                            "check \"zeroed start\"")
+
+    def test_a_fill_value_that_is_no_entry(self):
+        self.edit("memories/19-MemApp.toml", "fill = \"LogAll\"", "fill = \"Loud\"")
+        self.assert_refused("19-MemApp.toml", "fill:", "\"Loud\" is not an entry of LogLevel",
+                            "check \"filled start\"")
+
+    def test_a_default_that_differs_from_the_fill_value(self):
+        self.edit("memories/19-MemApp.toml", "offset = 4, default = \"LogAll\"",
+                  "offset = 4, default = \"Warn\"")
+        self.assert_refused("19-MemApp.toml", "variable \"AppGuiLogLevel\"",
+                            "every entry at LogAll; the default must say the same",
+                            "check \"filled start\"")
+
+    def test_a_filled_memory_with_a_variable_of_another_type(self):
+        self.edit("memories/19-MemApp.toml",
+                  "{ name = \"AppGuiLogLevel\", type = \"LogLevel\", offset = 4, default = \"LogAll\",",
+                  "{ name = \"AppGuiLogLevel\", type = \"int\", offset = 4,")
+        self.assert_refused("19-MemApp.toml", "variables:",
+                            "MemApp starts filled; its variables must be single values of one enum",
+                            "check \"filled start\"")
+
+    def test_an_unknown_start(self):
+        self.edit("memories/18-MemDebug.toml", "start = \"zeroed\"", "start = \"cleared\"")
+        self.assert_refused("18-MemDebug.toml", "start:", "must be one of")
+
+    def test_a_fill_value_without_a_filled_start(self):
+        self.edit("memories/18-MemDebug.toml", "start = \"zeroed\"", "start = \"zeroed\"\nfill = \"LogAll\"")
+        self.assert_refused("18-MemDebug.toml", "fill:", "only a \"fill\" start takes a fill value")
+
+    def test_a_readonly_flag_that_is_not_a_bool(self):
+        self.edit("memories/04-MemStatic.toml", "event = 366, readonly = true",
+                  "event = 366, readonly = \"yes\"")
+        self.assert_refused("04-MemStatic.toml", "variable \"FpgaVersion\"",
+                            "readonly must be true or false")
+
+    def test_a_memory_name_without_its_prefix(self):
+        self.edit("catalogue.toml", "\"MemDebug\",", "\"DebugCounters\",")
+        self.assert_refused("catalogue.toml", "memories[18]", "Mem<Name>")
 
     def test_an_array_as_last_struct_member(self):
         self.edit("structs.toml", "{ name = \"TraceText\", type = \"string\", length = 48 }",

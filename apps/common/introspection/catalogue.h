@@ -1,12 +1,22 @@
 // The shape of the generated catalogue: the memory table, the variable
 // descriptors, struct member lists and the enum table.  The generator (gen/)
 // fills these tables; introspection reads them.
+//
+// The libraries depend in one direction: the generated tables (introspection_gen)
+// point at the converters of introspection_enum and introspection, so these two
+// never name a generated table.  They read the catalogue through
+// Catalogue::tables(), which the generated tables install while the program's
+// static objects are constructed (Catalogue::Installer); every program that
+// links introspection_gen keeps the object that installs them.  Until then, and
+// in a program without generated tables, the catalogue is empty.
 #pragma once
 
 #include "notify.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // Base type codes of a variable or struct member.
@@ -23,18 +33,18 @@ enum BaseType : uint32_t {
 using VarGetter = std::string (*)(const void* address, int index);
 // Text setter: (memory base, memory index, variable index, event, text) -> error text,
 // empty on success.
-using VarSetter = std::string (*)(uint8_t* base, uint32_t memory, uint32_t variable,
-                                  Notify notify, const char* text);
+using VarSetter = std::string (*)(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
+                                  const char* text);
 
 // One member of a struct type.
 struct StructInfo {
-    uint32_t reserved;     // 0 in every generated member
+    uint32_t reserved; // 0 in every generated member
     const char* name;
-    uint32_t offset;       // byte offset inside the struct
-    uint32_t baseType;     // BaseType code
-    std::string typeName;  // "int", "float", "bool", "string" or the enum/struct name
-    uint32_t arrayLength;  // 0 for a single value
-    uint32_t elementSize;  // byte size of one value (a string's capacity)
+    uint32_t offset;      // byte offset inside the struct
+    uint32_t baseType;    // BaseType code
+    std::string typeName; // "int", "float", "bool", "string" or the enum/struct name
+    uint32_t arrayLength; // 0 for a single value
+    uint32_t elementSize; // byte size of one value (a string's capacity)
 };
 
 // One struct type: its members and its byte size.
@@ -45,20 +55,20 @@ struct StructTypeInfo {
 };
 
 struct VariableDescriptor {
-    Notify event;                  // the change event; indexed and index 0 as generated
+    Notify event; // the change event; indexed and index 0 as generated
     const char* name;
-    uint8_t*& memoryBase;          // the memory's gMem<Name>, read at the time of use
-    uint32_t offset;               // byte offset inside the memory record
-    const char* typeName;          // "int", "float", "bool", "string" or the enum/struct name
-    uint32_t baseType;             // BaseType code
+    uint8_t*& memoryBase; // the memory's gMem<Name>, read at the time of use
+    uint32_t offset;      // byte offset inside the memory record
+    const char* typeName; // "int", "float", "bool", "string" or the enum/struct name
+    uint32_t baseType;    // BaseType code
     VarGetter getter;
     VarSetter setter;
-    const char* min;               // null when absent
-    const char* max;               // null when absent
-    const char* arrayLength;       // null when the variable is not an array
+    const char* min;         // null when absent
+    const char* max;         // null when absent
+    const char* arrayLength; // null when the variable is not an array
     uint8_t isArray;
-    const std::vector<StructInfo>* structMembers;  // struct types only, else null
-    uint32_t elementSize;          // byte size of one element
+    const std::vector<StructInfo>* structMembers; // struct types only, else null
+    uint32_t elementSize;                         // byte size of one element
 };
 
 struct MemoryInfo {
@@ -73,9 +83,47 @@ struct EnumInfo {
     uint32_t entryCount;
 };
 
+// The generated tables, for code that links introspection_gen.
 extern const MemoryInfo MEMORY_ARRAY[];
 extern const uint32_t MEMORY_ARRAY_SIZE;
 extern const EnumInfo ENUM_ARRAY[];
 extern const uint32_t ENUM_ARRAY_SIZE;
 extern const StructTypeInfo STRUCT_ARRAY[];
 extern const uint32_t STRUCT_ARRAY_SIZE;
+
+// The tables of one catalogue.
+struct CatalogueTables {
+    const MemoryInfo* memories;
+    uint32_t memoryCount;
+    const EnumInfo* enums;
+    uint32_t enumCount;
+    const StructTypeInfo* structs;
+    uint32_t structCount;
+};
+
+// The installed catalogue; never null (an empty catalogue until one is installed).
+extern const CatalogueTables* gCatalogueTables;
+
+namespace Catalogue {
+
+inline const CatalogueTables& tables() {
+    return *gCatalogueTables;
+}
+
+// The descriptor of a variable; the indexes are not checked.
+inline VariableDescriptor& variable(uint32_t memory, uint32_t variable) {
+    return tables().memories[memory].variables[variable];
+}
+
+// The index of the first enum of that name, or nullopt.
+std::optional<uint32_t> findEnum(std::string_view name);
+// The first enum of that name; throws "Unknown enum \"<name>\"" when there is none.
+const EnumInfo& enumNamed(const char* name);
+
+// Installs `tables` as the catalogue when constructed; the generated tables define one.
+class Installer {
+public:
+    explicit Installer(const CatalogueTables& tables);
+};
+
+} // namespace Catalogue

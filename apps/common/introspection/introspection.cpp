@@ -1,6 +1,5 @@
 #include "introspection.h"
 
-#include "introspection_enum.h"
 #include "log.h"
 #include "setjson.h"
 
@@ -22,34 +21,36 @@ constexpr uint32_t BASE_UNNAMED = 4;
 std::array<std::pair<uint32_t, uint32_t>, EVENT_ID_COUNT> eventMap{};
 bool eventMapBuilt = false;
 
+using Catalogue::tables;
+
 void checkMemory(uint32_t memory) {
-    if (memory >= MEMORY_ARRAY_SIZE) {
+    if (memory >= tables().memoryCount) {
         THROW_ERROR("Index exceeds limit");
     }
 }
 
 VariableDescriptor& descriptor(uint32_t memory, uint32_t variable) {
     checkMemory(memory);
-    if (variable >= MEMORY_ARRAY[memory].variableCount) {
+    if (variable >= tables().memories[memory].variableCount) {
         THROW_ERROR("Index exceeds limit");
     }
-    return MEMORY_ARRAY[memory].variables[variable];
+    return Catalogue::variable(memory, variable);
 }
 
 } // namespace
 
 uint32_t getMemCount() {
-    return MEMORY_ARRAY_SIZE;
+    return tables().memoryCount;
 }
 
 const char* getMemName(uint32_t memory) {
     checkMemory(memory);
-    return MEMORY_ARRAY[memory].name;
+    return tables().memories[memory].name;
 }
 
 uint32_t getMemIndex(const std::string& name) {
-    for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
-        if (name == MEMORY_ARRAY[memory].name) {
+    for (uint32_t memory = 0; memory < tables().memoryCount; ++memory) {
+        if (name == tables().memories[memory].name) {
             return memory;
         }
     }
@@ -58,7 +59,7 @@ uint32_t getMemIndex(const std::string& name) {
 
 uint32_t getVarCount(uint32_t memory) {
     checkMemory(memory);
-    return MEMORY_ARRAY[memory].variableCount;
+    return tables().memories[memory].variableCount;
 }
 
 const char* getVarName(uint32_t memory, uint32_t variable) {
@@ -101,9 +102,10 @@ uint32_t getElementCount(uint32_t memory, uint32_t variable) {
 }
 
 void genEventToVar() {
-    for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
-        for (uint32_t variable = 0; variable < MEMORY_ARRAY[memory].variableCount; ++variable) {
-            eventMap[MEMORY_ARRAY[memory].variables[variable].event.id] = {memory, variable};
+    for (uint32_t memory = 0; memory < tables().memoryCount; ++memory) {
+        for (uint32_t variable = 0; variable < tables().memories[memory].variableCount;
+             ++variable) {
+            eventMap[Catalogue::variable(memory, variable).event.id] = {memory, variable};
         }
     }
     eventMapBuilt = true;
@@ -173,9 +175,7 @@ std::string getVarMax(uint32_t memory, uint32_t variable) {
     case BASE_UNNAMED:
         return entry.max ? entry.max : "0";
     case BaseEnum:
-        return std::to_string(
-            IntrospectionEnum::getEnumEntryCount(IntrospectionEnum::getEnumIndex(entry.typeName)) -
-            1);
+        return std::to_string(Catalogue::enumNamed(entry.typeName).entryCount - 1);
     default:
         return "0";
     }
@@ -220,7 +220,7 @@ bool checkMinMax(uint32_t memory, uint32_t variable, const std::string& value, s
 std::optional<uint32_t> findVarIndex(uint32_t memory, std::string_view name) {
     const uint32_t count = getVarCount(memory);
     for (uint32_t variable = 0; variable < count; ++variable) {
-        if (name == MEMORY_ARRAY[memory].variables[variable].name) {
+        if (name == Catalogue::variable(memory, variable).name) {
             return variable;
         }
     }
@@ -228,9 +228,9 @@ std::optional<uint32_t> findVarIndex(uint32_t memory, std::string_view name) {
 }
 
 const StructTypeInfo* findStructType(std::string_view name) {
-    for (uint32_t i = 0; i < STRUCT_ARRAY_SIZE; ++i) {
-        if (name == STRUCT_ARRAY[i].name) {
-            return &STRUCT_ARRAY[i];
+    for (uint32_t i = 0; i < tables().structCount; ++i) {
+        if (name == tables().structs[i].name) {
+            return &tables().structs[i];
         }
     }
     return nullptr;

@@ -2,7 +2,6 @@
 
 #include "catalogue.h"
 #include "introspection.h"
-#include "introspection_enum.h"
 #include "serverconnection.h"
 
 #include <algorithm>
@@ -161,10 +160,9 @@ private:
 
     void storeEnum(uint8_t* address, const std::string& enumName, const std::string& text,
                    const std::string& path) {
-        const uint32_t enumIndex = IntrospectionEnum::getEnumIndex(enumName.c_str());
-        const uint32_t count = IntrospectionEnum::getEnumEntryCount(enumIndex);
-        for (uint32_t entry = 0; entry < count; ++entry) {
-            if (text == IntrospectionEnum::getEnumEntryName(enumIndex, entry)) {
+        const EnumInfo& info = Catalogue::enumNamed(enumName.c_str());
+        for (uint32_t entry = 0; entry < info.entryCount; ++entry) {
+            if (text == info.entries[entry]) {
                 store(address, &entry, sizeof entry);
                 return;
             }
@@ -178,7 +176,7 @@ private:
 std::string setJson(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                     const std::vector<Json::Item>& members) {
     const uint32_t length = Introspection::getElementCount(memory, variable);
-    const VariableDescriptor& entry = MEMORY_ARRAY[memory].variables[variable];
+    const VariableDescriptor& entry = Catalogue::variable(memory, variable);
     if (entry.structMembers == nullptr) {
         return std::string(entry.name) + " is not a struct";
     }

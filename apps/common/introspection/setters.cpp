@@ -7,14 +7,10 @@
 
 namespace {
 
-const VariableDescriptor& descriptor(uint32_t memory, uint32_t variable) {
-    return MEMORY_ARRAY[memory].variables[variable];
-}
-
 // The address that the Notify selects, or null when its `indexed` is neither 0 nor 1.
 template <typename T>
 T* elementAddress(uint8_t* base, uint32_t memory, uint32_t variable, const Notify& notify) {
-    uint8_t* value = base + descriptor(memory, variable).offset;
+    uint8_t* value = base + Catalogue::variable(memory, variable).offset;
     if (notify.indexed == 0) {
         return reinterpret_cast<T*>(value);
     }
@@ -86,11 +82,11 @@ std::string getStringIntrospection(const void* address, int) {
     return static_cast<const char*>(address);
 }
 
-template <unsigned L> std::string getBufferIntrospection(const void* address, int) {
+std::string getBufferText(const void* address, unsigned length) {
     static const char DIGITS[] = "0123456789abcdef";
     const uint8_t* bytes = static_cast<const uint8_t*>(address);
-    std::string text(2 * L, '0');
-    for (unsigned i = 0; i < L; ++i) {
+    std::string text(2 * length, '0');
+    for (unsigned i = 0; i < length; ++i) {
         text[2 * i] = DIGITS[bytes[i] >> 4];
         text[2 * i + 1] = DIGITS[bytes[i] & 0x0f];
     }
@@ -132,7 +128,7 @@ std::string setBoolIntrospection(uint8_t* base, uint32_t memory, uint32_t variab
 
 std::string setStringIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                                    const char* text) {
-    const VariableDescriptor& entry = descriptor(memory, variable);
+    const VariableDescriptor& entry = Catalogue::variable(memory, variable);
     int capacity;
     try {
         capacity = std::stoi(entry.arrayLength, nullptr, 10);
@@ -146,17 +142,16 @@ std::string setStringIntrospection(uint8_t* base, uint32_t memory, uint32_t vari
     return "";
 }
 
-template <unsigned L>
-std::string setBufferIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
-                                   const char* text) {
-    uint8_t* target = base + descriptor(memory, variable).offset;
+std::string setBufferText(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
+                          const char* text, unsigned length) {
+    uint8_t* target = base + Catalogue::variable(memory, variable).offset;
     bool ended = false;
     auto next = [&](unsigned position) {
         ended = ended || text[position] == '\0';
         return ended ? 0u : hexDigit(text[position]);
     };
     try {
-        for (unsigned i = 0; i < L; ++i) {
+        for (unsigned i = 0; i < length; ++i) {
             const unsigned high = next(2 * i);
             target[i] = static_cast<uint8_t>(16 * high + next(2 * i + 1));
         }
@@ -169,13 +164,5 @@ std::string setBufferIntrospection(uint8_t* base, uint32_t memory, uint32_t vari
 
 std::string setReadOnlyIntrospection(uint8_t*, uint32_t memory, uint32_t variable, Notify,
                                      const char*) {
-    return std::string(descriptor(memory, variable).name) + " is read-only";
+    return std::string(Catalogue::variable(memory, variable).name) + " is read-only";
 }
-
-template std::string getBufferIntrospection<1>(const void*, int);
-template std::string getBufferIntrospection<2>(const void*, int);
-template std::string getBufferIntrospection<4>(const void*, int);
-template std::string getBufferIntrospection<7>(const void*, int);
-template std::string getBufferIntrospection<64>(const void*, int);
-template std::string setBufferIntrospection<2>(uint8_t*, uint32_t, uint32_t, Notify, const char*);
-template std::string setBufferIntrospection<64>(uint8_t*, uint32_t, uint32_t, Notify, const char*);

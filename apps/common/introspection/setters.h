@@ -12,8 +12,8 @@
 // - A buffer text shorter than the buffer ends at its terminator; the bytes after it are set
 //   from the digit 0, and no character past the terminator is read.
 // - The buffer getter, like the string getter, ignores the element index.
-// - Buffers of a length that has no writer are read-only: their setter changes nothing and
-//   answers "<name> is read-only".
+// - A variable that the model marks read-only has a setter that changes nothing and answers
+//   "<name> is read-only".
 #pragma once
 
 #include "notify.h"
@@ -31,8 +31,12 @@ std::string getIntIntrospection(const void* address, int index);
 std::string getFloatIntrospection(const void* address, int index);
 std::string getBoolIntrospection(const void* address, int index);
 std::string getStringIntrospection(const void* address, int index);
-// The L bytes as lower-case hexadecimal, two digits each, no separators.
-template <unsigned L> std::string getBufferIntrospection(const void* address, int index);
+// The `length` bytes at address as lower-case hexadecimal, two digits each, no separators.
+std::string getBufferText(const void* address, unsigned length);
+// getBufferText of a buffer of L bytes.
+template <unsigned L> std::string getBufferIntrospection(const void* address, int) {
+    return getBufferText(address, L);
+}
 
 std::string setIntIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                                 const char* text);
@@ -42,23 +46,19 @@ std::string setBoolIntrospection(uint8_t* base, uint32_t memory, uint32_t variab
                                  const char* text);
 std::string setStringIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                                    const char* text);
-// Reads 2 x L hexadecimal digits (either case) into the L bytes, writing as it goes; posts the
-// event after every complete write.
+// Reads 2 x `length` hexadecimal digits (either case) into the `length` bytes, writing as it
+// goes; posts the event after every complete write.
+std::string setBufferText(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
+                          const char* text, unsigned length);
+// setBufferText of a buffer of L bytes.
 template <unsigned L>
 std::string setBufferIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
-                                   const char* text);
+                                   const char* text) {
+    return setBufferText(base, memory, variable, notify, text, L);
+}
+// The setter of a variable that the model marks read-only: changes nothing.
 std::string setReadOnlyIntrospection(uint8_t* base, uint32_t memory, uint32_t variable,
                                      Notify notify, const char* text);
-
-extern template std::string getBufferIntrospection<1>(const void*, int);
-extern template std::string getBufferIntrospection<2>(const void*, int);
-extern template std::string getBufferIntrospection<4>(const void*, int);
-extern template std::string getBufferIntrospection<7>(const void*, int);
-extern template std::string getBufferIntrospection<64>(const void*, int);
-extern template std::string setBufferIntrospection<2>(uint8_t*, uint32_t, uint32_t, Notify,
-                                                      const char*);
-extern template std::string setBufferIntrospection<64>(uint8_t*, uint32_t, uint32_t, Notify,
-                                                       const char*);
 
 // Stores value and posts notify, unless the four bytes already equal value's (a bit-pattern
 // comparison, also for floats).

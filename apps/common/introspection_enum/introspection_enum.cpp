@@ -8,46 +8,49 @@
 namespace IntrospectionEnum {
 
 namespace {
+
+using Catalogue::tables;
+
 void checkEnum(uint32_t enumIndex) {
-    if (enumIndex >= ENUM_ARRAY_SIZE) {
+    if (enumIndex >= tables().enumCount) {
         THROW_ERROR("Index exceeds limit");
     }
 }
+
 } // namespace
 
 uint32_t getEnumCount() {
-    return ENUM_ARRAY_SIZE;
+    return tables().enumCount;
 }
 
 const char* getEnumName(uint32_t enumIndex) {
     checkEnum(enumIndex);
-    return ENUM_ARRAY[enumIndex].name;
+    return tables().enums[enumIndex].name;
 }
 
 uint32_t getEnumEntryCount(uint32_t enumIndex) {
     checkEnum(enumIndex);
-    return ENUM_ARRAY[enumIndex].entryCount;
+    return tables().enums[enumIndex].entryCount;
 }
 
 const char* getEnumEntryName(uint32_t enumIndex, uint32_t entry) {
     checkEnum(enumIndex);
-    if (entry >= ENUM_ARRAY[enumIndex].entryCount) {
+    if (entry >= tables().enums[enumIndex].entryCount) {
         THROW_ERROR("Index exceeds limit");
     }
-    return ENUM_ARRAY[enumIndex].entries[entry];
+    return tables().enums[enumIndex].entries[entry];
 }
 
 uint32_t getEnumIndex(const char* name) {
-    for (uint32_t enumIndex = 0; enumIndex < ENUM_ARRAY_SIZE; ++enumIndex) {
-        if (std::strcmp(ENUM_ARRAY[enumIndex].name, name) == 0) {
-            return enumIndex;
-        }
+    const std::optional<uint32_t> found = Catalogue::findEnum(name);
+    if (!found) {
+        THROW_ERROR("Unknown enum \"%s\"", name);
     }
-    THROW_ERROR("Unknown enum \"%s\"", name);
+    return *found;
 }
 
 std::string printEnum(const std::string& value, const char* enumName) {
-    return printEnum(value, ENUM_ARRAY[getEnumIndex(enumName)]);
+    return printEnum(value, tables().enums[getEnumIndex(enumName)]);
 }
 
 std::string printEnum(const std::string& value, const EnumInfo& info) {
@@ -81,7 +84,7 @@ std::string setEnumIntrospection(uint8_t* base, uint32_t memory, uint32_t variab
     for (uint32_t entry = 0; entry < entryCount; ++entry) {
         if (std::strcmp(text, entries[entry]) == 0) {
             int32_t& target =
-                *reinterpret_cast<int32_t*>(base + MEMORY_ARRAY[memory].variables[variable].offset);
+                *reinterpret_cast<int32_t*>(base + Catalogue::variable(memory, variable).offset);
             setVariable<int32_t>(target, notify, static_cast<int32_t>(entry));
             return "";
         }

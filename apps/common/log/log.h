@@ -22,24 +22,14 @@
 // Where the kernel log device cannot be opened the line is lost and the next
 // line tries the open again.  A program name longer than 20 characters is cut
 // to its first 20 so that the program field always stays 22 bytes.
+//
+// gen::LogLevel comes from the catalogue's model (its log-level enum), generated into a header
+// of its own: the levels are defined once, and this library sees nothing else of the catalogue.
 #pragma once
 
+#include "loglevel.h"
+
 #include <cstdarg>
-
-namespace gen {
-
-enum LogLevel : int {
-    DebugAll = 0,
-    DebugMost = 1,
-    DebugLight = 2,
-    LogAll = 3,
-    LogMost = 4,
-    LogLight = 5,
-    Warn = 6,
-    Error = 7,
-};
-
-} // namespace gen
 
 // The calling component's level; null (every line passes) until the memories
 // are open, then the component's log-level variable in MemApp.

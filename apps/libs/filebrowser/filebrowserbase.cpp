@@ -76,8 +76,8 @@ bool FileBrowserBase::execute(Operation operation, fs::path const& destination) 
     if (!createPath(destination)) {
         return false;
     }
-    if (selectAll && !selectAllOfRoot()) {
-        return false;
+    if (selectAll) {
+        selectAllOfRoot();
     }
     bool const move = operation == Move;
     return forSelected([this, move, &destination](fs::path const& source) {
@@ -101,8 +101,8 @@ bool FileBrowserBase::execute(Operation operation, fs::path const& destination) 
 }
 
 bool FileBrowserBase::remove() {
-    if (selectAll && !selectAllOfRoot()) {
-        return false;
+    if (selectAll) {
+        selectAllOfRoot();
     }
     return forSelected([this](fs::path const& selected) {
         requireInsideRoot(selected);

@@ -26,7 +26,7 @@
 //   hidden ones included (it is what the select-all flag means, and removeAll
 //   deletes hidden entries too).  A root that cannot be read logs "Could not
 //   select all of root %s: %s" and returns false; execute() and remove() then
-//   stop with false instead of acting on a partial selection.
+//   go on with the selection as it is and return the result of acting on it.
 // - expand(i), collapse(i), expandToggle(i): record whether the owner shows the
 //   folder entry i opened (the expand flag, read with isExpanded()).  They only
 //   act on folder entries and return whether they did; they do not move the

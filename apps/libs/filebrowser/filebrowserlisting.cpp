@@ -6,7 +6,6 @@
 
 #include <set>
 #include <strings.h>
-#include <system_error>
 
 namespace fs = std::filesystem;
 
@@ -18,12 +17,12 @@ bool FileBrowserBase::InsensitiveCompare::operator()(std::string const& a,
 namespace {
 
 // Uses the type the iterator has cached; for a link, or a type the iterator
-// did not learn, asks for the status of the path, which follows links.  A link
-// that cannot be followed (dangling, or a loop) is not a folder, so it is
-// listed among the files.
+// did not learn, asks for the status of the path, which follows links.  A
+// dangling link has the status "not found", so it is not a folder and is
+// listed among the files; a status that cannot be read (a link that loops)
+// throws the filesystem error that ends the listing.
 bool isFolder(fs::directory_entry const& entry) {
-    std::error_code unresolved;
-    return entry.is_directory(unresolved);
+    return entry.is_directory();
 }
 
 } // namespace

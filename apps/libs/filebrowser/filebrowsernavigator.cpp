@@ -5,7 +5,7 @@
 namespace fs = std::filesystem;
 
 fs::path FileBrowserNavigator::currentPath() const {
-    return relative.empty() ? getRootPath() : getRootPath() / relative;
+    return getRootPath() / relative;
 }
 
 void FileBrowserNavigator::cd(std::string const& name) {

@@ -7,8 +7,9 @@
 // dot are left out.  Links are followed: a link to a folder is a folder, any
 // other entry (a dangling link included) is a file.  With an extension filter
 // set, a file is listed only if its extension (with the dot) is exactly the
-// filter, compared with regard to case.  A folder that cannot be listed logs
-// "Could not ls directory %s: %s" and delivers nothing.
+// filter, compared with regard to case.  A folder that cannot be listed, or an
+// entry whose status cannot be read (a link that loops), logs "Could not ls
+// directory %s: %s" and the call delivers nothing.
 //
 // cd(name) takes the canonical form of relativePath() / name.  While the
 // navigator stands at the root the relative path is empty, so the name is
@@ -28,8 +29,8 @@ class FileBrowserNavigator : public FileBrowserBase {
 public:
     using FileBrowserBase::FileBrowserBase;
 
-    // The root joined with the relative path; the root itself (without a
-    // trailing separator) while the relative path is empty.
+    // The root joined with the relative path; at the root that is the root
+    // with a trailing separator (joining an empty relative path adds one).
     std::filesystem::path currentPath() const override;
     std::filesystem::path relativePath() const { return relative; }
     std::string relativePath() { return relative.string(); }

@@ -92,17 +92,55 @@ TEST_F(EntriesTest, SelectAllOfRootTakesEveryEntryOnce) {
     }
 }
 
-TEST_F(EntriesTest, SelectAllOfAMissingRootIsLoggedAndStopsTheOperations) {
+TEST_F(EntriesTest, SelectAllOfAMissingRootIsLoggedAndTheOperationsActOnNothingMore) {
     fs::path const missing = scratch.path() / "missing";
     browser.setRootPath(missing.string());
     browser.setSelectAll(true);
     KernelLogMark mark;
     EXPECT_FALSE(browser.selectAllOfRoot());
     EXPECT_TRUE(mark.loggedWith("Warn", "Could not select all of root " + missing.string() + ": "));
-    EXPECT_FALSE(browser.remove());
-    EXPECT_FALSE(browser.execute(FileBrowserBase::Copy, scratch.path() / "copy"));
+    EXPECT_TRUE(browser.remove());
+    EXPECT_TRUE(browser.execute(FileBrowserBase::Copy, scratch.path() / "copy"));
+    EXPECT_TRUE(fs::is_empty(scratch.path() / "copy"));
     EXPECT_TRUE(browser.getSelection().empty());
     EXPECT_TRUE(progress.empty());
+}
+
+TEST_F(EntriesTest, ExecuteGoesOnWithTheSelectionWhenSelectAllOfTheRootFails) {
+    ASSERT_TRUE(browser.selectToggle(2));
+    ASSERT_TRUE(browser.selectToggle(3));
+    fs::path const missing = scratch.path() / "missing";
+    browser.setRootPath(missing.string());
+    browser.setSelectAll(true);
+    fs::path const destination = scratch.path() / "copy";
+    KernelLogMark mark;
+
+    EXPECT_TRUE(browser.execute(FileBrowserBase::Copy, destination));
+
+    EXPECT_TRUE(mark.loggedWith("Warn", "Could not select all of root " + missing.string() + ": "));
+    EXPECT_TRUE(fs::exists(destination / "B.stp"));
+    EXPECT_TRUE(fs::exists(destination / "c.stp"));
+    EXPECT_THAT(progress, ElementsAre(50.0f, 100.0f));
+    EXPECT_TRUE(browser.getSelection().empty());
+}
+
+TEST_F(EntriesTest, RemoveGoesOnWithTheSelectionWhenSelectAllOfTheRootFails) {
+    fs::create_directories(root / "b" / "deep");
+    ASSERT_TRUE(browser.selectToggle(1));
+    // The root goes away after the selection was made; its entries go with it.
+    fs::path const moved = scratch.path() / "moved";
+    fs::rename(root, moved);
+    browser.setSelectAll(true);
+    KernelLogMark mark;
+
+    EXPECT_TRUE(browser.remove());
+
+    EXPECT_TRUE(mark.loggedWith("Warn", "Could not select all of root " + root.string() + ": "));
+    EXPECT_TRUE(mark.logged("LogLight", "Deleting " + (root / "b").string()));
+    EXPECT_THAT(progress, ElementsAre(100.0f));
+    EXPECT_TRUE(browser.getSelection().empty());
+    EXPECT_TRUE(fs::exists(moved / "b" / "deep"));
+    fs::rename(moved, root);
 }
 
 TEST_F(EntriesTest, ExpandAndCollapseActOnFolderEntriesOnly) {
@@ -117,7 +155,7 @@ TEST_F(EntriesTest, ExpandAndCollapseActOnFolderEntriesOnly) {
     EXPECT_TRUE(browser.collapse(1));
     EXPECT_FALSE(browser.isExpanded());
     // Expanding does not move the browser.
-    EXPECT_EQ(browser.currentPath(), root);
+    EXPECT_EQ(browser.currentPath(), root / "");
 }
 
 TEST_F(EntriesTest, ExpandToggleFlipsTheFlagOnAFolder) {
@@ -216,7 +254,8 @@ TEST_F(EntriesTest, ListingFailuresAddressNoEntry) {
     EXPECT_FALSE(browser.selectToggle(0));
     EXPECT_FALSE(browser.directoryEmpty(0));
     EXPECT_FALSE(browser.rename(0, "x"));
-    EXPECT_TRUE(mark.loggedWith("LogLight", "Could not ls directory " + root.string() + ": "));
+    EXPECT_TRUE(
+        mark.loggedWith("LogLight", "Could not ls directory " + (root / "").string() + ": "));
 }
 
 // A folder whose full path is longer than the system accepts, below a folder

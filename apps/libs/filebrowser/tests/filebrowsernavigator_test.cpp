@@ -94,14 +94,32 @@ TEST_F(BrowserTest, LinksAreFollowed) {
     fs::create_directory_symlink(root / "real", root / "to-folder");
     fs::create_symlink(root / "real.stp", root / "to-file.stp");
     fs::create_symlink(root / "nowhere", root / "dangling.stp");
-    fs::create_symlink(root / "loop.stp", root / "loop.stp");
     fs::create_directory_symlink(outside, root / "to-outside");
-    EXPECT_THAT(entries(),
-                ElementsAre(Listed{"real", 0, Folder, false}, Listed{"to-folder", 1, Folder, false},
-                            Listed{"to-outside", 2, Folder, false},
-                            Listed{"dangling.stp", 3, File, false},
-                            Listed{"loop.stp", 4, File, false}, Listed{"real.stp", 5, File, false},
-                            Listed{"to-file.stp", 6, File, true}));
+    EXPECT_THAT(
+        entries(),
+        ElementsAre(Listed{"real", 0, Folder, false}, Listed{"to-folder", 1, Folder, false},
+                    Listed{"to-outside", 2, Folder, false}, Listed{"dangling.stp", 3, File, false},
+                    Listed{"real.stp", 4, File, false}, Listed{"to-file.stp", 5, File, true}));
+}
+
+TEST_F(BrowserTest, AnEntryWhoseStatusFailsIsLoggedAndListsNothing) {
+    fs::create_directories(root / "real");
+    writeFile(root / "real.stp");
+    fs::create_symlink(root / "loop.stp", root / "loop.stp");
+    KernelLogMark mark;
+    int calls = 0;
+    EXPECT_NO_THROW(browser.ls([&calls](FileBrowserBase::EntryInfo const&) { ++calls; }));
+    EXPECT_EQ(calls, 0);
+    EXPECT_TRUE(mark.loggedWith("LogLight", "Could not ls directory " + (root / "").string() +
+                                                ": filesystem error: "));
+}
+
+TEST_F(BrowserTest, AtTheRootTheCurrentPathIsTheRootJoinedWithAnEmptyPath) {
+    EXPECT_EQ(browser.currentPath().string(), root.string() + "/");
+    fs::remove_all(root);
+    KernelLogMark mark;
+    EXPECT_THAT(listed(), IsEmpty());
+    EXPECT_TRUE(mark.loggedWith("LogLight", "Could not ls directory " + root.string() + "/: "));
 }
 
 TEST_F(BrowserTest, AMissingFolderIsLoggedAndListsNothing) {
@@ -111,7 +129,7 @@ TEST_F(BrowserTest, AMissingFolderIsLoggedAndListsNothing) {
     int calls = 0;
     EXPECT_NO_THROW(browser.ls([&calls](FileBrowserBase::EntryInfo const&) { ++calls; }));
     EXPECT_EQ(calls, 0);
-    EXPECT_TRUE(mark.loggedWith("LogLight", "Could not ls directory " + missing.string() +
+    EXPECT_TRUE(mark.loggedWith("LogLight", "Could not ls directory " + (missing / "").string() +
                                                 ": filesystem error: "));
 }
 
@@ -145,7 +163,7 @@ TEST_F(BrowserTest, CdUpAndCdRootAtTheRootChangeNothingAndLogNothing) {
     KernelLogMark mark;
     browser.cdUp();
     browser.cdRoot();
-    EXPECT_EQ(browser.currentPath(), root);
+    EXPECT_EQ(browser.currentPath(), root / "");
     EXPECT_EQ(std::as_const(browser).relativePath(), fs::path());
     EXPECT_FALSE(mark.mentions("Changing to"));
 }
@@ -170,7 +188,7 @@ TEST_F(BrowserTest, CdResolvesAgainstTheWorkingFolderAndIsLogged) {
     EXPECT_EQ(browser.currentPath(), root / "sub");
     EXPECT_TRUE(mark.logged("LogLight", "Changing to parent directory " + (root / "sub").string()));
     browser.cdRoot();
-    EXPECT_EQ(browser.currentPath(), root);
+    EXPECT_EQ(browser.currentPath(), root / "");
     EXPECT_EQ(std::as_const(browser).relativePath(), fs::path());
     EXPECT_TRUE(mark.logged("LogLight", "Changing to root directory " + root.string()));
 }
@@ -179,7 +197,7 @@ TEST_F(BrowserTest, CdOutsideTheWorkingFolderNeedsTheFullPath) {
     fs::create_directories(root / "sub");
     fs::current_path(outside);
     EXPECT_THROW(browser.cd("sub"), fs::filesystem_error);
-    EXPECT_EQ(browser.currentPath(), root);
+    EXPECT_EQ(browser.currentPath(), root / "");
     browser.cd(browser.path(0).string());
     EXPECT_EQ(browser.currentPath(), root / "sub");
 }

@@ -1,0 +1,34 @@
+#include "catalogue.h"
+
+#include "log.h"
+
+namespace {
+constexpr CatalogueTables EMPTY_CATALOGUE{nullptr, 0, nullptr, 0, nullptr, 0};
+} // namespace
+
+const CatalogueTables* gCatalogueTables = &EMPTY_CATALOGUE;
+
+namespace Catalogue {
+
+std::optional<uint32_t> findEnum(std::string_view name) {
+    for (uint32_t enumIndex = 0; enumIndex < tables().enumCount; ++enumIndex) {
+        if (name == tables().enums[enumIndex].name) {
+            return enumIndex;
+        }
+    }
+    return std::nullopt;
+}
+
+const EnumInfo& enumNamed(const char* name) {
+    const std::optional<uint32_t> found = findEnum(name);
+    if (!found) {
+        THROW_ERROR("Unknown enum \"%s\"", name);
+    }
+    return tables().enums[*found];
+}
+
+Installer::Installer(const CatalogueTables& tables) {
+    gCatalogueTables = &tables;
+}
+
+} // namespace Catalogue

@@ -1,0 +1,98 @@
+// The start-up over the generated data of the memories (memorydata.h): creating or opening the
+// memories and writing their start values, the broker connection and the service's subscriptions.
+#include "catalogue.h"
+#include "eventpoll.h"
+#include "log.h"
+#include "memories.h"
+#include "memorydata.h"
+#include "serverconnection.h"
+
+#include <bit>
+#include <cstring>
+
+static_assert(std::endian::native == std::endian::little,
+              "the default records are stored little-endian");
+
+namespace gen {
+
+namespace {
+
+// Writes the start values of one memory into its mapped data.
+void writeStartValues(uint32_t memory, uint8_t* data) {
+    const MemoryData& entry = MEMORY_DATA[memory];
+    const uint32_t size = entry.segment->getSize();
+    switch (entry.start) {
+    case MemoryStart::Zeroed:
+        std::memset(data, 0, size);
+        break;
+    case MemoryStart::Fill:
+        for (uint32_t offset = 0; offset < size; offset += sizeof entry.fill) {
+            std::memcpy(data + offset, &entry.fill, sizeof entry.fill);
+        }
+        break;
+    case MemoryStart::Defaults: {
+        const std::vector<uint8_t> image = defaultImage(memory);
+        std::memcpy(data, image.data(), size);
+        break;
+    }
+    }
+}
+
+} // namespace
+
+SharedMemory& getSharedMemory(uint32_t memory) {
+    return *MEMORY_DATA[memory].segment;
+}
+
+std::vector<uint8_t> defaultImage(uint32_t memory) {
+    std::vector<uint8_t> image(MEMORY_DATA[memory].segment->getSize(), 0);
+    for (const DefaultPiece* piece = MEMORY_DATA[memory].defaults; piece->bytes; ++piece) {
+        std::memcpy(image.data() + piece->offset, piece->bytes, piece->length);
+    }
+    return image;
+}
+
+void initMemories() {
+    for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
+        SharedMemory& segment = *MEMORY_DATA[memory].segment;
+        segment.create();
+        uint8_t* data = segment.address();
+        *MEMORY_DATA[memory].base = data;
+        writeStartValues(memory, data);
+    }
+}
+
+void openMemory(uint32_t memory) {
+    MEMORY_DATA[memory].segment->open();
+    *MEMORY_DATA[memory].base = MEMORY_DATA[memory].segment->address();
+}
+
+void openMemories() {
+    for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
+        openMemory(memory);
+    }
+}
+
+void init() {
+    processPreInit();
+    initMemories();
+    gServerConnection = new ServerConnection(getEventPoll());
+    subscribeNotifications();
+    const VariablePlace level = SERVICE_LOG_LEVEL;
+    gComponentLogLevel =
+        reinterpret_cast<LogLevel*>(*MEMORY_DATA[level.memory].base + level.offset);
+    processPostInit();
+}
+
+// Subscribes, in this order, the change events that the service handles.
+void subscribeNotifications() {
+    ServerConnection* connection = getServerConnection();
+    if (connection == nullptr) {
+        THROW_ERROR("Trying to subscribe without server connection");
+    }
+    for (uint32_t i = 0; i < SUBSCRIPTION_COUNT; ++i) {
+        connection->subscribe(Notify{SUBSCRIPTIONS[i], 0, 0});
+    }
+}
+
+} // namespace gen

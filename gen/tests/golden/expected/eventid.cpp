@@ -1,0 +1,24 @@
+// Generated from gen/model by gen/generator. Do not edit.
+#include "eventid.h"
+
+const char* const EVENT_NAME[EVENT_ID_COUNT] = {
+    "Invalid",
+    "Subscribe",
+    "Unsubscribe",
+    "SubscribeAll",
+    "UnsubscribeAll",
+    "CalibAllMotor",
+    "VarBrightnessChanged",
+    "VarGainChanged",
+    "VarEnabledChanged",
+    "VarTitleChanged",
+    "VarTintChanged",
+    "VarCodeChanged",
+    "VarMaskChanged",
+    "VarPointsChanged",
+    "VarReadyChanged",
+    "VarBusyChanged",
+    "VarServiceLevelChanged",
+    "VarOtherLevelChanged",
+    "VarRemoteValueChanged",
+};
