@@ -6,7 +6,7 @@
 #include "commands.h"
 #include "device.h"
 #include "introspection.h"
-#include "jsonstream.h"
+#include "jsonrelay.h"
 #include "jsonvalue.h"
 #include "names.h"
 
@@ -25,7 +25,7 @@ void element(JsonStream& stream, uint32_t memory, uint32_t variable, const std::
         stream.raw(text);
         return;
     case BaseStruct:
-        stream.document(text);
+        relayJson(stream, text);
         return;
     default:
         stream.raw(typedValue(memory, variable, text).dump());

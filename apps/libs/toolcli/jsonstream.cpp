@@ -1,65 +1,7 @@
 #include "jsonstream.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
-
-namespace {
-
-using Json = nlohmann::ordered_json;
-
-// Forwards the parser's events to the stream.
-class Relay : public nlohmann::json_sax<Json> {
-public:
-    explicit Relay(JsonStream& stream) : stream(stream) {}
-
-    bool null() override { return put("null"); }
-    bool boolean(bool value) override { return put(value ? "true" : "false"); }
-    bool number_integer(number_integer_t value) override { return put(std::to_string(value)); }
-    bool number_unsigned(number_unsigned_t value) override { return put(std::to_string(value)); }
-    bool number_float(number_float_t value, const string_t&) override {
-        return put(Json(value).dump());
-    }
-    bool string(string_t& value) override {
-        stream.string(value);
-        return true;
-    }
-    bool binary(binary_t&) override { return false; }
-    bool start_object(std::size_t) override {
-        stream.beginObject();
-        return true;
-    }
-    bool key(string_t& name) override {
-        stream.key(name);
-        return true;
-    }
-    bool end_object() override {
-        stream.end();
-        return true;
-    }
-    bool start_array(std::size_t) override {
-        stream.beginArray();
-        return true;
-    }
-    bool end_array() override {
-        stream.end();
-        return true;
-    }
-    bool parse_error(std::size_t, const std::string&,
-                     const nlohmann::detail::exception& error) override {
-        throw std::runtime_error(error.what());
-    }
-
-private:
-    bool put(std::string_view json) {
-        stream.raw(json);
-        return true;
-    }
-
-    JsonStream& stream;
-};
-
-} // namespace
+#include <cstdint>
 
 namespace {
 
@@ -96,19 +38,58 @@ const char* escapeOf(unsigned char byte, char (&scratch)[7]) {
     }
 }
 
+// The length of the valid UTF-8 sequence that starts at text[at], or 0.
+size_t sequenceLength(std::string_view text, size_t at) {
+    static const uint32_t SMALLEST[] = {0, 0, 0x80, 0x800, 0x10000};
+    const auto lead = static_cast<unsigned char>(text[at]);
+    size_t length = 0;
+    uint32_t code = 0;
+    if (lead < 0x80) {
+        return 1;
+    } else if ((lead & 0xE0) == 0xC0) {
+        length = 2;
+        code = lead & 0x1F;
+    } else if ((lead & 0xF0) == 0xE0) {
+        length = 3;
+        code = lead & 0x0F;
+    } else if ((lead & 0xF8) == 0xF0) {
+        length = 4;
+        code = lead & 0x07;
+    } else {
+        return 0;
+    }
+    if (at + length > text.size()) {
+        return 0;
+    }
+    for (size_t k = 1; k < length; ++k) {
+        const auto next = static_cast<unsigned char>(text[at + k]);
+        if ((next & 0xC0) != 0x80) {
+            return 0;
+        }
+        code = (code << 6) | (next & 0x3F);
+    }
+    const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
+    return code < SMALLEST[length] || code > 0x10FFFF || surrogate ? 0 : length;
+}
+
 } // namespace
 
 void JsonStream::writeQuoted(std::string_view text) {
+    static const std::string_view REPLACEMENT = "\xEF\xBF\xBD";
     put('"');
     char scratch[7];
     size_t plain = 0;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const char* escape = escapeOf(static_cast<unsigned char>(text[i]), scratch);
-        if (escape != nullptr) {
-            put(text.substr(plain, i - plain));
-            put(escape);
-            plain = i + 1;
+    for (size_t i = 0; i < text.size();) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const char* escape = escapeOf(byte, scratch);
+        const size_t length = byte < 0x80 ? 1 : sequenceLength(text, i);
+        if (escape == nullptr && length > 0) {
+            i += length;
+            continue;
         }
+        put(text.substr(plain, i - plain));
+        put(escape != nullptr ? std::string_view(escape) : REPLACEMENT);
+        plain = ++i;
     }
     put(text.substr(plain));
     put('"');
@@ -177,11 +158,6 @@ void JsonStream::raw(std::string_view json) {
 void JsonStream::string(std::string_view text) {
     beforeValue();
     writeQuoted(text);
-}
-
-void JsonStream::document(const std::string& json) {
-    Relay relay(*this);
-    Json::sax_parse(json, &relay);
 }
 
 void JsonStream::put(std::string_view text) {

@@ -1,7 +1,7 @@
-// JSON written as it is produced, laid out byte for byte as nlohmann's
-// dump(indent) lays out the same document (dump(-1) when the indent is
-// negative): objects and arrays are opened, filled and closed in turn, so
-// that nothing but the current path is held in memory.
+// JSON written as it is produced, laid out byte for byte as the JSON library
+// (nlohmann) lays out the same document with dump(indent), or dump(-1) when
+// the indent is negative: objects and arrays are opened, filled and closed in
+// turn, so that nothing but the current path is held in memory.
 #pragma once
 
 #include <cstdio>
@@ -25,9 +25,6 @@ public:
     void raw(std::string_view json);
     // A string value, given unescaped.
     void string(std::string_view text);
-    // A JSON text re-laid out as a value of this stream; throws the parser's
-    // error when it is not valid JSON.
-    void document(const std::string& json);
     // Hands what is written so far to the FILE.
     void flush();
 
@@ -41,8 +38,9 @@ private:
     void newline(size_t depth);
     void begin(bool object, char bracket);
     // `text` as a JSON string literal, escaped as nlohmann escapes it (control
-    // characters, quote and backslash; other bytes as they are); `text` must
-    // be valid UTF-8.
+    // characters, quote and backslash; other bytes as they are).  A byte that
+    // is not part of valid UTF-8 is written as U+FFFD, the replacement
+    // character, so that the output stays JSON.
     void writeQuoted(std::string_view text);
 
     // Output is gathered in pieces of about this size before each write.
