@@ -59,6 +59,16 @@ bool asksForHelp(const std::vector<std::string>& words) {
     return false;
 }
 
+// Each line of the message as "PROGRAM COMMAND: line".
+void printError(const Program& program, const Command& command, const std::string& message) {
+    for (size_t start = 0; start <= message.size();) {
+        const size_t end = std::min(message.find('\n', start), message.size());
+        std::fprintf(stderr, "%s %s: %.*s\n", program.name, command.name,
+                     static_cast<int>(end - start), message.data() + start);
+        start = end + 1;
+    }
+}
+
 int runCommand(const Program& program, const Command& command,
                const std::vector<std::string>& words) {
     if (asksForHelp(words)) {
@@ -68,17 +78,11 @@ int runCommand(const Program& program, const Command& command,
     try {
         return command.run(Arguments(words, command.flags, command.valued));
     } catch (const UsageError& error) {
-        std::fprintf(stderr, "%s %s: %s\nUsage: %s\n", program.name, command.name, error.what(),
-                     command.synopsis);
+        printError(program, command, error.what());
+        std::fprintf(stderr, "Usage: %s\n", command.synopsis);
         return ExitUsage;
     } catch (const std::exception& error) {
-        const std::string message = errorMessage(error);
-        for (size_t start = 0; start <= message.size();) {
-            const size_t end = std::min(message.find('\n', start), message.size());
-            std::fprintf(stderr, "%s %s: %.*s\n", program.name, command.name,
-                         static_cast<int>(end - start), message.data() + start);
-            start = end + 1;
-        }
+        printError(program, command, errorMessage(error));
         return ExitFailure;
     }
 }

@@ -3,7 +3,8 @@
 // `COMMAND -h`/`--help` for each command, suggestions for a mistyped
 // command, and one way of turning errors into messages and exit statuses:
 // UsageError -> "PROGRAM COMMAND: message" and the command's synopsis, exit 2;
-// any other error -> "PROGRAM COMMAND: message", exit 1.
+// any other error -> "PROGRAM COMMAND: message", exit 1.  A message of several
+// lines gets the "PROGRAM COMMAND: " prefix on each.
 //
 // "-h" and "--help" ask for help wherever they stand before a "--"; a value
 // that is one of those words goes after "--".

@@ -27,11 +27,16 @@ int fail(const Arguments&) {
     THROW_ERROR("Could not send message to %s", "server");
 }
 
+int refuse(const Arguments&) {
+    throw Failure("a: one\nb: two");
+}
+
 const Program PROGRAM = {"tool",
                          "Does things.",
                          "Exit status: 0 done.",
                          {{"go", "tool go THING", "Goes to THING.", {}, {}, succeed},
-                          {"break", "tool break", "Breaks.", {}, {}, fail}}};
+                          {"break", "tool break", "Breaks.", {}, {}, fail},
+                          {"refuse", "tool refuse", "Refuses.", {}, {}, refuse}}};
 
 struct Output {
     int status;
@@ -104,6 +109,12 @@ TEST(Program, AFailureShowsTheMessageWithoutItsSourceLocation) {
     EXPECT_EQ(failed.status, ExitFailure);
     EXPECT_EQ(failed.err, "tool break: Could not send message to server\n");
     EXPECT_EQ(kmsg.lines().size(), 1u) << "the location stays in the kernel log";
+}
+
+TEST(Program, EachLineOfAMessageIsPrefixed) {
+    const Output refused = run({"refuse"});
+    EXPECT_EQ(refused.status, ExitFailure);
+    EXPECT_EQ(refused.err, "tool refuse: a: one\ntool refuse: b: two\n");
 }
 
 TEST(ErrorMessage, DropsOnlyAWholeLocationField) {
