@@ -9,6 +9,7 @@
 #include "jsonrelay.h"
 #include "jsonvalue.h"
 #include "names.h"
+#include "program.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -79,7 +80,7 @@ int dumpMemories(const Arguments& arguments) {
                 stream.flush();
                 throw Failure(std::string(Introspection::getMemName(memory)) + "." +
                               Introspection::getVarName(memory, variable) +
-                              " cannot be written as JSON: " + error.what());
+                              " cannot be written as JSON: " + errorMessage(error));
             }
         }
         stream.end();
