@@ -1,7 +1,10 @@
 // memtool dump: the memories as one JSON document, memory name -> variable
 // name -> typed value, laid out exactly as nlohmann's dump lays out the whole
 // document but written value by value as the memories are read, so that
-// neither the document nor any tree of it is ever held in memory.
+// neither the document nor any tree of it is ever held in memory.  A value
+// that cannot be written as JSON (a text that is not UTF-8, a struct text that
+// does not parse) ends the output there: the command fails naming the
+// variable, where a whole-document dump would have printed nothing.
 #include "catalogue.h"
 #include "commands.h"
 #include "device.h"

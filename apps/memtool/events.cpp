@@ -1,4 +1,10 @@
 // memtool post, watch and request: the commands that talk to the broker.
+//
+// watch --values looks each event's variable up in the catalogue and reads the
+// value it holds when the record is printed.  An event of no variable has no
+// memory, variable, index or value (null in JSON, "(no variable)" in text); an
+// element index outside the array or a memory that is not present gives no
+// value ("n/a"); a whole-array event shows every element, "[a, b, ...]".
 #include "commands.h"
 #include "device.h"
 #include "eventpoll.h"

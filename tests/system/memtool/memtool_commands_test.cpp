@@ -19,12 +19,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-int32_t readInt(const uint8_t* address) {
-    int32_t value;
-    std::memcpy(&value, address, 4);
-    return value;
-}
-
 std::vector<uint32_t> ids(const std::vector<Notify>& posted) {
     std::vector<uint32_t> list;
     for (const Notify& notify : posted) {

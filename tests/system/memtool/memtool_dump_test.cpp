@@ -132,11 +132,8 @@ TEST_F(MemtoolDump, LoadStoresTheChangedValuesThroughTheSetters) {
 
     const Result load = runMemtool({"load", path});
     ASSERT_EQ(load.status, 0) << load.err;
-    int32_t number;
-    std::memcpy(&number, variableAddress("MemPersistent", "AUXTorque"), 4);
-    EXPECT_EQ(number, 3);
-    std::memcpy(&number, variableAddress("MemHwControl", "KnobLinearizationTable", 3), 4);
-    EXPECT_EQ(number, -5);
+    EXPECT_EQ(readInt(variableAddress("MemPersistent", "AUXTorque")), 3);
+    EXPECT_EQ(readInt(variableAddress("MemHwControl", "KnobLinearizationTable", 3)), -5);
     EXPECT_STREQ(
         reinterpret_cast<const char*>(variableAddress("MemPersistent", "LensFileFavouriteFolder")),
         "/var/LENS \"A\"/");

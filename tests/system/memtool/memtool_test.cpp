@@ -18,12 +18,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-int32_t readInt(uint8_t* address) {
-    int32_t value;
-    std::memcpy(&value, address, 4);
-    return value;
-}
-
 class Memtool : public MemtoolDevice {};
 
 TEST_F(Memtool, ListsTheMemories) {
@@ -416,6 +410,8 @@ TEST_F(Memtool, WithoutABrokerOnlyTheReadingCommandsWork) {
                       "memtool " + arguments[0] + ": cannot connect to the message broker: ", 0),
                   0u)
             << result.err;
+        EXPECT_EQ(result.err.find(".cpp:"), std::string::npos)
+            << "the source location stays in the kernel log: " << result.err;
     }
     EXPECT_EQ(readInt(variableAddress("MemPersistent", "AUXTorque")), 2) << "nothing written";
     EXPECT_EQ(*variableAddress("MemUserSetups", "UserSetupAddNew"), 0);

@@ -23,6 +23,12 @@ uint8_t* variableAddress(const std::string& memory, const std::string& variable,
     return entry.memoryBase + entry.offset + element * entry.elementSize;
 }
 
+int32_t readInt(const uint8_t* address) {
+    int32_t value;
+    std::memcpy(&value, address, sizeof value);
+    return value;
+}
+
 uint8_t* memberAddress(const std::string& memory, const std::string& variable, uint32_t element,
                        const std::string& member) {
     const uint32_t m = Introspection::getMemIndex(memory);

@@ -21,6 +21,9 @@ namespace memtooltest {
 uint8_t* variableAddress(const std::string& memory, const std::string& variable,
                          uint32_t element = 0);
 
+// The 32-bit int stored at `address`.
+int32_t readInt(const uint8_t* address);
+
 // The address of a struct member in element `element` of a struct variable.
 uint8_t* memberAddress(const std::string& memory, const std::string& variable, uint32_t element,
                        const std::string& member);
