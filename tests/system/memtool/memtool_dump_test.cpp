@@ -147,6 +147,16 @@ TEST_F(MemtoolDump, LoadStoresTheChangedValuesThroughTheSetters) {
                           VarRecentLensFilesChanged, VarKnobLinearizationTableChanged}));
 }
 
+TEST_F(MemtoolDump, LoadReadsStandardInput) {
+    const std::string path = writeFile("input.json", R"({"MemPersistent": {"AUXTorque": 4}})");
+    const Result load = runMemtoolReading({"load", "-"}, path);
+    EXPECT_EQ(load.status, 0) << load.err;
+    EXPECT_EQ(readInt(variableAddress("MemPersistent", "AUXTorque")), 4);
+    const Result bad = runMemtoolReading({"load", "-"}, writeFile("input.json", "{"));
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_EQ(bad.err.rfind("memtool load: standard input is not valid JSON: ", 0), 0u) << bad.err;
+}
+
 TEST_F(MemtoolDump, ABadValueAnywhereListsEveryProblemAndStoresNothing) {
     const std::string path = writeFile("bad.json", R"({
   "MemPersistent": {
