@@ -229,7 +229,14 @@ int runRequest(const Arguments& arguments) {
         if (!setHere) {
             return Failure(what + " (it was already set before; left as it is)");
         }
-        Introspection::setVarValue(memory, variable, "false");
+        try {
+            Introspection::setVarValue(memory, variable, "false");
+        } catch (const std::exception& error) {
+            return Failure(what +
+                           "; memtool set the flag back to false but could not post its "
+                           "event: " +
+                           errorMessage(error));
+        }
         return Failure(what + "; memtool set the flag back to false");
     };
     constexpr int CHECK_INTERVAL_MS = 100;
