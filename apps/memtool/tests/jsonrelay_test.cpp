@@ -2,11 +2,11 @@
 // JSON library's dump does, pretty and compact.
 #include "jsonrelay.h"
 
+#include "memoryfile.h"
+
 #include <nlohmann/json.hpp>
 
 #include <gtest/gtest.h>
-
-#include <cstdio>
 
 namespace {
 
@@ -21,13 +21,11 @@ const char* const SAMPLES[] = {
     "42",
 };
 
-// What the stream writes for {"value": <json>} with this indent.
+// What the stream writes for {"value": <json>, "after": [a text]} with this indent.
 std::string streamed(const std::string& json, int indent) {
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* out = ::open_memstream(&text, &size);
+    testsupport::MemoryFile out;
     {
-        JsonStream stream(out, indent);
+        JsonStream stream(out.file(), indent);
         stream.beginObject();
         stream.key("value");
         relayJson(stream, json);
@@ -37,10 +35,7 @@ std::string streamed(const std::string& json, int indent) {
         stream.end();
         stream.end();
     }
-    std::fclose(out);
-    std::string result(text, size);
-    std::free(text);
-    return result;
+    return out.text();
 }
 
 TEST(JsonRelay, LaysOutAsTheLibrarysDump) {

@@ -1,25 +1,21 @@
 // JsonStream: layout, escapes, and bytes that are not UTF-8.
 #include "jsonstream.h"
 
+#include "memoryfile.h"
+
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <functional>
 
 namespace {
 
 std::string written(int indent, const std::function<void(JsonStream&)>& write) {
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* out = ::open_memstream(&text, &size);
+    testsupport::MemoryFile out;
     {
-        JsonStream stream(out, indent);
+        JsonStream stream(out.file(), indent);
         write(stream);
     }
-    std::fclose(out);
-    std::string result(text, size);
-    std::free(text);
-    return result;
+    return out.text();
 }
 
 TEST(JsonStream, PrettyAndCompact) {
