@@ -21,32 +21,56 @@
 
 namespace {
 
+// Writes struct texts as JSON values of the stream.  The elements of a struct
+// array often repeat (defaults, empty slots): an element whose text equals the
+// one before it is written from the bytes laid out for that one.
+class StructWriter {
+public:
+    explicit StructWriter(int indent) : indent(indent) {}
+
+    void write(JsonStream& stream, std::string text) {
+        if (text != lastText) {
+            JsonStream piece(nullptr, indent, stream.depth());
+            relayJson(piece, text);
+            lastBytes = piece.take();
+            lastText = std::move(text);
+        }
+        stream.raw(lastBytes);
+    }
+
+private:
+    int indent;
+    std::string lastText;
+    std::string lastBytes;
+};
+
 // One element as its typed JSON value would be dumped.
-void element(JsonStream& stream, uint32_t memory, uint32_t variable, const std::string& text) {
+void element(JsonStream& stream, StructWriter& structs, uint32_t memory, uint32_t variable,
+             std::string text) {
     switch (Introspection::getVarBaseType(memory, variable)) {
     case BaseInt:
     case BaseBool:
         stream.raw(text);
         return;
     case BaseStruct:
-        relayJson(stream, text);
+        structs.write(stream, std::move(text));
         return;
     default:
         stream.raw(typedValue(memory, variable, text).dump());
     }
 }
 
-void variableValue(JsonStream& stream, uint32_t memory, uint32_t variable) {
+void variableValue(JsonStream& stream, StructWriter& structs, uint32_t memory, uint32_t variable) {
     const auto text = [&](uint32_t index) {
         return Introspection::getVarValue(memory, variable, static_cast<int>(index));
     };
     if (!Introspection::isArray(memory, variable)) {
-        element(stream, memory, variable, text(0));
+        element(stream, structs, memory, variable, text(0));
         return;
     }
     stream.beginArray();
     for (uint32_t index = 0; index < Introspection::getElementCount(memory, variable); ++index) {
-        element(stream, memory, variable, text(index));
+        element(stream, structs, memory, variable, text(index));
     }
     stream.end();
 }
@@ -70,7 +94,9 @@ int dumpMemories(const Arguments& arguments) {
     for (uint32_t memory : memories) {
         openMemory(memory);
     }
-    JsonStream stream(stdout, arguments.has("--compact") ? -1 : 2);
+    const int indent = arguments.has("--compact") ? -1 : 2;
+    JsonStream stream(stdout, indent);
+    StructWriter structs(indent);
     stream.beginObject();
     for (uint32_t memory : memories) {
         stream.key(Introspection::getMemName(memory));
@@ -78,7 +104,7 @@ int dumpMemories(const Arguments& arguments) {
         for (uint32_t variable = 0; variable < Introspection::getVarCount(memory); ++variable) {
             stream.key(Introspection::getVarName(memory, variable));
             try {
-                variableValue(stream, memory, variable);
+                variableValue(stream, structs, memory, variable);
             } catch (const std::exception& error) {
                 stream.flush();
                 throw Failure(std::string(Introspection::getMemName(memory)) + "." +

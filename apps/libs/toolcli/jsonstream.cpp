@@ -115,7 +115,7 @@ void JsonStream::beforeValue() {
     if (levels.back().count++ > 0) {
         put(',');
     }
-    newline(levels.size());
+    newline(depth());
 }
 
 void JsonStream::begin(bool object, char bracket) {
@@ -136,7 +136,7 @@ void JsonStream::end() {
     const Level level = levels.back();
     levels.pop_back();
     if (level.count > 0) {
-        newline(levels.size());
+        newline(depth());
     }
     put(level.object ? '}' : ']');
 }
@@ -145,7 +145,7 @@ void JsonStream::key(std::string_view name) {
     if (levels.back().count++ > 0) {
         put(',');
     }
-    newline(levels.size());
+    newline(depth());
     writeQuoted(name);
     put(indent < 0 ? ":" : ": ");
 }
@@ -162,7 +162,7 @@ void JsonStream::string(std::string_view text) {
 
 void JsonStream::put(std::string_view text) {
     pending.append(text);
-    if (pending.size() >= FLUSH_SIZE) {
+    if (out != nullptr && pending.size() >= FLUSH_SIZE) {
         flush();
     }
 }
@@ -172,6 +172,14 @@ void JsonStream::put(char c) {
 }
 
 void JsonStream::flush() {
-    std::fwrite(pending.data(), 1, pending.size(), out);
-    pending.clear();
+    if (out != nullptr) {
+        std::fwrite(pending.data(), 1, pending.size(), out);
+        pending.clear();
+    }
+}
+
+std::string JsonStream::take() {
+    std::string taken;
+    taken.swap(pending);
+    return taken;
 }

@@ -11,7 +11,10 @@
 
 class JsonStream {
 public:
-    JsonStream(FILE* out, int indent) : out(out), indent(indent) {}
+    // Writes to `out`, or keeps everything for take() when `out` is null.  A
+    // stream that writes a piece of a larger document starts at the depth
+    // where the piece goes.
+    JsonStream(FILE* out, int indent, size_t depth = 0) : out(out), indent(indent), base(depth) {}
     ~JsonStream() { flush(); }
     JsonStream(const JsonStream&) = delete;
     JsonStream& operator=(const JsonStream&) = delete;
@@ -27,6 +30,10 @@ public:
     void string(std::string_view text);
     // Hands what is written so far to the FILE.
     void flush();
+    // What a stream without a FILE has written so far; it starts afresh.
+    std::string take();
+    // The depth of the next value: the open objects and arrays, and the start depth.
+    size_t depth() const { return base + levels.size(); }
 
 private:
     struct Level {
@@ -51,6 +58,7 @@ private:
 
     FILE* out;
     int indent;
+    size_t base;
     std::string pending;
     std::vector<Level> levels;
 };

@@ -35,6 +35,24 @@ TEST(JsonStream, PrettyAndCompact) {
     EXPECT_EQ(written(-1, document), "{\"a\":1,\"b\":[\"x\",{}]}");
 }
 
+TEST(JsonStream, APieceLaidOutAtItsDepthFitsTheDocument) {
+    JsonStream piece(nullptr, 2, 1);
+    piece.beginArray();
+    piece.raw("1");
+    piece.end();
+    const std::string bytes = piece.take();
+    EXPECT_EQ(bytes, "[\n    1\n  ]");
+    EXPECT_EQ(piece.take(), "");
+    const std::string document = written(2, [&](JsonStream& stream) {
+        stream.beginObject();
+        stream.key("a");
+        EXPECT_EQ(stream.depth(), 1u);
+        stream.raw(bytes);
+        stream.end();
+    });
+    EXPECT_EQ(document, "{\n  \"a\": [\n    1\n  ]\n}");
+}
+
 TEST(JsonStream, EscapesAndReplacesWhatIsNotUtf8) {
     const auto text = [](const std::string& value) {
         return written(-1, [&](JsonStream& stream) { stream.string(value); });
