@@ -1,9 +1,12 @@
 // hwinfo: reads and writes the hardware record and the boot status register
 // from the command line, for the factory and for service work.
 //
-// Every command opens the record the way the settings service does at start
-// (HwInfo::initialize), so a shorter record is extended and a record with a
-// wrong checksum is reset to its defaults before the command runs.
+// The reading commands (print, get, parameters) never write: they judge the
+// record as the settings service does at start, and a record with a wrong
+// length or checksum is reported, left exactly as it is, and the command
+// fails.  Only set and reset write.  set first repairs a record that is not
+// valid as the service would (HwInfo::initialize: a shorter record is
+// extended, a wrong one reset to its defaults) and says so.
 //
 // "set" checks every assignment (key known, not private, text short enough,
 // number valid) before it writes any, so a rejected command line leaves the
@@ -11,144 +14,301 @@
 // first non-digit, as the record's own conversion does ("12abc" stores 12).
 //
 // Exit status: 0 done, 1 the command failed and nothing was written, 2 wrong
-// usage.
+// usage (an unknown command, option or key included).
+#include "closest.h"
 #include "hwinfo.h"
+#include "jsonstream.h"
+#include "program.h"
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace {
 
-constexpr int EXIT_FAILED = 1;
-constexpr int EXIT_USAGE = 2;
+using Field = HwInfo::Field;
 
-constexpr char const* USAGE =
-    "Usage: hwinfo COMMAND\n"
-    "Reads and writes the unit's hardware record (1 MiB into /dev/mmcblk1) and its\n"
-    "boot status register (through /dev/mem).\n"
-    "\n"
-    "Commands:\n"
-    "  print              every field except hidden ones, with its value\n"
-    "  parameters         the names of the fields that can be written\n"
-    "  get KEY            the value of one field\n"
-    "  set KEY=VALUE...   writes one or more fields; all are checked first and\n"
-    "                     nothing is written if any is rejected\n"
-    "  reset              resets the record to its defaults (the register is kept)\n"
-    "  --help             this text\n"
-    "\n"
-    "Opening the record checks it as the settings service does: a shorter record\n"
-    "is extended, a record with a wrong checksum is reset to its defaults.\n"
-    "Exit status: 0 done, 1 failed (nothing written), 2 wrong usage.\n";
-
-int usageError() {
-    std::fputs(USAGE, stderr);
-    return EXIT_USAGE;
+bool isNumber(Field const& field) {
+    return field.kind != PersistentInfo::TextKind;
 }
 
-int failed(std::string const& message) {
-    std::fprintf(stderr, "hwinfo: %s\n", message.c_str());
-    return EXIT_FAILED;
+bool isHidden(Field const& field) {
+    return (field.flags & PersistentInfo::Hidden) != 0;
 }
 
-// The message of an error: logged errors carry their source location
-// ("file.cpp:  12 message"), which stays in the kernel log and is dropped here.
-std::string errorText(std::exception const& error) {
-    std::string text = error.what();
-    std::string::size_type colon = text.find(':');
-    std::string::size_type number = text.find_first_not_of(' ', colon + 1);
-    std::string::size_type blank = text.find(' ', number);
-    if (colon == std::string::npos || blank == std::string::npos ||
-        text.find_first_not_of("0123456789", number) != blank) {
-        return text;
-    }
-    return text.substr(blank + 1);
-}
-
-int get(HwInfo& hwInfo, char const* key) {
-    std::string value;
-    if (!hwInfo.read(key, value)) {
-        return failed(std::string("unknown key: ") + key);
-    }
-    std::printf("%s\n", value.c_str());
-    return EXIT_SUCCESS;
-}
-
-// Returns an empty text if the assignment can be written, else the reason.
-std::string rejection(HwInfo const& hwInfo, std::string const& assignment) {
-    std::string key;
-    std::string value;
-    if (!HwInfo::splitAssignment(assignment, key, value)) {
-        return "not a KEY=VALUE assignment: " + assignment;
-    }
-    try {
-        if (!hwInfo.check(assignment)) {
-            return "unknown key: " + key;
+// The field of `key`; a UsageError naming the closest keys when there is none.
+Field const& knownField(std::string const& key) {
+    static std::vector<Field> const fields = HwInfo::fields();
+    std::vector<std::string> keys;
+    for (Field const& field : fields) {
+        if (key == field.key) {
+            return field;
         }
+        if (!isHidden(field)) {
+            keys.emplace_back(field.key);
+        }
+    }
+    std::string const hint = suggestion(key, keys);
+    throw UsageError("unknown key: " + key + (hint.empty() ? "" : ". " + hint));
+}
+
+// What is wrong with the stored record, or "" when it is valid.
+std::string recordProblem(HwInfo::RecordCheck const& check) {
+    char text[160];
+    switch (check.state) {
+    case HwInfo::RecordState::Valid:
+        return "";
+    case HwInfo::RecordState::ShortLength:
+        std::snprintf(text, sizeof text, "its stored length %u is shorter than the record's layout",
+                      check.length);
+        break;
+    case HwInfo::RecordState::LengthBeyondRegion:
+        std::snprintf(text, sizeof text, "its stored length %u reaches past the record's region",
+                      check.length);
+        break;
+    case HwInfo::RecordState::WrongChecksum:
+        std::snprintf(text, sizeof text,
+                      "its stored checksum 0x%08x does not match its contents (0x%08x)",
+                      check.checksum, check.expected);
+        break;
+    }
+    return text;
+}
+
+// Opens and maps both devices, saying which ones when it cannot.
+class Devices {
+public:
+    Devices() try : hwInfo() {
+    } catch (std::exception const& error) {
+        throw Failure("cannot open the hardware record (/dev/mmcblk1) and the boot status "
+                      "register (/dev/mem): " +
+                      errorMessage(error));
+    }
+
+    HwInfo hwInfo;
+};
+
+// Declares the fields and fails, writing nothing, unless the record is valid.
+void checkForReading(HwInfo& hwInfo) {
+    hwInfo.declareFields();
+    std::string const problem = recordProblem(hwInfo.checkRecord());
+    if (!problem.empty()) {
+        throw Failure("the hardware record is not valid: " + problem +
+                      "; it is left as it is (hwinfo reset writes the defaults)");
+    }
+}
+
+std::string textOf(HwInfo& hwInfo, Field const& field) {
+    std::string value;
+    hwInfo.read(field.key, value);
+    return value;
+}
+
+void writeJsonValue(JsonStream& stream, Field const& field, std::string const& value) {
+    if (isNumber(field)) {
+        stream.raw(value);
+    } else {
+        stream.string(value);
+    }
+}
+
+int print(Arguments const& arguments) {
+    arguments.expectPositional(0, 0);
+    Devices devices;
+    checkForReading(devices.hwInfo);
+    if (!arguments.has("--json")) {
+        devices.hwInfo.printAll();
+        return ExitSuccess;
+    }
+    {
+        JsonStream stream(stdout, 2);
+        stream.beginObject();
+        for (Field const& field : HwInfo::fields()) {
+            if (!isHidden(field)) {
+                stream.key(field.key);
+                writeJsonValue(stream, field, textOf(devices.hwInfo, field));
+            }
+        }
+        stream.end();
+    }
+    std::fputc('\n', stdout);
+    return ExitSuccess;
+}
+
+int parameters(Arguments const& arguments) {
+    arguments.expectPositional(0, 0);
+    Devices devices;
+    checkForReading(devices.hwInfo);
+    devices.hwInfo.printParameters(stdout);
+    std::fputc('\n', stdout);
+    return ExitSuccess;
+}
+
+int get(Arguments const& arguments) {
+    arguments.expectPositional(1, 1);
+    Field const& field = knownField(arguments.positional()[0]);
+    Devices devices;
+    checkForReading(devices.hwInfo);
+    std::string const value = textOf(devices.hwInfo, field);
+    if (!arguments.has("--json")) {
+        std::printf("%s\n", value.c_str());
+        return ExitSuccess;
+    }
+    {
+        JsonStream stream(stdout, 2);
+        writeJsonValue(stream, field, value);
+    }
+    std::fputc('\n', stdout);
+    return ExitSuccess;
+}
+
+int keys(Arguments const& arguments) {
+    arguments.expectPositional(0, 0);
+    for (Field const& field : HwInfo::fields()) {
+        if (arguments.has("--writable") ? field.flags == 0 : !isHidden(field)) {
+            std::printf("%s\n", field.key);
+        }
+    }
+    return ExitSuccess;
+}
+
+// Why the assignment cannot be written, or "".
+std::string rejection(HwInfo const& hwInfo, std::string const& assignment, std::string const& key,
+                      std::string const& value) {
+    try {
+        hwInfo.check(assignment);
     } catch (std::invalid_argument const&) {
         return key + ": not a number: " + value;
     } catch (std::out_of_range const&) {
         return key + ": number out of range: " + value;
     } catch (std::exception const& error) {
-        return key + ": " + errorText(error);
+        return key + ": " + errorMessage(error);
     }
-    return {};
+    return "";
 }
 
-int set(HwInfo& hwInfo, std::vector<std::string> const& assignments) {
-    for (std::string const& assignment : assignments) {
-        std::string reason = rejection(hwInfo, assignment);
-        if (!reason.empty()) {
-            return failed(reason + " (nothing written)");
+// Every problem, one per line, and that nothing was written.
+std::string problemList(std::vector<std::string> const& problems) {
+    std::string text;
+    for (std::string const& problem : problems) {
+        text += problem + "\n";
+    }
+    return text + "nothing written";
+}
+
+int set(Arguments const& arguments) {
+    arguments.expectPositional(1, SIZE_MAX);
+    std::vector<std::string> wrongUsage;
+    for (std::string const& assignment : arguments.positional()) {
+        std::string key;
+        std::string value;
+        try {
+            if (!HwInfo::splitAssignment(assignment, key, value)) {
+                throw UsageError("not a KEY=VALUE assignment: " + assignment);
+            }
+            knownField(key);
+        } catch (UsageError const& error) {
+            wrongUsage.emplace_back(error.what());
         }
     }
-    for (std::string const& assignment : assignments) {
+    if (!wrongUsage.empty()) {
+        throw UsageError(problemList(wrongUsage));
+    }
+    Devices devices;
+    HwInfo& hwInfo = devices.hwInfo;
+    hwInfo.declareFields();
+    std::vector<std::string> refused;
+    for (std::string const& assignment : arguments.positional()) {
+        std::string key;
+        std::string value;
+        HwInfo::splitAssignment(assignment, key, value);
+        if (std::string reason = rejection(hwInfo, assignment, key, value); !reason.empty()) {
+            refused.push_back(reason);
+        }
+    }
+    if (!refused.empty()) {
+        throw Failure(problemList(refused));
+    }
+    if (std::string const problem = recordProblem(hwInfo.checkRecord()); !problem.empty()) {
+        std::fprintf(stderr,
+                     "hwinfo set: the hardware record was not valid (%s); it is repaired first "
+                     "as the settings service does at start\n",
+                     problem.c_str());
+        hwInfo.repairRecord();
+    }
+    for (std::string const& assignment : arguments.positional()) {
         hwInfo.write(assignment);
     }
-    return EXIT_SUCCESS;
+    return ExitSuccess;
 }
 
-// The command and its argument count have been checked by knownUsage.
-int run(std::string const& command, std::vector<std::string> const& arguments) {
-    HwInfo hwInfo;
-    hwInfo.initialize();
-    if (command == "print") {
-        hwInfo.printAll();
-    } else if (command == "parameters") {
-        hwInfo.printParameters(stdout);
-        std::fputc('\n', stdout);
-    } else if (command == "get") {
-        return get(hwInfo, arguments[0].c_str());
-    } else if (command == "set") {
-        return set(hwInfo, arguments);
-    } else {
-        hwInfo.clear();
-    }
-    return EXIT_SUCCESS;
+int reset(Arguments const& arguments) {
+    arguments.expectPositional(0, 0);
+    Devices devices;
+    devices.hwInfo.initialize();
+    devices.hwInfo.clear();
+    return ExitSuccess;
 }
 
-bool knownUsage(std::string const& command, std::size_t argumentCount) {
-    return ((command == "print" || command == "parameters" || command == "reset") &&
-            argumentCount == 0) ||
-           (command == "get" && argumentCount == 1) || (command == "set" && argumentCount > 0);
-}
+Program const HWINFO = {
+    "hwinfo",
+    "Reads and writes the unit's hardware record (1 MiB into /dev/mmcblk1) and its\n"
+    "boot status register (through /dev/mem).",
+    "print, get and parameters only read: a record with a wrong length or checksum\n"
+    "is reported and left as it is (exit status 1).  set and reset write; set\n"
+    "first repairs a record that is not valid, as the settings service does at\n"
+    "start.  Exit status: 0 done, 1 failed (nothing written), 2 wrong usage (an\n"
+    "unknown key included).",
+    {
+        {"print",
+         "hwinfo print [--json]",
+         "Prints every field except hidden ones with its value: the record's fields,\n"
+         "then the register's.  With --json: one object, key -> value (numbers for\n"
+         "the integer and bit fields, strings for the texts).",
+         {"--json"},
+         {},
+         print},
+        {"parameters",
+         "hwinfo parameters",
+         "Prints the keys of the fields that set writes, on one line.",
+         {},
+         {},
+         parameters},
+        {"get",
+         "hwinfo get KEY [--json]",
+         "Prints the value of one field; with --json as a JSON number or string.",
+         {"--json"},
+         {},
+         get},
+        {"set",
+         "hwinfo set KEY=VALUE...",
+         "Writes one or more fields and refreshes the record's checksum.  Every\n"
+         "assignment is checked first (key known, not private, text short enough,\n"
+         "number valid); if any is rejected, all rejections are printed and nothing\n"
+         "is written.  The value is all text after the first \"=\".",
+         {},
+         {},
+         set},
+        {"reset",
+         "hwinfo reset",
+         "Resets the record to its defaults (serial 0000, board prototype, revision\n"
+         "1.0, everything else empty or 0); the register is kept.",
+         {},
+         {},
+         reset},
+        {"keys",
+         "hwinfo keys [--writable]",
+         "Prints every key that get reads (with --writable: the keys that set\n"
+         "writes), one per line, without opening any device: for shell completion\n"
+         "and scripts.",
+         {"--writable"},
+         {},
+         keys},
+    }};
 
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-        std::fputs(USAGE, stdout);
-        return EXIT_SUCCESS;
-    }
-    if (argc < 2 || !knownUsage(argv[1], static_cast<std::size_t>(argc - 2))) {
-        return usageError();
-    }
-    try {
-        return run(argv[1], std::vector<std::string>(argv + 2, argv + argc));
-    } catch (std::exception const& error) {
-        return failed(errorText(error));
-    }
+    return runProgram(HWINFO, std::vector<std::string>(argv + 1, argv + argc));
 }

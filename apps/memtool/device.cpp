@@ -4,6 +4,7 @@
 #include "eventpoll.h"
 #include "introspection.h"
 #include "memories.h"
+#include "program.h"
 
 #include <exception>
 #include <sys/stat.h>
@@ -30,7 +31,7 @@ void openMemory(uint32_t memory) {
     try {
         gen::openMemory(memory);
     } catch (const std::exception& error) {
-        throw Failure("cannot open memory " + name + ": " + error.what());
+        throw Failure("cannot open memory " + name + ": " + errorMessage(error));
     }
 }
 
@@ -39,7 +40,8 @@ ServerConnection& connectBroker() {
         try {
             gServerConnection = new ServerConnection(gen::getEventPoll());
         } catch (const std::exception& error) {
-            throw Failure(std::string("cannot connect to the message broker: ") + error.what());
+            throw Failure("cannot connect to the message broker: " + errorMessage(error) +
+                          " (is the message broker running?)");
         }
     }
     return *gServerConnection;

@@ -1,4 +1,10 @@
 // memtool post, watch and request: the commands that talk to the broker.
+//
+// watch --values looks each event's variable up in the catalogue and reads the
+// value it holds when the record is printed.  An event of no variable has no
+// memory, variable, index or value (null in JSON, "(no variable)" in text); an
+// element index outside the array or a memory that is not present gives no
+// value ("n/a"); a whole-array event shows every element, "[a, b, ...]".
 #include "commands.h"
 #include "device.h"
 #include "eventpoll.h"
@@ -9,6 +15,8 @@
 
 #include <chrono>
 #include <cstdio>
+#include <optional>
+#include <string>
 
 namespace {
 
@@ -31,29 +39,58 @@ std::optional<Clock::time_point> deadlineAfter(unsigned seconds) {
     return Clock::now() + std::chrono::seconds(seconds);
 }
 
+// The variable that an event announces, with the value it holds now.
+struct Announced {
+    uint32_t memory;
+    uint32_t variable;
+    std::optional<uint32_t> index;
+    std::optional<std::string> value; // nullopt when it cannot be read
+};
+
+std::optional<Announced> announced(const Notify& notify) {
+    if (notify.id >= EVENT_ID_COUNT) {
+        return std::nullopt;
+    }
+    Announced found{};
+    Introspection::getVarLocation(notify, found.memory, found.variable);
+    if (Introspection::getVarEvent(found.memory, found.variable).id != notify.id) {
+        return std::nullopt;
+    }
+    const uint32_t count = Introspection::getElementCount(found.memory, found.variable);
+    if (notify.indexed == 1) {
+        found.index = notify.index;
+    }
+    if (!memoryExists(found.memory) || (found.index && *found.index >= count)) {
+        return found;
+    }
+    openMemory(found.memory);
+    const auto text = [&](uint32_t index) {
+        return Introspection::getVarValue(found.memory, found.variable, static_cast<int>(index));
+    };
+    if (found.index || !Introspection::isArray(found.memory, found.variable)) {
+        found.value = text(found.index.value_or(0));
+        return found;
+    }
+    std::string all;
+    for (uint32_t index = 0; index < count; ++index) {
+        all += (index == 0 ? "[" : ", ") + text(index);
+    }
+    found.value = all + "]";
+    return found;
+}
+
 // Prints each record as it arrives: "<name> <indexed> <index>" or one JSON
-// object per line.
+// object per line; with values, the variable and the value it holds.
 class Printer : public ServerConnection::EventHandler {
 public:
-    Printer(bool json, unsigned limit) : json(json), limit(limit) {}
+    Printer(bool json, bool values, unsigned limit) : json(json), values(values), limit(limit) {}
 
     void handleEvent(const Notify& notify) override {
         if (done()) {
             return;
         }
-        // An id beyond the event table has no name: JSON gives null, text the number.
-        const bool named = notify.id < EVENT_ID_COUNT;
-        if (json) {
-            const nlohmann::ordered_json record = {
-                {"id", notify.id},
-                {"name", named ? nlohmann::ordered_json(eventName(notify)) : nullptr},
-                {"indexed", notify.indexed},
-                {"index", notify.index}};
-            std::printf("%s\n", record.dump().c_str());
-        } else {
-            const std::string name = named ? eventName(notify) : std::to_string(notify.id);
-            std::printf("%s %u %u\n", name.c_str(), notify.indexed, notify.index);
-        }
+        const std::string line = values ? withValue(notify) : plain(notify);
+        std::printf("%s\n", line.c_str());
         std::fflush(stdout);
         ++seen;
     }
@@ -62,7 +99,51 @@ public:
     unsigned count() const { return seen; }
 
 private:
+    // An id beyond the event table has no name: JSON gives null, text the number.
+    static bool named(const Notify& notify) { return notify.id < EVENT_ID_COUNT; }
+
+    std::string plain(const Notify& notify) const {
+        if (json) {
+            return nlohmann::ordered_json(
+                       {{"id", notify.id},
+                        {"name",
+                         named(notify) ? nlohmann::ordered_json(eventName(notify)) : nullptr},
+                        {"indexed", notify.indexed},
+                        {"index", notify.index}})
+                .dump();
+        }
+        const std::string name = named(notify) ? eventName(notify) : std::to_string(notify.id);
+        return name + " " + std::to_string(notify.indexed) + " " + std::to_string(notify.index);
+    }
+
+    std::string withValue(const Notify& notify) const {
+        const std::optional<Announced> found = announced(notify);
+        if (json) {
+            using Json = nlohmann::ordered_json;
+            const auto optional = [](const auto& value) {
+                return value ? Json(*value) : Json(nullptr);
+            };
+            return Json({{"event", named(notify) ? Json(eventName(notify)) : Json(nullptr)},
+                         {"memory",
+                          found ? Json(Introspection::getMemName(found->memory)) : Json(nullptr)},
+                         {"variable",
+                          found ? Json(Introspection::getVarName(found->memory, found->variable))
+                                : Json(nullptr)},
+                         {"index", found ? optional(found->index) : Json(nullptr)},
+                         {"value", found ? optional(found->value) : Json(nullptr)}})
+                .dump();
+        }
+        const std::string name = named(notify) ? eventName(notify) : std::to_string(notify.id);
+        if (!found) {
+            return name + " (no variable)";
+        }
+        return name + " " + Introspection::getMemName(found->memory) + "." +
+               targetName(found->memory, found->variable, found->index) + " = " +
+               found->value.value_or("n/a");
+    }
+
     bool json;
+    bool values;
     unsigned limit;
     unsigned seen = 0;
 };
@@ -93,7 +174,7 @@ int watchEvents(const Arguments& arguments) {
     }
     const unsigned limit = arguments.number("--count", 0);
     const auto deadline = deadlineAfter(arguments.number("--timeout", 0));
-    Printer printer(arguments.has("--json"), limit);
+    Printer printer(arguments.has("--json"), arguments.has("--values"), limit);
     ServerConnection& connection = connectBroker();
     connection.setEventHandler(&printer);
     if (events.empty()) {
@@ -135,23 +216,40 @@ int runRequest(const Arguments& arguments) {
     connection.setEventHandler(&ignore);
     const Notify event = Introspection::getVarEvent(memory, variable);
     connection.subscribe(event);
-    if (Introspection::getVarValue(memory, variable, 0) == "true") {
+    const bool setHere = Introspection::getVarValue(memory, variable, 0) != "true";
+    if (!setHere) {
         connection.postEvent(event);
     } else if (std::string error = Introspection::setVarValue(memory, variable, "true");
                !error.empty()) {
         throw Failure(error);
     }
+    // A request that nobody served is taken back, so that a server starting
+    // later does not act on a request its requester gave up.
+    const auto giveUp = [&](const std::string& what) {
+        if (!setHere) {
+            return Failure(what + " (it was already set before; left as it is)");
+        }
+        try {
+            Introspection::setVarValue(memory, variable, "false");
+        } catch (const std::exception& error) {
+            return Failure(what +
+                           "; memtool set the flag back to false but could not post its "
+                           "event: " +
+                           errorMessage(error));
+        }
+        return Failure(what + "; memtool set the flag back to false");
+    };
     constexpr int CHECK_INTERVAL_MS = 100;
     const auto deadline = deadlineAfter(seconds);
     EventPoll& poll = gen::getEventPoll();
     while (Introspection::getVarValue(memory, variable, 0) == "true") {
         const int left = remainingMs(deadline);
         if (left == 0) {
-            throw Failure(name + " was not cleared within " + std::to_string(seconds) + " s");
+            throw giveUp(name + " was not cleared within " + std::to_string(seconds) + " s");
         }
         if (poll.wait(left < 0 ? CHECK_INTERVAL_MS : std::min(left, CHECK_INTERVAL_MS)) ==
             EventPoll::Terminate) {
-            throw Failure("interrupted before " + name + " was cleared");
+            throw giveUp("interrupted before " + name + " was cleared");
         }
     }
     return ExitSuccess;

@@ -61,6 +61,35 @@ uint32_t findVariable(uint32_t memory, const std::string& text) {
     throw UsageError(withHint(message, text, names));
 }
 
+uint32_t elementIndex(uint32_t memory, uint32_t variable, const std::string& text) {
+    const std::string name = Introspection::getVarName(memory, variable);
+    if (!Introspection::isArray(memory, variable)) {
+        throw UsageError(name + " is not an array");
+    }
+    const std::optional<unsigned> index = parseNumber(text);
+    const uint32_t count = Introspection::getElementCount(memory, variable);
+    if (!index || *index >= count) {
+        throw UsageError("element \"" + text + "\" of " + name + ": the index goes from 0 to " +
+                         std::to_string(count - 1));
+    }
+    return *index;
+}
+
+VariableRef findElement(uint32_t memory, const std::string& text) {
+    const size_t open = text.find('[');
+    if (open == std::string::npos || text.back() != ']') {
+        return {findVariable(memory, text), std::nullopt};
+    }
+    const uint32_t variable = findVariable(memory, text.substr(0, open));
+    return {variable,
+            elementIndex(memory, variable, text.substr(open + 1, text.size() - open - 2))};
+}
+
+std::string targetName(uint32_t memory, uint32_t variable, std::optional<uint32_t> index) {
+    const std::string name = Introspection::getVarName(memory, variable);
+    return index ? name + "[" + std::to_string(*index) + "]" : name;
+}
+
 EventId findEvent(const std::string& text) {
     if (const std::optional<unsigned> number = parseNumber(text)) {
         if (*number < EVENT_ID_COUNT) {

@@ -6,8 +6,21 @@
 #include "eventid.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 uint32_t findMemory(const std::string& text);
 uint32_t findVariable(uint32_t memory, const std::string& text);
+// The element INDEX of an array variable; UsageError when the variable is no
+// array or the index is not one of its elements.
+uint32_t elementIndex(uint32_t memory, uint32_t variable, const std::string& text);
+
+// A variable given as "NAME" or "NAME[INDEX]" (an element of an array).
+struct VariableRef {
+    uint32_t variable;
+    std::optional<uint32_t> index;
+};
+VariableRef findElement(uint32_t memory, const std::string& text);
+// "NAME", or "NAME[INDEX]" for an element.
+std::string targetName(uint32_t memory, uint32_t variable, std::optional<uint32_t> index);
 EventId findEvent(const std::string& text);

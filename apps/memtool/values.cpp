@@ -1,180 +1,146 @@
-// memtool get, set and dump: values as the catalogue's text, or as typed
-// JSON (numbers, booleans, strings, enum names, struct objects).
+// memtool get and set: values as the catalogue's text, or as typed JSON.
+#include "assignment.h"
 #include "catalogue.h"
 #include "commands.h"
 #include "device.h"
 #include "introspection.h"
-#include "json.h"
+#include "jsonvalue.h"
 #include "names.h"
-
-#include <nlohmann/json.hpp>
 
 #include <iostream>
 #include <optional>
 
 namespace {
 
-using Ordered = nlohmann::ordered_json;
-
-// The element index given on the command line, checked against the array.
-uint32_t elementIndex(uint32_t memory, uint32_t variable, const std::string& text) {
-    const std::string name = Introspection::getVarName(memory, variable);
-    if (!Introspection::isArray(memory, variable)) {
-        throw UsageError(name + " is not an array");
+// The texts of the elements that `ref` names: one element, or every element.
+std::vector<std::pair<std::string, std::string>> elementTexts(uint32_t memory,
+                                                              const VariableRef& ref) {
+    std::vector<std::pair<std::string, std::string>> texts;
+    const auto add = [&](std::optional<uint32_t> index) {
+        texts.emplace_back(
+            targetName(memory, ref.variable, index),
+            Introspection::getVarValue(memory, ref.variable, static_cast<int>(index.value_or(0))));
+    };
+    if (ref.index || !Introspection::isArray(memory, ref.variable)) {
+        add(ref.index);
+    } else {
+        for (uint32_t index = 0; index < Introspection::getElementCount(memory, ref.variable);
+             ++index) {
+            add(index);
+        }
     }
-    const std::optional<unsigned> index = parseNumber(text);
-    const uint32_t count = Introspection::getElementCount(memory, variable);
-    if (!index || *index >= count) {
-        throw UsageError("element \"" + text + "\" of " + name + ": the index goes from 0 to " +
-                         std::to_string(count - 1));
-    }
-    return *index;
+    return texts;
 }
 
-Ordered typedValue(uint32_t memory, uint32_t variable, const std::string& text) {
-    switch (Introspection::getVarBaseType(memory, variable)) {
-    case BaseInt:
-        return std::stoll(text);
-    case BaseFloat:
-        return std::stod(text);
-    case BaseBool:
-        return text == "true";
-    case BaseStruct:
-        return Ordered::parse(text);
-    default:
-        return text;
+Ordered refJson(uint32_t memory, const VariableRef& ref) {
+    if (ref.index) {
+        return typedValue(
+            memory, ref.variable,
+            Introspection::getVarValue(memory, ref.variable, static_cast<int>(*ref.index)));
     }
+    return currentJson(memory, ref.variable);
 }
 
-Ordered variableJson(uint32_t memory, uint32_t variable) {
-    if (!Introspection::isArray(memory, variable)) {
-        return typedValue(memory, variable, Introspection::getVarValue(memory, variable, 0));
+// The variables of `get`: the form VARIABLE INDEX for an array's element, else
+// every word a VARIABLE or VARIABLE[INDEX].
+std::vector<VariableRef> requestedVariables(uint32_t memory,
+                                            const std::vector<std::string>& words) {
+    if (words.size() == 3 && parseNumber(words[2])) {
+        const uint32_t variable = findVariable(memory, words[1]);
+        if (Introspection::isArray(memory, variable)) {
+            return {{variable, elementIndex(memory, variable, words[2])}};
+        }
     }
-    Ordered elements = Ordered::array();
-    for (uint32_t index = 0; index < Introspection::getElementCount(memory, variable); ++index) {
-        elements.push_back(
-            typedValue(memory, variable, Introspection::getVarValue(memory, variable, index)));
+    std::vector<VariableRef> refs;
+    for (size_t i = 1; i < words.size(); ++i) {
+        refs.push_back(findElement(memory, words[i]));
     }
-    return elements;
+    return refs;
 }
 
-std::string withoutTrailingNewline(std::string text) {
-    while (!text.empty() && text.back() == '\n') {
-        text.pop_back();
-    }
-    return text;
-}
-
-std::string setStruct(uint32_t memory, uint32_t variable, const std::string& text, uint32_t index) {
-    Json members;
-    if (!members.parse(text) || members.outerClose != '}') {
-        throw Failure("the value of a struct must be a JSON object" +
-                      (members.errorPosition < 0
-                           ? std::string()
-                           : " (error at " + std::to_string(members.errorPosition) + ")"));
-    }
-    return Introspection::setVarValueJson(memory, variable, members.items, index);
-}
-
-std::string setPlain(uint32_t memory, uint32_t variable, const std::string& text,
-                     std::optional<uint32_t> index) {
-    std::string error;
-    if (!Introspection::checkMinMax(memory, variable, text, error)) {
-        throw Failure(
-            error.empty()
-                ? "Value must be between min: " + Introspection::getVarMin(memory, variable) +
-                      " and max: " + Introspection::getVarMax(memory, variable) +
-                      ", but is: " + text
-                : withoutTrailingNewline(error));
-    }
-    if (!index) {
-        return Introspection::setVarValue(memory, variable, text.c_str());
-    }
+// An element may be set alone where the setter can address it.
+bool settableElementWise(uint32_t memory, uint32_t variable) {
     const uint32_t base = Introspection::getVarBaseType(memory, variable);
-    if (base != BaseInt && base != BaseFloat && base != BaseBool) {
+    return base == BaseInt || base == BaseFloat || base == BaseBool || base == BaseStruct;
+}
+
+Assignment assignmentFor(uint32_t memory, const VariableRef& ref, const std::string& text,
+                         const char* indexHint) {
+    const std::string name = Introspection::getVarName(memory, ref.variable);
+    if (!ref.index && Introspection::isArray(memory, ref.variable)) {
+        throw UsageError(name + " is an array of " +
+                         std::to_string(Introspection::getElementCount(memory, ref.variable)) +
+                         ": " + indexHint);
+    }
+    if (ref.index && !settableElementWise(memory, ref.variable)) {
         throw UsageError(std::string("elements of a ") +
-                         Introspection::getVarType(memory, variable) +
+                         Introspection::getVarType(memory, ref.variable) +
                          " array cannot be set one by one");
     }
-    const VariableDescriptor& entry = MEMORY_ARRAY[memory].variables[variable];
-    Notify notify = entry.event;
-    notify.indexed = 1;
-    notify.index = *index;
-    return entry.setter(entry.memoryBase, memory, variable, notify, text.c_str());
+    return {memory, ref.variable, ref.index, text};
+}
+
+// `set MEMORY VARIABLE [INDEX] VALUE` or `set MEMORY NAME=VALUE...`.
+std::vector<Assignment> assignments(uint32_t memory, const std::vector<std::string>& words) {
+    if (words[1].find('=') == std::string::npos) {
+        if (words.size() < 3 || words.size() > 4) {
+            throw UsageError(words.size() < 3 ? "missing the value" : "too many arguments");
+        }
+        const uint32_t variable = findVariable(memory, words[1]);
+        const std::optional<uint32_t> index =
+            words.size() == 4 ? std::optional(elementIndex(memory, variable, words[2]))
+                              : std::nullopt;
+        return {assignmentFor(memory, {variable, index}, words.back(),
+                              "give the element's index before the value")};
+    }
+    std::vector<Assignment> list;
+    for (size_t i = 1; i < words.size(); ++i) {
+        const size_t equals = words[i].find('=');
+        if (equals == std::string::npos) {
+            throw UsageError("\"" + words[i] + "\" is not a NAME=VALUE assignment");
+        }
+        list.push_back(assignmentFor(memory, findElement(memory, words[i].substr(0, equals)),
+                                     words[i].substr(equals + 1),
+                                     "name the element as NAME[INDEX]=VALUE"));
+    }
+    return list;
 }
 
 } // namespace
 
 int getValue(const Arguments& arguments) {
-    arguments.expectPositional(2, 3);
+    arguments.expectPositional(2, SIZE_MAX);
     const auto& words = arguments.positional();
     const uint32_t memory = findMemory(words[0]);
-    const uint32_t variable = findVariable(memory, words[1]);
-    std::optional<uint32_t> index;
-    if (words.size() == 3) {
-        index = elementIndex(memory, variable, words[2]);
-    }
+    const std::vector<VariableRef> refs = requestedVariables(memory, words);
     openMemory(memory);
     const bool json = arguments.has("--json");
-    if (index) {
-        const std::string text = Introspection::getVarValue(memory, variable, *index);
-        std::cout << (json ? typedValue(memory, variable, text).dump(2) : text) << '\n';
-    } else if (json) {
-        std::cout << variableJson(memory, variable).dump(2) << '\n';
-    } else {
-        for (uint32_t element = 0; element < Introspection::getElementCount(memory, variable);
-             ++element) {
-            std::cout << Introspection::getVarValue(memory, variable, element) << '\n';
+    if (json) {
+        Ordered values = Ordered::object();
+        for (const VariableRef& ref : refs) {
+            values[targetName(memory, ref.variable, ref.index)] = refJson(memory, ref);
+        }
+        std::cout << (refs.size() == 1 ? values.front() : values).dump(2) << '\n';
+        return ExitSuccess;
+    }
+    for (const VariableRef& ref : refs) {
+        for (const auto& [target, text] : elementTexts(memory, ref)) {
+            std::cout << (refs.size() == 1 ? text : target + "=" + text) << '\n';
         }
     }
     return ExitSuccess;
 }
 
 int setValue(const Arguments& arguments) {
-    arguments.expectPositional(3, 4);
+    arguments.expectPositional(2, SIZE_MAX);
     const auto& words = arguments.positional();
     const uint32_t memory = findMemory(words[0]);
-    const uint32_t variable = findVariable(memory, words[1]);
-    const std::string& text = words.back();
-    std::optional<uint32_t> index;
-    if (words.size() == 4) {
-        index = elementIndex(memory, variable, words[2]);
-    } else if (Introspection::isArray(memory, variable)) {
-        throw UsageError(std::string(Introspection::getVarName(memory, variable)) +
-                         " is an array of " +
-                         std::to_string(Introspection::getElementCount(memory, variable)) +
-                         ": give the element's index before the value");
-    }
+    const std::vector<Assignment> list = assignments(memory, words);
     openMemory(memory);
+    checkAssignments(list);
     connectBroker();
-    const std::string error = Introspection::getVarBaseType(memory, variable) == BaseStruct
-                                  ? setStruct(memory, variable, text, index.value_or(0))
-                                  : setPlain(memory, variable, text, index);
-    if (!error.empty()) {
-        throw Failure(withoutTrailingNewline(error));
+    for (const Assignment& assignment : list) {
+        store(assignment);
     }
-    return ExitSuccess;
-}
-
-int dumpMemories(const Arguments& arguments) {
-    std::vector<uint32_t> memories;
-    for (const std::string& name : arguments.positional()) {
-        memories.push_back(findMemory(name));
-    }
-    if (memories.empty()) {
-        for (uint32_t memory = 0; memory < Introspection::getMemCount(); ++memory) {
-            memories.push_back(memory);
-        }
-    }
-    Ordered dump = Ordered::object();
-    for (uint32_t memory : memories) {
-        openMemory(memory);
-        Ordered values = Ordered::object();
-        for (uint32_t variable = 0; variable < Introspection::getVarCount(memory); ++variable) {
-            values[Introspection::getVarName(memory, variable)] = variableJson(memory, variable);
-        }
-        dump[Introspection::getMemName(memory)] = std::move(values);
-    }
-    std::cout << dump.dump(arguments.has("--compact") ? -1 : 2) << '\n';
     return ExitSuccess;
 }

@@ -31,6 +31,10 @@ INTEGERS = {
 }
 KNOB_LINEARIZATION = 168
 
+# devroot's heading of the kernel-log lines it adds to the standard error of a
+# program that failed; they are read through kernel_log() instead.
+DEVROOT_LOG_HEADER = "devroot: kernel log of the run:\n"
+
 
 def reference_crc(data):
     """CRC-32/MPEG-2 bit by bit: polynomial 0x04C11DB7, MSB first, initial
@@ -76,10 +80,11 @@ class Device:
 
     def run(self, program, *arguments):
         """Runs program (a list: emulator words and the binary) with arguments;
-        returns (status, stdout, stderr).  The kernel log holds this run's lines."""
+        returns (status, stdout, stderr), stderr as the program wrote it.  The
+        kernel log holds this run's lines."""
         open(self.path("kmsg"), "wb").close()
         done = self._devroot_exec(["--root", self.folder], [*program, *arguments])
-        return done.returncode, done.stdout, done.stderr
+        return done.returncode, done.stdout, done.stderr.split(DEVROOT_LOG_HEADER, 1)[0]
 
     def path(self, name):
         return os.path.join(self.folder, name)

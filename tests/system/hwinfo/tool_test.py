@@ -5,6 +5,7 @@ Usage: tool_test.py --devroot PATH --hwinfo BINARY [--emulator CMD] [--bind-ro P
 """
 
 import argparse
+import json
 import struct
 import sys
 import unittest
@@ -39,34 +40,100 @@ class ToolTest(unittest.TestCase):
         self.assertEqual(status, 0, err)
         self.assertEqual(out, "")
 
-    def test_help_and_wrong_usage(self):
-        status, out, _ = self.hwinfo("--help")
+    def test_help_version_and_wrong_usage(self):
+        for word in ("--help", "-h", "help"):
+            status, out, _ = self.hwinfo(word)
+            self.assertEqual(status, 0)
+            self.assertTrue(out.startswith("Usage: hwinfo COMMAND"), out)
+            for command in ("print", "parameters", "get", "set", "reset", "keys"):
+                self.assertIn(f"\n  hwinfo {command}", out)
+        status, out, _ = self.hwinfo("--version")
         self.assertEqual(status, 0)
-        self.assertIn("Usage: hwinfo COMMAND", out)
+        self.assertRegex(out, r"^hwinfo [0-9]+\.[0-9]+\.[0-9]+\n$")
+        for command in ("print", "parameters", "get", "set", "reset", "keys"):
+            status, out, _ = self.hwinfo(command, "--help")
+            self.assertEqual(status, 0, command)
+            self.assertTrue(out.startswith(f"Usage: hwinfo {command}"), out)
         for arguments in ([], ["frobnicate"], ["get"], ["get", "a", "b"], ["set"],
-                          ["print", "x"], ["reset", "x"]):
-            status, _, err = self.hwinfo(*arguments)
+                          ["print", "x"], ["reset", "x"], ["print", "--jsn"]):
+            status, out, err = self.hwinfo(*arguments)
             self.assertEqual(status, 2, arguments)
-            self.assertIn("Usage: hwinfo COMMAND", err)
+            self.assertEqual(out, "")
+            self.assertIn("Usage: hwinfo", err)
+        status, _, err = self.hwinfo("prnt")
+        self.assertEqual(err.splitlines()[0], 'hwinfo: unknown command "prnt". Did you mean: print?')
 
-    def test_print_on_an_empty_device_extends_the_record(self):
-        status, out, err = self.hwinfo("print")
+    def test_reading_an_empty_device_fails_and_writes_nothing(self):
+        mmc = self.device.mmc_image()
+        for arguments in (["print"], ["print", "--json"], ["get", "serial"], ["parameters"]):
+            status, out, err = self.hwinfo(*arguments)
+            self.assertEqual(status, 1, arguments)
+            self.assertEqual(out, "")
+            self.assertEqual(err, f"hwinfo {arguments[0]}: the hardware record is not valid: its "
+                                  "stored length 0 is shorter than the record's layout; it is "
+                                  "left as it is (hwinfo reset writes the defaults)\n")
+            self.assertEqual(self.device.mmc_image(), mmc)
+            self.assertEqual(self.device.kernel_log(), "")
+
+    def test_set_on_an_empty_device_extends_the_record_first(self):
+        status, out, err = self.hwinfo("set", "serial=SN-0")
         self.assertEqual(status, 0, err)
+        self.assertEqual(err, "hwinfo set: the hardware record was not valid (its stored length 0 "
+                              "is shorter than the record's layout); it is repaired first as the "
+                              "settings service does at start\n")
+        self.assertIn("Differents length, setting new values to default.",
+                      self.device.kernel_log())
         record = self.device.record()
         self.assert_valid_record(record)
-        self.assertEqual(record[12:], bytes(len(record) - 12))
+        self.assertEqual(hw.text(record, hw.SERIAL, 30), "SN-0")
+        self.assertEqual(record[hw.BOARD:hw.RECORD_SIZE], bytes(hw.RECORD_SIZE - hw.BOARD))
+        status, out, err = self.hwinfo("print")
+        self.assertEqual(status, 0, err)
         checksum = hw.word(record, hw.CHECKSUM)
         lines = out.splitlines()
         self.assertEqual(len(lines), 20)
         self.assertEqual(lines[0], "                  version:         5 (0x00000005)")
         self.assertEqual(lines[2], "                 checksum: %9u (0x%08x)" % (checksum, checksum))
-        self.assertEqual(lines[3], "                   serial: ")
+        self.assertEqual(lines[3], "                   serial: SN-0")
         self.assertEqual(lines[17], "         update_requested:         0 (0x00000000)")
         self.assertNotIn("unused", out)
-        self.assertIn("Differents length, setting new values to default.",
-                      self.device.kernel_log())
+
+    def test_print_and_get_as_json(self):
+        self.written("serial=SN-\"5\"", "board=B\\1", "cal_comp=4294967295")
+        self.device.set_register(0x80000015)
+        status, out, err = self.hwinfo("print", "--json")
+        self.assertEqual(status, 0, err)
+        values = json.loads(out)
+        record = self.device.record()
+        self.assertEqual(list(values), ["version", "length", "checksum", "serial", "board",
+                                        "revision", "k", *hw.INTEGERS, "knob_linearization",
+                                        "update_requested", "boot_failed", "boot_failed_counter"])
+        self.assertEqual(values["version"], 5)
+        self.assertEqual(values["checksum"], hw.word(record, hw.CHECKSUM))
+        self.assertEqual(values["serial"], 'SN-"5"')
+        self.assertEqual(values["board"], "B\\1")
+        self.assertEqual(values["cal_comp"], 4294967295)
+        self.assertEqual(values["update_requested"], 1)
+        self.assertEqual(values["boot_failed_counter"], 5)
+        self.assertTrue(out.startswith('{\n  "version": 5,\n'), out)
+        for key, expected in (("serial", '"SN-\\"5\\""\n'), ("cal_comp", "4294967295\n"),
+                              ("boot_failed", "1\n"), ("k", '""\n')):
+            status, out, err = self.hwinfo("get", key, "--json")
+            self.assertEqual((status, out), (0, expected), err)
+
+    def test_keys_need_no_device(self):
+        with open(self.device.path("mmcblk1"), "r+b") as image:
+            image.truncate(0)
+        status, out, err = self.hwinfo("keys")
+        self.assertEqual(status, 0, err)
+        self.assertEqual(out.split(), ["version", "length", "checksum", *EXPECTED_PARAMETERS.split()[:13],
+                                       "knob_linearization", "update_requested", "boot_failed",
+                                       "boot_failed_counter"])
+        status, out, err = self.hwinfo("keys", "--writable")
+        self.assertEqual((status, out), (0, EXPECTED_PARAMETERS.replace(" ", "\n")), err)
 
     def test_parameters(self):
+        self.written("serial=SN-1")
         status, out, _ = self.hwinfo("parameters")
         self.assertEqual(status, 0)
         self.assertEqual(out, EXPECTED_PARAMETERS)
@@ -87,33 +154,41 @@ class ToolTest(unittest.TestCase):
             status, out, err = self.hwinfo("get", key)
             self.assertEqual((status, out), (0, value + "\n"), err)
 
-    def test_get_of_an_unknown_key_fails(self):
+    def test_get_of_an_unknown_key_is_wrong_usage(self):
         status, out, err = self.hwinfo("get", "nothing")
-        self.assertEqual(status, 1)
+        self.assertEqual(status, 2)
         self.assertEqual(out, "")
-        self.assertIn("unknown key: nothing", err)
+        self.assertEqual(err, "hwinfo get: unknown key: nothing\nUsage: hwinfo get KEY [--json]\n")
+        status, out, err = self.hwinfo("get", "serail")
+        self.assertEqual(status, 2)
+        self.assertEqual(err.splitlines()[0], "hwinfo get: unknown key: serail. Did you mean: serial?")
 
     def test_refused_command_lines_change_nothing(self):
         self.written("serial=SN-1", "cal_comp=3")
         self.device.set_register(0x8000001A)
         refusals = [
-            (["serial=NEW", "nothing=1"], "unknown key: nothing"),
-            (["serial=NEW", "version=4"], "version is private."),
-            (["board=NEW", "checksum=0"], "checksum is private."),
-            (["board=NEW", "serial=" + "x" * 29], "String too long"),
-            (["serial=NEW", "cal_comp=abc"], "not a number: abc"),
-            (["serial=NEW", "cal_comp=4294967296"], "number out of range"),
-            (["update_requested=0", "boot_failed=x"], "not a number: x"),
-            (["serial=NEW", "serial"], "not a KEY=VALUE assignment: serial"),
+            (["serial=NEW", "nothing=1"], 2, "hwinfo set: unknown key: nothing\n"),
+            (["serial=NEW", "serial"], 2, "hwinfo set: not a KEY=VALUE assignment: serial\n"),
+            (["serial=NEW", "version=4"], 1, "hwinfo set: version: version is private.\n"),
+            (["board=NEW", "checksum=0"], 1, "hwinfo set: checksum: checksum is private.\n"),
+            (["board=NEW", "serial=" + "x" * 29], 1, "hwinfo set: serial: String too long\n"),
+            (["serial=NEW", "cal_comp=abc"], 1, "hwinfo set: cal_comp: not a number: abc\n"),
+            (["serial=NEW", "cal_comp=4294967296"], 1,
+             "hwinfo set: cal_comp: number out of range: 4294967296\n"),
+            (["update_requested=0", "boot_failed=x"], 1,
+             "hwinfo set: boot_failed: not a number: x\n"),
+            (["cal_comp=x", "version=1", "k=" + "k" * 40], 1,
+             "hwinfo set: cal_comp: not a number: x\nhwinfo set: version: version is private.\n"
+             "hwinfo set: k: String too long\n"),
         ]
-        for assignments, message in refusals:
+        for assignments, expected_status, message in refusals:
             with self.subTest(assignments=assignments):
                 mmc = self.device.mmc_image()
                 page = self.device.register_page()
                 status, out, err = self.hwinfo("set", *assignments)
-                self.assertEqual(status, 1)
+                self.assertEqual(status, expected_status)
                 self.assertEqual(out, "")
-                self.assertIn(message, err)
+                self.assertTrue(err.startswith(message + "hwinfo set: nothing written\n"), err)
                 self.assertEqual(self.device.mmc_image(), mmc)
                 self.assertEqual(self.device.register_page(), page)
 
@@ -130,14 +205,40 @@ class ToolTest(unittest.TestCase):
         self.assertEqual(hw.word(record, hw.INTEGERS["cal_bemf"]), 0)
         self.assertEqual(self.device.register(), 0x00000010)
 
-    def test_damaged_record_is_reset_when_opened(self):
-        self.written("serial=SN-3")
+    def test_damaged_record_is_reported_by_reading_and_repaired_by_set(self):
+        self.written("serial=SN-3", "cal_bemf=8")
         record = bytearray(self.device.record())
         record[hw.SERIAL + 1] ^= 0x01
         self.device.write_record(bytes(record))
-        status, out, _ = self.hwinfo("get", "serial")
-        self.assertEqual((status, out), (0, "0000\n"))
+        mmc = self.device.mmc_image()
+        stored = hw.word(record, hw.CHECKSUM)
+        computed = hw.reference_crc(record[12:hw.RECORD_SIZE])
+        for arguments in (["get", "serial"], ["print"], ["parameters"]):
+            status, out, err = self.hwinfo(*arguments)
+            self.assertEqual((status, out), (1, ""), arguments)
+            self.assertEqual(err, f"hwinfo {arguments[0]}: the hardware record is not valid: its "
+                                  f"stored checksum 0x{stored:08x} does not match its contents "
+                                  f"(0x{computed:08x}); it is left as it is (hwinfo reset writes "
+                                  "the defaults)\n")
+            self.assertEqual(self.device.mmc_image(), mmc)
+            self.assertNotIn("Wrong checksum", self.device.kernel_log())
+        status, _, err = self.hwinfo("set", "board=B-4")
+        self.assertEqual(status, 0, err)
+        self.assertIn("it is repaired first", err)
         self.assertIn("Wrong checksum, setting defaults.", self.device.kernel_log())
+        record = self.device.record()
+        self.assert_valid_record(record)
+        self.assertEqual(hw.text(record, hw.SERIAL, 30), "0000")
+        self.assertEqual(hw.text(record, hw.BOARD, 30), "B-4")
+        self.assertEqual(hw.word(record, hw.INTEGERS["cal_bemf"]), 0)
+
+    def test_erased_record_is_reported_and_left_as_it_is(self):
+        self.device.write_record(b"\xff" * hw.RECORD_REGION)
+        mmc = self.device.mmc_image()
+        status, out, err = self.hwinfo("print")
+        self.assertEqual((status, out), (1, ""))
+        self.assertIn("its stored length 4294967295 reaches past the record's region", err)
+        self.assertEqual(self.device.mmc_image(), mmc)
 
     def test_truncated_image_fails_and_stays_as_it_is(self):
         with open(self.device.path("mmcblk1"), "r+b") as image:
@@ -146,7 +247,10 @@ class ToolTest(unittest.TestCase):
         status, out, err = self.hwinfo("print")
         self.assertEqual(status, 1)
         self.assertEqual(out, "")
-        self.assertIn("/dev/mmcblk1 ends before the block", err)
+        self.assertTrue(err.startswith("hwinfo print: cannot open the hardware record (/dev/mmcblk1) "
+                                       "and the boot status register (/dev/mem): /dev/mmcblk1 ends "
+                                       "before the block"), err)
+        self.assertNotIn(".cpp:", err)
         self.assertEqual(self.device.mmc_image(), mmc)
 
 

@@ -18,12 +18,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-int32_t readInt(uint8_t* address) {
-    int32_t value;
-    std::memcpy(&value, address, 4);
-    return value;
-}
-
 class Memtool : public MemtoolDevice {};
 
 TEST_F(Memtool, ListsTheMemories) {
@@ -58,8 +52,10 @@ TEST_F(Memtool, ListsAMemorysVariables) {
                              {"name", "AUXTorque"},
                              {"type", "int"},
                              {"arrayLength", nullptr},
+                             {"capacity", nullptr},
                              {"min", "1"},
                              {"max", "4"},
+                             {"enum", nullptr},
                              {"event", "VarAUXTorqueChanged"},
                              {"eventId", 173}}));
     for (const Json& row : list) {
@@ -67,8 +63,21 @@ TEST_F(Memtool, ListsAMemorysVariables) {
             EXPECT_EQ(row["arrayLength"], 5);
             EXPECT_EQ(row["type"], "LensFile");
             EXPECT_TRUE(row["min"].is_null());
+            EXPECT_TRUE(row["capacity"].is_null());
+        }
+        if (row["name"] == "LensFileFavouriteFolder") {
+            EXPECT_EQ(row["capacity"], 64);
+            EXPECT_TRUE(row["max"].is_null());
+        }
+        if (row["name"] == "CinefadeDisplayModeValue") {
+            EXPECT_EQ(row["enum"], Json({"Default", "Filter", "Distance"}));
+            EXPECT_TRUE(row["min"].is_null()) << "an enum's range is its names, not numbers";
+            EXPECT_TRUE(row["max"].is_null());
         }
     }
+    EXPECT_NE(text.out.find(" Default|Filter|Distance "), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find(" 63 characters "), std::string::npos);
+    EXPECT_NE(text.out.find(" 64 bytes, hex "), std::string::npos);
 }
 
 TEST_F(Memtool, GetsValuesAsTextAndJson) {
@@ -160,7 +169,8 @@ TEST_F(Memtool, SetsArrayElementsAndStructElements) {
     EXPECT_EQ(bad.err, "memtool set: Bogus: not a member of LensFile\n");
     EXPECT_EQ(Json::parse(runMemtool({"get", "MemPersistent", "RecentLensFiles", "1", "--json"})
                               .out)["LensFileUseCount"]["value"],
-              "6");
+              "0")
+        << "a struct with a bad member is refused whole";
 
     const Result noIndex = runMemtool({"set", "MemPersistent", "RecentLensFiles", "{}"});
     EXPECT_EQ(noIndex.status, 2);
@@ -374,9 +384,12 @@ TEST_F(Memtool, RequestNotServedTimesOut) {
     const Result result =
         runMemtool({"request", "MemUserSetups", "UserSetupAddNew", "--timeout", "1"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err,
-              "memtool request: MemUserSetups.UserSetupAddNew was not cleared within 1 s\n");
-    EXPECT_EQ(*variableAddress("MemUserSetups", "UserSetupAddNew"), 1);
+    EXPECT_EQ(result.err, "memtool request: MemUserSetups.UserSetupAddNew was not cleared within 1 "
+                          "s; memtool set the flag back to false\n");
+    EXPECT_EQ(*variableAddress("MemUserSetups", "UserSetupAddNew"), 0);
+    const std::vector<Notify> posted = events();
+    ASSERT_EQ(posted.size(), 2u) << "the request and its withdrawal";
+    EXPECT_EQ(posted[1].id, VarUserSetupAddNewChanged);
 
     const Result notFlag = runMemtool({"request", "MemPersistent", "AUXTorque"});
     EXPECT_EQ(notFlag.status, 2);
@@ -397,6 +410,8 @@ TEST_F(Memtool, WithoutABrokerOnlyTheReadingCommandsWork) {
                       "memtool " + arguments[0] + ": cannot connect to the message broker: ", 0),
                   0u)
             << result.err;
+        EXPECT_EQ(result.err.find(".cpp:"), std::string::npos)
+            << "the source location stays in the kernel log: " << result.err;
     }
     EXPECT_EQ(readInt(variableAddress("MemPersistent", "AUXTorque")), 2) << "nothing written";
     EXPECT_EQ(*variableAddress("MemUserSetups", "UserSetupAddNew"), 0);

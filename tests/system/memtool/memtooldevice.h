@@ -21,6 +21,21 @@ namespace memtooltest {
 uint8_t* variableAddress(const std::string& memory, const std::string& variable,
                          uint32_t element = 0);
 
+// The 32-bit int stored at `address`.
+int32_t readInt(const uint8_t* address);
+
+// The address of a struct member in element `element` of a struct variable.
+uint8_t* memberAddress(const std::string& memory, const std::string& variable, uint32_t element,
+                       const std::string& member);
+
+// Puts the memories into the fixed state whose dump the tests compare with a
+// copy kept in the tree: the defaults, and values chosen to test the output's
+// corners (negative and out-of-range numbers, tiny, huge, negative-zero and
+// non-finite floats, texts that JSON must escape, an enum beyond its entries,
+// a bool byte of 2, buffer bytes, array elements and struct members).  The
+// values are written straight into the memories, without events.
+void writeDumpFixture();
+
 class MemtoolDevice : public testing::Test {
 protected:
     void SetUp() override;

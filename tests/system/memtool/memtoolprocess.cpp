@@ -36,7 +36,8 @@ std::vector<std::string> commandLine(const std::vector<std::string>& arguments) 
 
 } // namespace
 
-MemtoolProcess::MemtoolProcess(const std::vector<std::string>& arguments) {
+MemtoolProcess::MemtoolProcess(const std::vector<std::string>& arguments,
+                               const std::string& input) {
     int out[2];
     int err[2];
     if (::pipe2(out, O_CLOEXEC) < 0 || ::pipe2(err, O_CLOEXEC) < 0) {
@@ -50,6 +51,9 @@ MemtoolProcess::MemtoolProcess(const std::vector<std::string>& arguments) {
     argv.push_back(nullptr);
     pid = ::fork();
     if (pid == 0) {
+        if (!input.empty()) {
+            ::dup2(::open(input.c_str(), O_RDONLY), STDIN_FILENO);
+        }
         ::dup2(out[1], STDOUT_FILENO);
         ::dup2(err[1], STDERR_FILENO);
         ::execvp(argv[0], argv.data());
@@ -143,6 +147,10 @@ Result MemtoolProcess::wait(int timeoutMs) {
 
 Result runMemtool(const std::vector<std::string>& arguments, int timeoutMs) {
     return MemtoolProcess(arguments).wait(timeoutMs);
+}
+
+Result runMemtoolReading(const std::vector<std::string>& arguments, const std::string& input) {
+    return MemtoolProcess(arguments, input).wait();
 }
 
 } // namespace memtooltest

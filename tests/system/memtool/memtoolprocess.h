@@ -16,7 +16,9 @@ struct Result {
 
 class MemtoolProcess {
 public:
-    explicit MemtoolProcess(const std::vector<std::string>& arguments);
+    // With `input`, standard input reads that file.
+    explicit MemtoolProcess(const std::vector<std::string>& arguments,
+                            const std::string& input = "");
     // Kills a process that is still running.
     ~MemtoolProcess();
     MemtoolProcess(const MemtoolProcess&) = delete;
@@ -44,5 +46,7 @@ private:
 
 // Runs memtool to its end.
 Result runMemtool(const std::vector<std::string>& arguments, int timeoutMs = 20000);
+// Runs memtool to its end with standard input reading the file `input`.
+Result runMemtoolReading(const std::vector<std::string>& arguments, const std::string& input);
 
 } // namespace memtooltest

@@ -20,6 +20,11 @@
 // checksum is never computed over it, and the record is reset.  Texts are read
 // up to their terminator but never past their own field.
 //
+// Read-only users (a tool that only prints) call declareFields() and
+// checkRecord() instead of initialize(): the record is then judged without
+// any byte of it being written; repairRecord() does the rest of
+// initialize() when writing is wanted after all.
+//
 // write(key, text) is meant for the String fields; given an integer field's
 // key it converts the text as a number, as the assignment form does.
 #pragma once
@@ -30,6 +35,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 class HwInfo {
 public:
@@ -38,8 +44,40 @@ public:
     // Opens and maps both devices; throws "open" or "mmap" errors.
     HwInfo();
 
+    // The state of the stored record, as initialize() judges it.
+    enum class RecordState {
+        Valid,
+        ShortLength,        // the stored length is shorter than the layout: it would be extended
+        LengthBeyondRegion, // the stored length reaches past the region: it would be reset
+        WrongChecksum,      // it would be reset
+    };
+    struct RecordCheck {
+        RecordState state;
+        unsigned int length;   // as stored
+        unsigned int checksum; // as stored
+        unsigned int expected; // over the stored length; 0 unless the length is in the region
+    };
+
+    // One field: its key, its PersistentInfo::Kind and PersistentInfo::Flags.
+    struct Field {
+        char const* key;
+        unsigned int kind;
+        unsigned int flags;
+    };
+    // Every field of the record and then of the register, in the order of
+    // printAll(); known without opening any device.
+    static std::vector<Field> fields();
+
     // Declares the fields and checks the record; call exactly once, first.
+    // Equal to declareFields() and then repairRecord().
     void initialize();
+    // Declares the fields; call exactly once, first, when initialize() is not called.
+    void declareFields();
+    // Judges the stored record; writes nothing.
+    RecordCheck checkRecord() const;
+    // initialize()'s repair of the record, for declared fields: a shorter
+    // record is extended, a wrong one reset, each with its log line.
+    void repairRecord();
 
     // Reads from the record, else from the register; false for an unknown key.
     bool read(char const* key, unsigned int& value);

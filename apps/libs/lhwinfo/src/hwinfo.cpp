@@ -23,9 +23,52 @@ constexpr char const* CHECKSUM = "checksum";
 constexpr unsigned int TEXT_WIDTH = 30;
 constexpr unsigned int KNOB_LINEARIZATION_WIDTH = 180;
 
-template <class Field, class... Arguments>
-void add(PersistentInfo& block, char const* name, unsigned int flags, Arguments... arguments) {
-    block.addInfo(std::make_unique<Field>(name, flags, arguments...));
+enum class Block { Record, Register };
+
+struct FieldSpec {
+    Block block;
+    HwInfo::Field field;
+    unsigned int width; // bytes of a String, bits of a Bits field
+};
+
+using PI = PersistentInfo;
+
+// The fields in the order in which initialize() declares them.
+constexpr FieldSpec FIELD_SPECS[] = {
+    {Block::Record, {VERSION, PI::IntKind, PI::Private}, 0},
+    {Block::Record, {LENGTH, PI::IntKind, PI::Private}, 0},
+    {Block::Record, {CHECKSUM, PI::IntKind, PI::Private}, 0},
+    {Block::Record, {Constants::HWINFO_SERIAL, PI::TextKind, 0}, TEXT_WIDTH},
+    {Block::Record, {Constants::HWINFO_BOARD, PI::TextKind, 0}, TEXT_WIDTH},
+    {Block::Record, {Constants::HWINFO_REVISION, PI::TextKind, 0}, TEXT_WIDTH},
+    {Block::Record, {Constants::HWINFO_K, PI::TextKind, 0}, TEXT_WIDTH},
+    {Block::Record, {Constants::KNOB_POS_MIN, PI::IntKind, 0}, 0},
+    {Block::Record, {Constants::KNOB_POS_MAX, PI::IntKind, 0}, 0},
+    {Block::Record, {Constants::SLIDER_POS_MIN, PI::IntKind, 0}, 0},
+    {Block::Record, {Constants::SLIDER_POS_MAX, PI::IntKind, 0}, 0},
+    {Block::Record, {Constants::JOYSTICK_ZERO_POS_X, PI::IntKind, 0}, 0},
+    {Block::Record, {Constants::JOYSTICK_ZERO_POS_Y, PI::IntKind, 0}, 0},
+    {Block::Record, {Constants::VIBRATION_BEMF_GAIN, PI::IntKind, 0}, 0},
+    {Block::Record, {Constants::VIBRATION_CAL_COMP, PI::IntKind, 0}, 0},
+    {Block::Record, {Constants::VIBRATION_CAL_BEMF, PI::IntKind, 0}, 0},
+    {Block::Register, {Constants::HWINFO_UPDATE_REQ, PI::BitsKind, 0}, 1},
+    {Block::Register, {Constants::HWINFO_UNUSED, PI::BitsKind, PI::Hidden}, 26},
+    {Block::Register, {Constants::HWINFO_BOOT_FAILED, PI::BitsKind, 0}, 1},
+    {Block::Register, {Constants::HWINFO_BOOT_FAILED_COUNTER, PI::BitsKind, 0}, 4},
+    {Block::Record,
+     {Constants::HWINFO_KNOB_LINEARIZATION, PI::TextKind, 0},
+     KNOB_LINEARIZATION_WIDTH},
+};
+
+std::unique_ptr<PI::Base> makeField(FieldSpec const& spec) {
+    switch (spec.field.kind) {
+    case PI::IntKind:
+        return std::make_unique<PI::Int>(spec.field.key, spec.field.flags);
+    case PI::BitsKind:
+        return std::make_unique<PI::Bits>(spec.field.key, spec.field.flags, spec.width);
+    default:
+        return std::make_unique<PI::String>(spec.field.key, spec.field.flags, spec.width);
+    }
 }
 
 } // namespace
@@ -34,44 +77,64 @@ HwInfo::HwInfo()
     : bootRegister(BOOT_REGISTER_DEVICE, BOOT_REGISTER_ADDRESS, BOOT_REGISTER_LENGTH),
       mmcBlock(MMC_DEVICE, MMC_BLOCK_OFFSET, MMC_BLOCK_LENGTH), logLevel(nullptr) {}
 
-void HwInfo::initialize() {
-    using PI = PersistentInfo;
-    for (char const* name : {VERSION, LENGTH, CHECKSUM}) {
-        add<PI::Int>(mmcBlock, name, PI::Private);
+std::vector<HwInfo::Field> HwInfo::fields() {
+    std::vector<Field> list;
+    for (Block block : {Block::Record, Block::Register}) {
+        for (FieldSpec const& spec : FIELD_SPECS) {
+            if (spec.block == block) {
+                list.push_back(spec.field);
+            }
+        }
     }
-    for (char const* name : {Constants::HWINFO_SERIAL, Constants::HWINFO_BOARD,
-                             Constants::HWINFO_REVISION, Constants::HWINFO_K}) {
-        add<PI::String>(mmcBlock, name, 0, TEXT_WIDTH);
-    }
-    for (char const* name :
-         {Constants::KNOB_POS_MIN, Constants::KNOB_POS_MAX, Constants::SLIDER_POS_MIN,
-          Constants::SLIDER_POS_MAX, Constants::JOYSTICK_ZERO_POS_X, Constants::JOYSTICK_ZERO_POS_Y,
-          Constants::VIBRATION_BEMF_GAIN, Constants::VIBRATION_CAL_COMP,
-          Constants::VIBRATION_CAL_BEMF}) {
-        add<PI::Int>(mmcBlock, name, 0);
-    }
-    add<PI::Bits>(bootRegister, Constants::HWINFO_UPDATE_REQ, 0, 1u);
-    add<PI::Bits>(bootRegister, Constants::HWINFO_UNUSED, PI::Hidden, 26u);
-    add<PI::Bits>(bootRegister, Constants::HWINFO_BOOT_FAILED, 0, 1u);
-    add<PI::Bits>(bootRegister, Constants::HWINFO_BOOT_FAILED_COUNTER, 0, 4u);
-    add<PI::String>(mmcBlock, Constants::HWINFO_KNOB_LINEARIZATION, 0, KNOB_LINEARIZATION_WIDTH);
+    return list;
+}
 
-    unsigned int length = 0;
-    mmcBlock.get<PI::Int, unsigned int>(LENGTH, length);
-    if (length < mmcBlock.size()) {
+void HwInfo::initialize() {
+    declareFields();
+    repairRecord();
+}
+
+void HwInfo::declareFields() {
+    for (FieldSpec const& spec : FIELD_SPECS) {
+        (spec.block == Block::Record ? mmcBlock : bootRegister).addInfo(makeField(spec));
+    }
+}
+
+HwInfo::RecordCheck HwInfo::checkRecord() const {
+    RecordCheck check{RecordState::Valid, 0, 0, 0};
+    mmcBlock.get<PI::Int, unsigned int>(LENGTH, check.length);
+    mmcBlock.get<PI::Int, unsigned int>(CHECKSUM, check.checksum);
+    if (check.length < mmcBlock.size()) {
+        check.state = RecordState::ShortLength;
+    } else if (check.length > mmcBlock.blockLength) {
+        check.state = RecordState::LengthBeyondRegion;
+    } else {
+        check.expected = mmcBlock.checksum(check.length);
+        if (check.checksum != check.expected) {
+            check.state = RecordState::WrongChecksum;
+        }
+    }
+    return check;
+}
+
+void HwInfo::repairRecord() {
+    RecordCheck const check = checkRecord();
+    switch (check.state) {
+    case RecordState::Valid:
+        return;
+    case RecordState::ShortLength:
+        // The extended record carries a fresh checksum over the new length.
         logMessage(logLevel, gen::Error, __FILE__, __LINE__,
                    "Differents length, setting new values to default.");
-        initNewMemory(length);
-        length = mmcBlock.size();
-    }
-    unsigned int stored = 0;
-    mmcBlock.get<PI::Int, unsigned int>(CHECKSUM, stored);
-    if (length > mmcBlock.blockLength) {
-        logMessage(logLevel, gen::Error, __FILE__, __LINE__,
-                   "Stored length %u is larger than the record region of %u bytes.", length,
-                   mmcBlock.blockLength);
-    } else if (stored == mmcBlock.checksum(length)) {
+        initNewMemory(check.length);
         return;
+    case RecordState::LengthBeyondRegion:
+        logMessage(logLevel, gen::Error, __FILE__, __LINE__,
+                   "Stored length %u is larger than the record region of %u bytes.", check.length,
+                   mmcBlock.blockLength);
+        break;
+    case RecordState::WrongChecksum:
+        break;
     }
     logMessage(logLevel, gen::Error, __FILE__, __LINE__, "Wrong checksum, setting defaults.");
     clear();

@@ -1,0 +1,66 @@
+#include "assignment.h"
+
+#include "catalogue.h"
+#include "cli.h"
+#include "introspection.h"
+#include "json.h"
+#include "names.h"
+#include "valuecheck.h"
+
+std::string Assignment::target() const {
+    return targetName(memory, variable, index);
+}
+
+std::string refusal(const Assignment& assignment) {
+    return refusal(assignment.memory, assignment.variable, assignment.text);
+}
+
+void failOnProblems(const std::vector<std::string>& problems, size_t total) {
+    if (problems.empty()) {
+        return;
+    }
+    std::string message;
+    for (const std::string& line : problems) {
+        message += line + "\n";
+    }
+    if (total == 1) {
+        message.pop_back();
+    } else {
+        message += "nothing stored: " + std::to_string(problems.size()) + " of " +
+                   std::to_string(total) + " values refused";
+    }
+    throw Failure(message);
+}
+
+void checkAssignments(const std::vector<Assignment>& list) {
+    std::vector<std::string> problems;
+    for (const Assignment& assignment : list) {
+        if (std::string reason = refusal(assignment); !reason.empty()) {
+            problems.push_back(list.size() == 1 ? reason : assignment.target() + ": " + reason);
+        }
+    }
+    failOnProblems(problems, list.size());
+}
+
+void store(const Assignment& assignment) {
+    const uint32_t memory = assignment.memory;
+    const uint32_t variable = assignment.variable;
+    std::string error;
+    if (Introspection::getVarBaseType(memory, variable) == BaseStruct) {
+        Json members;
+        members.parse(assignment.text);
+        error = Introspection::setVarValueJson(memory, variable, members.items,
+                                               static_cast<int>(assignment.index.value_or(0)));
+    } else if (!assignment.index) {
+        error = Introspection::setVarValue(memory, variable, assignment.text.c_str());
+    } else {
+        const VariableDescriptor& entry = MEMORY_ARRAY[memory].variables[variable];
+        Notify notify = entry.event;
+        notify.indexed = 1;
+        notify.index = *assignment.index;
+        error = entry.setter(entry.memoryBase, memory, variable, notify, assignment.text.c_str());
+    }
+    if (!error.empty()) {
+        throw Failure(error.substr(0, error.find_last_not_of('\n') + 1));
+    }
+}

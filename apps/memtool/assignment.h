@@ -1,0 +1,34 @@
+// One value to store: a variable, the element of an array, and the text.
+// Commands first check every assignment they were given and store only when
+// all of them can be stored as written.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct Assignment {
+    uint32_t memory;
+    uint32_t variable;
+    std::optional<uint32_t> index; // the element of an array variable
+    std::string text;
+
+    // "NAME" or "NAME[INDEX]".
+    std::string target() const;
+};
+
+// Why the text cannot be stored as written (valuecheck.h), or "".
+std::string refusal(const Assignment& assignment);
+// Throws Failure unless `problems` is empty: with one value in all the
+// problem alone, else one line per problem and "nothing stored: N of M values
+// refused".
+void failOnProblems(const std::vector<std::string>& problems, size_t total);
+// Throws Failure unless every assignment can be stored: with one assignment
+// its reason, with several a line "TARGET: reason" for each refused one and
+// "nothing stored: N of M values refused".
+void checkAssignments(const std::vector<Assignment>& list);
+// Stores through the variable's setter, which posts the change event; throws
+// Failure with the setter's message.  The memory must be open and, for the
+// event, the broker connected.
+void store(const Assignment& assignment);

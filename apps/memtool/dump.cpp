@@ -1,0 +1,124 @@
+// memtool dump: the memories as one JSON document, memory name -> variable
+// name -> typed value, laid out exactly as nlohmann's dump lays out the whole
+// document but written value by value as the memories are read, so that
+// neither the document nor any tree of it is ever held in memory.  A value
+// that cannot be written as JSON (a text that is not UTF-8, a struct text that
+// does not parse) ends the output there: the command fails naming the
+// variable, where a whole-document dump would have printed nothing.
+#include "catalogue.h"
+#include "commands.h"
+#include "device.h"
+#include "introspection.h"
+#include "jsonrelay.h"
+#include "jsonvalue.h"
+#include "names.h"
+#include "program.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+// Writes struct texts as JSON values of the stream.  The elements of a struct
+// array often repeat (defaults, empty slots): an element whose text equals the
+// one before it is written from the bytes laid out for that one.
+class StructWriter {
+public:
+    explicit StructWriter(int indent) : indent(indent) {}
+
+    void write(JsonStream& stream, std::string text) {
+        if (text != lastText) {
+            JsonStream piece(nullptr, indent, stream.depth());
+            relayJson(piece, text);
+            lastBytes = piece.take();
+            lastText = std::move(text);
+        }
+        stream.raw(lastBytes);
+    }
+
+private:
+    int indent;
+    std::string lastText;
+    std::string lastBytes;
+};
+
+// One element as its typed JSON value would be dumped.
+void element(JsonStream& stream, StructWriter& structs, uint32_t memory, uint32_t variable,
+             std::string text) {
+    switch (Introspection::getVarBaseType(memory, variable)) {
+    case BaseInt:
+    case BaseBool:
+        stream.raw(text);
+        return;
+    case BaseStruct:
+        structs.write(stream, std::move(text));
+        return;
+    default:
+        stream.raw(typedValue(memory, variable, text).dump());
+    }
+}
+
+void variableValue(JsonStream& stream, StructWriter& structs, uint32_t memory, uint32_t variable) {
+    const auto text = [&](uint32_t index) {
+        return Introspection::getVarValue(memory, variable, static_cast<int>(index));
+    };
+    if (!Introspection::isArray(memory, variable)) {
+        element(stream, structs, memory, variable, text(0));
+        return;
+    }
+    stream.beginArray();
+    for (uint32_t index = 0; index < Introspection::getElementCount(memory, variable); ++index) {
+        element(stream, structs, memory, variable, text(index));
+    }
+    stream.end();
+}
+
+} // namespace
+
+int dumpMemories(const Arguments& arguments) {
+    std::vector<uint32_t> memories;
+    for (const std::string& name : arguments.positional()) {
+        // A memory named twice is written once, where it was first named.
+        if (const uint32_t memory = findMemory(name);
+            std::find(memories.begin(), memories.end(), memory) == memories.end()) {
+            memories.push_back(memory);
+        }
+    }
+    if (memories.empty()) {
+        for (uint32_t memory = 0; memory < Introspection::getMemCount(); ++memory) {
+            memories.push_back(memory);
+        }
+    }
+    for (uint32_t memory : memories) {
+        openMemory(memory);
+    }
+    const int indent = arguments.has("--compact") ? -1 : 2;
+    JsonStream stream(stdout, indent);
+    StructWriter structs(indent);
+    stream.beginObject();
+    for (uint32_t memory : memories) {
+        stream.key(Introspection::getMemName(memory));
+        stream.beginObject();
+        for (uint32_t variable = 0; variable < Introspection::getVarCount(memory); ++variable) {
+            stream.key(Introspection::getVarName(memory, variable));
+            try {
+                variableValue(stream, structs, memory, variable);
+            } catch (const std::exception& error) {
+                stream.flush();
+                throw Failure(std::string(Introspection::getMemName(memory)) + "." +
+                              Introspection::getVarName(memory, variable) +
+                              " cannot be written as JSON: " + errorMessage(error));
+            }
+        }
+        stream.end();
+    }
+    stream.end();
+    stream.flush();
+    std::fputc('\n', stdout);
+    if (std::fflush(stdout) != 0) {
+        throw Failure(std::string("cannot write the output: ") + std::strerror(errno));
+    }
+    return ExitSuccess;
+}

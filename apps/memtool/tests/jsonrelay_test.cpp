@@ -1,0 +1,56 @@
+// JsonStream with relayed JSON texts lays a document out byte for byte as the
+// JSON library's dump does, pretty and compact.
+#include "jsonrelay.h"
+
+#include "memoryfile.h"
+
+#include <nlohmann/json.hpp>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Ordered = nlohmann::ordered_json;
+
+const char* const SAMPLES[] = {
+    R"({"A": {"max":"1","min":"0","type":"int","value":"5"}, "B": [ {"x": 1}, {"y": [true, null]} ]})",
+    R"({"Empty": {}, "None": [], "Nested": [[], [{}], [[1.5, -0.0, 1e300, 7]]]})",
+    R"({"Text": "q\"b\\s\/\n\t\u0001\u00e9 \u20ac", "N": -12, "U": 18446744073709551615})",
+    R"([1, "two", {"three": 3}])",
+    R"("alone")",
+    "42",
+};
+
+// What the stream writes for {"value": <json>, "after": [a text]} with this indent.
+std::string streamed(const std::string& json, int indent) {
+    testsupport::MemoryFile out;
+    {
+        JsonStream stream(out.file(), indent);
+        stream.beginObject();
+        stream.key("value");
+        relayJson(stream, json);
+        stream.key("after");
+        stream.beginArray();
+        stream.string("a\x7f\xff");
+        stream.end();
+        stream.end();
+    }
+    return out.text();
+}
+
+TEST(JsonRelay, LaysOutAsTheLibrarysDump) {
+    for (const char* sample : SAMPLES) {
+        const Ordered document = {{"value", Ordered::parse(sample)},
+                                  {"after", Ordered::array({"a\x7f\xEF\xBF\xBD"})}};
+        EXPECT_EQ(streamed(sample, 2), document.dump(2)) << sample;
+        EXPECT_EQ(streamed(sample, -1), document.dump(-1)) << sample;
+        EXPECT_EQ(streamed(sample, 4), document.dump(4)) << sample;
+    }
+}
+
+TEST(JsonRelay, InvalidJsonThrows) {
+    EXPECT_THROW(streamed(R"({"a": [1,],})", 2), std::exception);
+    EXPECT_THROW(streamed("{\"a\": \"\xff\"}", 2), std::exception);
+}
+
+} // namespace
