@@ -5,6 +5,7 @@
 #include "memtooldevice.h"
 #include "memtoolprocess.h"
 
+#include "catalogue.h"
 #include "memories.h"
 
 #include <gtest/gtest.h>
@@ -49,7 +50,7 @@ testing::AssertionResult sameText(const std::string& actual, const std::string& 
 // Every byte of every memory.
 std::vector<std::vector<uint8_t>> memoryBytes() {
     std::vector<std::vector<uint8_t>> all;
-    for (uint32_t memory = 0; memory < gen::MEMORY_COUNT; ++memory) {
+    for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
         SharedMemory& segment = gen::getSharedMemory(memory);
         all.emplace_back(segment.address(), segment.address() + segment.getSize());
     }
