@@ -81,20 +81,15 @@ struct Model {
             pendingCommand = Invalid;
             return false;
         }
-        switch (record.id) {
-        case Subscribe:
-        case Unsubscribe:
+        if (record.id == SubscribeAll || record.id == UnsubscribeAll) {
+            history.push_back({record.id == SubscribeAll ? Decision::All : Decision::None, 0});
+            return false;
+        }
+        if (record.id == Subscribe || record.id == Unsubscribe) {
             pendingCommand = record.id;
             return false;
-        case SubscribeAll:
-            history.push_back({Decision::All, 0});
-            return false;
-        case UnsubscribeAll:
-            history.push_back({Decision::None, 0});
-            return false;
-        default:
-            return true;
         }
+        return true;
     }
 };
 

@@ -72,6 +72,16 @@ MATCHER_P3(IsNotify, id, indexed, index, "") {
            arg.index == static_cast<uint32_t>(index);
 }
 
+// `count` records of VarFocusTorqueChanged numbered by their index; `indexed`
+// gives each one's second word.
+std::vector<Notify> numberedRecords(uint32_t count, uint32_t (*indexed)(uint32_t)) {
+    std::vector<Notify> records;
+    for (uint32_t i = 0; i < count; ++i) {
+        records.push_back({VarFocusTorqueChanged, indexed(i), i});
+    }
+    return records;
+}
+
 class ServerConnectionTest : public ::testing::Test {
 protected:
     // The level a service starts with: the event loop's debug lines stay out of the log.
@@ -377,10 +387,7 @@ TEST_F(ServerConnectionTest, RecordsSentOneByteAtATimeArriveWholeAndInOrder) {
     auto connection = connect(broker);
     Recorder recorder;
     connection->setEventHandler(&recorder);
-    std::vector<Notify> sent;
-    for (uint32_t i = 0; i < 20; ++i) {
-        sent.push_back({VarFocusTorqueChanged, i % 2, i});
-    }
+    const auto sent = numberedRecords(20, [](uint32_t i) { return i % 2; });
     const auto* bytes = reinterpret_cast<const uint8_t*>(sent.data());
     for (size_t i = 0; i < sent.size() * sizeof(Notify); ++i) {
         broker.send(bytes + i, 1);
@@ -398,10 +405,7 @@ TEST_F(ServerConnectionTest, ReadsAtMost256RecordsPerWakeUpWithOneRead) {
     auto connection = connect(broker);
     Recorder recorder;
     connection->setEventHandler(&recorder);
-    std::vector<Notify> sent;
-    for (uint32_t i = 0; i < 300; ++i) {
-        sent.push_back({VarFocusTorqueChanged, 1, i});
-    }
+    const auto sent = numberedRecords(300, [](uint32_t) { return 1u; });
     broker.send(sent.data(), sent.size() * sizeof(Notify));
 
     spy::start();
