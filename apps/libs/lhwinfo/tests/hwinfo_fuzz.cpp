@@ -23,6 +23,7 @@
 #include "hwinfo.h"
 #include "referencecrc.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -224,10 +225,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         texts[i].assign(reinterpret_cast<char const*>(data + at), length);
         at += length;
     }
-    deviceimage::Bytes region(deviceimage::RECORD_REGION, 0);
-    std::size_t regionBytes = size - at < region.size() ? size - at : region.size();
-    std::memcpy(region.data(), data + at, regionBytes);
-    writeImage(deviceimage::MMC, deviceimage::RECORD_OFFSET, region.data(), region.size());
+    std::size_t regionBytes = std::min(size - at, std::size_t{deviceimage::RECORD_REGION});
+    writeImage(deviceimage::MMC, deviceimage::RECORD_OFFSET, data + at, regionBytes);
+    // The rest of the region is zero: only what the last run may have
+    // written (its input and the record's fields) is cleared again.
+    static std::size_t dirty = deviceimage::RECORD_REGION;
+    if (dirty > regionBytes) {
+        static deviceimage::Bytes const zeros(deviceimage::RECORD_REGION, 0);
+        writeImage(deviceimage::MMC, deviceimage::RECORD_OFFSET + regionBytes, zeros.data(),
+                   dirty - regionBytes);
+    }
+    dirty = std::max<std::size_t>(regionBytes, RECORD_SIZE);
     writeImage(deviceimage::MEM, deviceimage::REGISTER_ADDRESS, &word, sizeof word);
     Surroundings before;
 
