@@ -37,16 +37,14 @@ constexpr uint32_t PERSISTENT = 0;
 class BrokerSink {
 public:
     BrokerSink() : listenFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, ServerConnection::SOCKET_PATH, sizeof address.sun_path - 1);
-        ::unlink(ServerConnection::SOCKET_PATH);
+        const sockaddr_un address = BrokerProtocol::address();
+        ::unlink(BrokerProtocol::SOCKET_PATH);
         if (::bind(listenFd, reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0 ||
             ::listen(listenFd, 1) < 0) {
             throw std::runtime_error("the broker sink cannot listen (run in a device root)");
         }
-        sem_unlink(ServerConnection::READY_SEMAPHORE);
-        sem_close(sem_open(ServerConnection::READY_SEMAPHORE, O_CREAT, 0666, 1));
+        sem_unlink(BrokerProtocol::READY_SEMAPHORE);
+        sem_close(sem_open(BrokerProtocol::READY_SEMAPHORE, O_CREAT, 0666, 1));
         reader = std::thread([this] {
             const int client = ::accept(listenFd, nullptr, nullptr);
             char buffer[4096];

@@ -80,6 +80,41 @@ function(sm_add_gtest)
     set_tests_properties(${T_NAME} PROPERTIES TIMEOUT ${T_TIMEOUT})
 endfunction()
 
+# sm_add_fuzzer(NAME name ENTRY file CORPUS folder MINIMUM n SOURCES ... INCLUDES ...
+#               LIBS ... [DEPENDS ...] [NO_DEVROOT])
+# A libFuzzer entry (ENTRY defines LLVMFuzzerTestOneInput) and its corpus.
+# The corpus runs as the ordinary test <name>_fuzz_corpus_test with every compiler
+# (linked with LIBS).  The libFuzzer program <name>_fuzzer is built on request
+# with clang, native builds only, from ENTRY and SOURCES with INCLUDES
+# (DEPENDS: files and targets it needs besides):
+#   cmake --build build/native --target <name>_fuzz
+find_program(SM_CLANGXX NAMES clang++ clang++-14)
+function(sm_add_fuzzer)
+    cmake_parse_arguments(F "NO_DEVROOT" "NAME;ENTRY;CORPUS;MINIMUM"
+                          "SOURCES;INCLUDES;LIBS;DEPENDS" ${ARGN})
+    set(test ${F_NAME}_fuzz_corpus_test)
+    set(devroot "")
+    if(F_NO_DEVROOT)
+        set(devroot NO_DEVROOT)
+    endif()
+    sm_add_gtest(NAME ${test} SOURCES ${CMAKE_SOURCE_DIR}/tests/support/fuzzcorpus_test.cpp
+                 ${F_ENTRY} LIBS ${F_LIBS} ${devroot})
+    target_compile_definitions(${test} PRIVATE FUZZ_CORPUS="${F_CORPUS}"
+                                               FUZZ_CORPUS_MINIMUM=${F_MINIMUM})
+    if(NOT SM_CLANGXX OR CMAKE_CROSSCOMPILING)
+        return()
+    endif()
+    set(program ${CMAKE_CURRENT_BINARY_DIR}/${F_NAME}_fuzzer)
+    list(TRANSFORM F_INCLUDES PREPEND -I)
+    add_custom_command(
+        OUTPUT ${program}
+        COMMAND ${SM_CLANGXX} -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined
+                -D_FILE_OFFSET_BITS=64 ${F_INCLUDES} ${F_ENTRY} ${F_SOURCES} -o ${program}
+        DEPENDS ${F_ENTRY} ${F_SOURCES} ${F_DEPENDS}
+        VERBATIM)
+    add_custom_target(${F_NAME}_fuzz DEPENDS ${program})
+endfunction()
+
 # sm_add_benchmark(NAME name SOURCES ... LIBS ...)
 # A Google Benchmark program; built natively, run on request only.
 function(sm_add_benchmark)

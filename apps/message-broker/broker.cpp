@@ -1,6 +1,7 @@
 #include "broker.h"
 
 #include "log.h"
+#include "routing.h"
 
 #include <cerrno>
 #include <cstring>
@@ -96,11 +97,11 @@ bool Broker::receive(Client& client) {
     size_t records = 0;
     ssize_t got = client.reader.readFrom(client.fd, scratch, records);
     int readError = errno;
-    for (size_t i = 0; i < records && client.open; ++i) {
-        if (!client.subscriptions.apply(scratch[i])) {
-            route(scratch[i]);
-        }
-    }
+    takeRecords(client, std::span(scratch).first(records), clients, [this](Client& slow) {
+        LOG(Warn, "Client %i does not read: %zu bytes waiting, closing it", slow.fd,
+            slow.output.pending());
+        closeClient(slow);
+    });
     if (!client.open) {
         return false;
     }
@@ -111,19 +112,6 @@ bool Broker::receive(Client& client) {
         return false;
     }
     return got > 0;
-}
-
-void Broker::route(const Notify& record) {
-    for (auto& client : clients) {
-        if (!client->open || !client->subscriptions.contains(record.id)) {
-            continue;
-        }
-        if (!client->output.append(record)) {
-            LOG(Warn, "Client %i does not read: %zu bytes waiting, closing it", client->fd,
-                client->output.pending());
-            closeClient(*client);
-        }
-    }
 }
 
 void Broker::flush(Client& client) {

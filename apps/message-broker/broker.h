@@ -43,7 +43,6 @@ private:
     // One read from the client and the handling of its records; false when
     // the client has no more input now (would block, ended or failed).
     bool receive(Client& client);
-    void route(const Notify& record);
     void flush(Client& client);
     void flushWritable();
     void closeClient(Client& client);

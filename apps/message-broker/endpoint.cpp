@@ -1,7 +1,7 @@
 #include "endpoint.h"
 
+#include "brokerprotocol.h"
 #include "log.h"
-#include "serverconnection.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -30,7 +30,7 @@ bool anotherBrokerAnswers(const sockaddr_un& address) {
 
 void createFolder() {
     std::error_code error;
-    auto folder = std::filesystem::path(ServerConnection::SOCKET_PATH).parent_path();
+    auto folder = std::filesystem::path(BrokerProtocol::SOCKET_PATH).parent_path();
     std::filesystem::create_directories(folder, error);
     if (error) {
         THROW_ERROR("Cannot create %s: %s", folder.c_str(), error.message().c_str());
@@ -45,8 +45,8 @@ void createFolder() {
 }
 
 int listenOn(const sockaddr_un& address) {
-    if (::unlink(ServerConnection::SOCKET_PATH) == 0) {
-        LOG(LogLight, "Removed stale %s", ServerConnection::SOCKET_PATH);
+    if (::unlink(BrokerProtocol::SOCKET_PATH) == 0) {
+        LOG(LogLight, "Removed stale %s", BrokerProtocol::SOCKET_PATH);
     }
     int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd < 0) {
@@ -62,10 +62,10 @@ int listenOn(const sockaddr_un& address) {
 }
 
 sem_t* createReadySemaphore() {
-    if (sem_unlink(ServerConnection::READY_SEMAPHORE) == 0) {
-        LOG(LogLight, "Removed stale semaphore %s", ServerConnection::READY_SEMAPHORE);
+    if (sem_unlink(BrokerProtocol::READY_SEMAPHORE) == 0) {
+        LOG(LogLight, "Removed stale semaphore %s", BrokerProtocol::READY_SEMAPHORE);
     }
-    sem_t* ready = sem_open(ServerConnection::READY_SEMAPHORE, O_CREAT | O_EXCL, SEMAPHORE_MODE, 1);
+    sem_t* ready = sem_open(BrokerProtocol::READY_SEMAPHORE, O_CREAT | O_EXCL, SEMAPHORE_MODE, 1);
     if (ready == SEM_FAILED) {
         THROW_ERROR_NUMBER("sem_open");
     }
@@ -75,10 +75,10 @@ sem_t* createReadySemaphore() {
 } // namespace
 
 Endpoint::Endpoint() : listenFd(-1), ready(nullptr) {
-    const sockaddr_un address = ServerConnection::address();
+    const sockaddr_un address = BrokerProtocol::address();
     if (anotherBrokerAnswers(address)) {
         THROW_ERROR("Another message broker is already listening on %s",
-                    ServerConnection::SOCKET_PATH);
+                    BrokerProtocol::SOCKET_PATH);
     }
     createFolder();
     listenFd = listenOn(address);
@@ -86,14 +86,14 @@ Endpoint::Endpoint() : listenFd(-1), ready(nullptr) {
         ready = createReadySemaphore();
     } catch (...) {
         ::close(listenFd);
-        ::unlink(ServerConnection::SOCKET_PATH);
+        ::unlink(BrokerProtocol::SOCKET_PATH);
         throw;
     }
 }
 
 Endpoint::~Endpoint() {
     sem_close(ready);
-    sem_unlink(ServerConnection::READY_SEMAPHORE);
+    sem_unlink(BrokerProtocol::READY_SEMAPHORE);
     ::close(listenFd);
-    ::unlink(ServerConnection::SOCKET_PATH);
+    ::unlink(BrokerProtocol::SOCKET_PATH);
 }

@@ -7,29 +7,51 @@
 // Under a service manager that names NOTIFY_SOCKET it also sends READY=1 there
 // once it listens and the semaphore exists.
 //
+// Command line: none to run.  `--help` and `--version` print to standard
+// output and exit 0 before anything else happens (no socket, no semaphore, no
+// log line); any other argument is a usage error (a message on standard
+// error, exit status 2).
+//
 // Logging: the broker has no shared memory of its own, so its level is a
 // variable of its own, LogLight: the start, the end and the closing of a
 // client that does not read (Warn) are written; connections and disconnections
 // are logged at LogMost and so stay out of a running device's log.
 #include "broker.h"
+#include "brokerprotocol.h"
 #include "eventpoll.h"
 #include "log.h"
 #include "readiness.h"
-#include "serverconnection.h"
+#include "version.h"
 
 #include <cstdio>
+#include <cstring>
 #include <exception>
 
 namespace {
+
 gen::LogLevel brokerLogLevel = gen::LogLight;
+
+constexpr int USAGE_ERROR = 2;
+
+void printUsage(FILE* stream) {
+    std::fprintf(stream,
+                 "usage: message-broker [--help | --version]\n"
+                 "\n"
+                 "Forwards the device's event records between its processes.\n"
+                 "Listens on %s and, once it listens,\n"
+                 "creates the readiness semaphore %s; runs until SIGINT or\n"
+                 "SIGTERM, which remove both again.\n"
+                 "Exit status: 0 stopped by a signal, 1 could not start (for example while\n"
+                 "another broker runs), 2 wrong command line.\n",
+                 BrokerProtocol::SOCKET_PATH, BrokerProtocol::READY_SEMAPHORE);
 }
 
-int main() {
+int run() {
     gComponentLogLevel = &brokerLogLevel;
     EventPoll& poll = gen::getEventPoll();
     try {
         Broker broker(poll);
-        LOG(LogLight, "Listening on %s", ServerConnection::SOCKET_PATH);
+        LOG(LogLight, "Listening on %s", BrokerProtocol::SOCKET_PATH);
         Readiness::notifyServiceManager();
         while (poll.wait(-1) != EventPoll::Terminate) {
             broker.afterWakeUp();
@@ -40,4 +62,26 @@ int main() {
     }
     LOG(LogLight, "Stopped");
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 1) {
+        return run();
+    }
+    bool help = std::strcmp(argv[1], "--help") == 0;
+    bool version = std::strcmp(argv[1], "--version") == 0;
+    if (argc == 2 && help) {
+        printUsage(stdout);
+        return 0;
+    }
+    if (argc == 2 && version) {
+        std::printf("message-broker %s\n", Constants::PROJECT_VERSION);
+        return 0;
+    }
+    const char* unexpected = help || version ? argv[2] : argv[1];
+    std::fprintf(stderr, "message-broker: unexpected argument '%s'\n", unexpected);
+    printUsage(stderr);
+    return USAGE_ERROR;
 }

@@ -1,7 +1,6 @@
 #include "outputbuffer.h"
 
-#include <cstring>
-#include <unistd.h>
+#include "brokerprotocol.h"
 
 bool OutputBuffer::append(const Notify& record) {
     if (pending() + sizeof record > LIMIT) {
@@ -17,13 +16,15 @@ bool OutputBuffer::append(const Notify& record) {
 }
 
 ssize_t OutputBuffer::flush(int fd) {
-    ssize_t written = ::write(fd, data.data() + head, pending());
-    if (written > 0) {
-        head += static_cast<size_t>(written);
-        if (head == data.size()) {
-            data.clear();
-            head = 0;
-        }
+    std::span<const uint8_t> bytes = queued();
+    size_t written = BrokerProtocol::writeFully(fd, bytes.data(), bytes.size());
+    if (written == 0 && !bytes.empty()) {
+        return -1;
     }
-    return written;
+    head += written;
+    if (head == data.size()) {
+        data.clear();
+        head = 0;
+    }
+    return static_cast<ssize_t>(written);
 }

@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <sys/types.h>
 #include <vector>
 
@@ -19,9 +20,13 @@ public:
 
     // Queues one record; false (and nothing queued) when that would pass LIMIT.
     bool append(const Notify& record);
-    // One write of everything queued; returns the write's result.  Written
-    // bytes leave the queue.
+    // Writes what the socket takes of everything queued (continuing after
+    // short writes and EINTR, BrokerProtocol::writeFully); returns the bytes
+    // written, or -1 with errno set when a write failed before any byte was
+    // written.  Written bytes leave the queue.
     ssize_t flush(int fd);
+    // The bytes waiting, oldest first.
+    std::span<const uint8_t> queued() const { return {data.data() + head, pending()}; }
     size_t pending() const { return data.size() - head; }
     bool empty() const { return pending() == 0; }
 

@@ -1,6 +1,6 @@
 #include "brokerendpoint.h"
 
-#include "serverconnection.h"
+#include "brokerprotocol.h"
 
 #include <cerrno>
 #include <cstring>
@@ -22,16 +22,14 @@ constexpr int BACKLOG = 8;
 } // namespace
 
 BrokerEndpoint::BrokerEndpoint(unsigned semaphoreCount, bool listen) {
-    ::unlink(ServerConnection::SOCKET_PATH);
-    sem_unlink(ServerConnection::READY_SEMAPHORE);
+    ::unlink(BrokerProtocol::SOCKET_PATH);
+    sem_unlink(BrokerProtocol::READY_SEMAPHORE);
     if (listen) {
         listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         if (listener < 0) {
             fail("socket");
         }
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, ServerConnection::SOCKET_PATH, sizeof address.sun_path - 1);
+        const sockaddr_un address = BrokerProtocol::address();
         if (::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
             fail("bind");
         }
@@ -39,7 +37,7 @@ BrokerEndpoint::BrokerEndpoint(unsigned semaphoreCount, bool listen) {
             fail("listen");
         }
     }
-    ready = sem_open(ServerConnection::READY_SEMAPHORE, O_CREAT | O_EXCL, 0666, semaphoreCount);
+    ready = sem_open(BrokerProtocol::READY_SEMAPHORE, O_CREAT | O_EXCL, 0666, semaphoreCount);
     if (ready == SEM_FAILED) {
         fail("sem_open");
     }
@@ -50,8 +48,8 @@ BrokerEndpoint::~BrokerEndpoint() {
         ::close(listener);
     }
     sem_close(ready);
-    sem_unlink(ServerConnection::READY_SEMAPHORE);
-    ::unlink(ServerConnection::SOCKET_PATH);
+    sem_unlink(BrokerProtocol::READY_SEMAPHORE);
+    ::unlink(BrokerProtocol::SOCKET_PATH);
 }
 
 int BrokerEndpoint::semaphoreValue() const {

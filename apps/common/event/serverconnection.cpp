@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
@@ -23,7 +24,7 @@ constexpr int DRAIN_CHUNK = 256;
 // failed attempts; `failures` counts them.
 sem_t* openReadySemaphore(int& failures) {
     sem_t* ready;
-    while ((ready = sem_open(ServerConnection::READY_SEMAPHORE, 0)) == SEM_FAILED) {
+    while ((ready = sem_open(BrokerProtocol::READY_SEMAPHORE, 0)) == SEM_FAILED) {
         ++failures;
         int openError = errno;
         sched_yield();
@@ -35,37 +36,61 @@ sem_t* openReadySemaphore(int& failures) {
     return ready;
 }
 
+// Takes the readiness semaphore, waiting at most READY_WAIT_MS; false (and a
+// Warn line) when the time ran out.
+bool takeReadySemaphore(sem_t* ready) {
+    constexpr long NANOSECONDS = 1000000000L;
+    constexpr int MILLISECONDS = 1000;
+    timespec deadline{};
+    clock_gettime(CLOCK_MONOTONIC, &deadline);
+    deadline.tv_sec += ServerConnection::READY_WAIT_MS / MILLISECONDS;
+    deadline.tv_nsec +=
+        ServerConnection::READY_WAIT_MS % MILLISECONDS * (NANOSECONDS / MILLISECONDS);
+    if (deadline.tv_nsec >= NANOSECONDS) {
+        deadline.tv_sec += 1;
+        deadline.tv_nsec -= NANOSECONDS;
+    }
+    if (sem_clockwait(ready, CLOCK_MONOTONIC, &deadline) == 0) {
+        return true;
+    }
+    if (errno != ETIMEDOUT) {
+        THROW_ERROR_NUMBER("sem_wait");
+    }
+    LOG(Warn, "%s not free after %i ms, connecting without it", BrokerProtocol::READY_SEMAPHORE,
+        ServerConnection::READY_WAIT_MS);
+    return false;
+}
+
 void sendAll(int fd, const void* data, size_t size) {
-    if (::write(fd, data, size) != static_cast<ssize_t>(size)) {
+    if (BrokerProtocol::writeFully(fd, data, size) != size) {
         THROW_ERROR("Could not send message to server");
     }
 }
 
 } // namespace
 
-sockaddr_un ServerConnection::address() {
-    sockaddr_un broker{};
-    broker.sun_family = AF_UNIX;
-    std::strncpy(broker.sun_path, SOCKET_PATH, sizeof broker.sun_path - 1);
-    return broker;
-}
-
 ServerConnection::ServerConnection(EventPoll& poll) : poll(poll), fd(-1), handler(nullptr) {
     LOG(LogLight, "Waiting for server");
     int failures = 0;
     sem_t* ready = openReadySemaphore(failures);
-    if (sem_wait(ready) < 0) {
-        THROW_ERROR_NUMBER("sem_wait");
+    bool taken;
+    try {
+        taken = takeReadySemaphore(ready);
+    } catch (...) {
+        sem_close(ready);
+        throw;
     }
     try {
         connect();
     } catch (...) {
-        sem_post(ready);
+        if (taken) {
+            sem_post(ready);
+        }
         sem_close(ready);
         throw;
     }
     LOG(LogLight, "Connected after %i attempts", failures);
-    if (sem_post(ready) < 0) {
+    if (taken && sem_post(ready) < 0) {
         THROW_ERROR_NUMBER("sem_post");
     }
     sem_close(ready);
@@ -80,7 +105,7 @@ void ServerConnection::connect() {
     if (fd == 0) {
         THROW_ERROR_NUMBER("socket");
     }
-    const sockaddr_un broker = address();
+    const sockaddr_un broker = BrokerProtocol::address();
     poll.add(fd, this, EPOLLIN);
     if (::connect(fd, reinterpret_cast<const sockaddr*>(&broker), sizeof broker) < 0) {
         int connectError = errno;
@@ -102,6 +127,7 @@ void ServerConnection::close() {
     }
     ::close(fd);
     fd = -1;
+    reader = RecordReader();
 }
 
 void ServerConnection::event(EventType type) {
@@ -109,8 +135,13 @@ void ServerConnection::event(EventType type) {
     case Readable: {
         Notify batch[READ_BATCH];
         std::memset(batch, 0, sizeof batch);
-        int count = readEvents(fd, batch, READ_BATCH);
-        for (int i = 0; i < count; ++i) {
+        size_t count = 0;
+        if (reader.readFrom(fd, batch, count) < 0) {
+            LOG(Error, "Read error");
+            close();
+            break;
+        }
+        for (size_t i = 0; i < count; ++i) {
             if (handler != nullptr) {
                 handler->handleEvent(batch[i]);
             } else {

@@ -12,15 +12,28 @@
 // - When connect() fails inside the constructor, the readiness semaphore is
 //   posted again before the error propagates, so that one failing client does
 //   not keep every later client of the device waiting for ever.
+// - The wait for the readiness semaphore is bounded by READY_WAIT_MS on the
+//   monotonic clock (sem_clockwait, so that a clock set at boot cannot stretch
+//   it).  A client killed while it held the semaphore never gives it back;
+//   after the bound the constructor logs a Warn line and connects without the
+//   semaphore, and then does not post it.  A signal during the wait still
+//   fails with "sem_wait".
+// - Incoming records are reassembled (RecordReader, brokerprotocol.h): a
+//   record split across two reads is delivered whole and the later records
+//   stay aligned.  Each wake-up still makes one read of at most READ_BATCH
+//   records into a batch on the stack.
+// - Writes are completed after a short write or EINTR; only a write that
+//   fails outright is "Could not send message to server".
+// - A failed read is logged at Error ("Read error") and closes the connection
+//   as a hang-up does, instead of throwing out of the event loop.
 // - eventName() of an id outside the event table names EVENT_NAME[Invalid],
 //   so that a stray record from a faulty peer is logged instead of read out of
 //   bounds.
 #pragma once
 
+#include "brokerprotocol.h"
 #include "eventpoll.h"
 #include "notify.h"
-
-#include <sys/un.h>
 
 class ServerConnection : public EventPoll::Callback {
 public:
@@ -30,17 +43,14 @@ public:
         virtual void handleEvent(const Notify& notify) = 0;
     };
 
-    static constexpr const char* SOCKET_PATH = "/var/volatile/message-broker.socket";
-    static constexpr const char* READY_SEMAPHORE = "/message-broker-ready";
     // Failed opens of the readiness semaphore after which the constructor gives up.
     static constexpr int MAX_OPEN_ATTEMPTS = 20;
     // Records read by one call of event().
     static constexpr int READ_BATCH = 256;
     // How long close() waits for the broker's last bytes before closing.
     static constexpr int DRAIN_TIMEOUT_MS = 100;
-
-    // The broker's address: SOCKET_PATH, the rest of the path field zeroed.
-    static sockaddr_un address();
+    // How long the constructor waits for the readiness semaphore.
+    static constexpr int READY_WAIT_MS = 3000;
 
     explicit ServerConnection(EventPoll& poll);
     ServerConnection(const ServerConnection&) = delete;
@@ -60,6 +70,7 @@ private:
     EventPoll& poll;
     int fd;
     EventHandler* handler;
+    RecordReader reader;
 };
 
 // The process's one connection, null when there is none; owned through this pointer.
@@ -67,7 +78,9 @@ extern ServerConnection* gServerConnection;
 
 // Posts through gServerConnection; throws when there is no connection.
 void postEvent(Notify notify);
-// One read of up to maxCount records; returns the number of whole records read.
+// One read of up to maxCount records; returns the number of whole records read
+// (a trailing part of a record is dropped: the connection reads through a
+// RecordReader instead).
 int readEvents(int fd, Notify* buffer, int maxCount);
 const char* eventName(Notify notify);
 

@@ -45,6 +45,16 @@ bool listening(const testsupport::KmsgCapture& log) {
     return false;
 }
 
+// argv for execvp, pointing into `words`.
+std::vector<char*> argvOf(std::vector<std::string>& words) {
+    std::vector<char*> argv;
+    for (auto& word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    return argv;
+}
+
 } // namespace
 
 BrokerProcess::BrokerProcess(unsigned descriptorLimit) {
@@ -54,11 +64,7 @@ BrokerProcess::BrokerProcess(unsigned descriptorLimit) {
         throw std::runtime_error("pipe2 failed");
     }
     std::vector<std::string> words = commandLine();
-    std::vector<char*> argv;
-    for (auto& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
+    std::vector<char*> argv = argvOf(words);
     pid = fork();
     if (pid < 0) {
         throw std::runtime_error("fork failed");
@@ -125,6 +131,16 @@ std::string BrokerProcess::errorOutput() {
         text.append(buffer, static_cast<size_t>(got));
     }
     return text;
+}
+
+testsupport::ChildResult runBroker(const std::vector<std::string>& arguments) {
+    std::vector<std::string> words = commandLine();
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return testsupport::runInChild([&words] {
+        std::vector<char*> argv = argvOf(words);
+        execvp(argv[0], argv.data());
+        return 127;
+    });
 }
 
 bool isSocket(const char* path) {

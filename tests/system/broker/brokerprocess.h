@@ -2,8 +2,11 @@
 // emulator for ARM builds) and stops it with a signal.
 #pragma once
 
+#include "child.h"
+
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 namespace brokertest {
 
@@ -34,6 +37,10 @@ private:
     int errorPipe;
     int status = -1;
 };
+
+// Runs the broker program with `arguments` to its end (through the emulator
+// for ARM builds), capturing its exit status and output.
+testsupport::ChildResult runBroker(const std::vector<std::string>& arguments);
 
 // True when a path is a UNIX-domain socket.
 bool isSocket(const char* path);

@@ -1,6 +1,6 @@
 #include "rawclient.h"
 
-#include "serverconnection.h"
+#include "brokerprotocol.h"
 
 #include <chrono>
 #include <cstring>
@@ -20,10 +20,8 @@ namespace brokertest {
 uint32_t RawClient::nextSyncId = TEST_ID_BASE + 0x10000000;
 
 RawClient::RawClient() : fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, ServerConnection::SOCKET_PATH);
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    const sockaddr_un address = BrokerProtocol::address();
+    if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         std::string reason = std::strerror(errno);
         ::close(fd);
         throw std::runtime_error("cannot connect to the broker: " + reason);

@@ -2,22 +2,21 @@
 // it listens on the broker's socket and makes its readiness semaphore, then
 // waits for SIGTERM.  With DEVROOT_FAKE_BROKER set to "nosocket" it makes
 // neither.
+#include "brokerprotocol.h"
 #include "log.h"
 
 #include <csignal>
-#include <fcntl.h>
-#include <semaphore.h>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <semaphore.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-namespace {
-constexpr const char* SOCKET_PATH = "/var/volatile/message-broker.socket";
-constexpr const char* READY_SEMAPHORE = "/message-broker-ready";
-}
+using BrokerProtocol::READY_SEMAPHORE;
+using BrokerProtocol::SOCKET_PATH;
 
 int main() {
     sigset_t stop;
@@ -28,10 +27,9 @@ int main() {
     const char* mode = std::getenv("DEVROOT_FAKE_BROKER");
     if (mode == nullptr || std::string(mode) != "nosocket") {
         int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, SOCKET_PATH, sizeof address.sun_path - 1);
-        if (listener < 0 || bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) ||
+        const sockaddr_un address = BrokerProtocol::address();
+        if (listener < 0 ||
+            bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) ||
             listen(listener, 4)) {
             THROW_ERROR_NUMBER("fake broker socket");
         }

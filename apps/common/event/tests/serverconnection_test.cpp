@@ -72,6 +72,16 @@ MATCHER_P3(IsNotify, id, indexed, index, "") {
            arg.index == static_cast<uint32_t>(index);
 }
 
+// `count` records of VarFocusTorqueChanged numbered by their index; `indexed`
+// gives each one's second word.
+std::vector<Notify> numberedRecords(uint32_t count, uint32_t (*indexed)(uint32_t)) {
+    std::vector<Notify> records;
+    for (uint32_t i = 0; i < count; ++i) {
+        records.push_back({VarFocusTorqueChanged, indexed(i), i});
+    }
+    return records;
+}
+
 class ServerConnectionTest : public ::testing::Test {
 protected:
     // The level a service starts with: the event loop's debug lines stay out of the log.
@@ -115,7 +125,7 @@ TEST_F(ServerConnectionTest, ConnectsThroughTheReadySemaphoreAndLogs) {
                                     {gen::LogLight, "Connected after 0 attempts"}}));
     auto opens = spy::only(calls, "sem_open");
     ASSERT_EQ(opens.size(), 1u);
-    EXPECT_EQ(opens[0].text, ServerConnection::READY_SEMAPHORE);
+    EXPECT_EQ(opens[0].text, BrokerProtocol::READY_SEMAPHORE);
     EXPECT_EQ(opens[0].value, 0) << "opened without O_CREAT";
     EXPECT_TRUE(spy::only(calls, "sched_yield").empty());
 }
@@ -161,7 +171,7 @@ TEST_F(ServerConnectionTest, CountsTheFailedOpensAndYieldsAfterEach) {
 }
 
 TEST_F(ServerConnectionTest, WithoutTheSemaphoreThrowsAfterTwentyFailedOpens) {
-    sem_unlink(ServerConnection::READY_SEMAPHORE);
+    sem_unlink(BrokerProtocol::READY_SEMAPHORE);
     testsupport::KmsgCapture log;
     spy::start();
     std::string error;
@@ -208,6 +218,37 @@ TEST_F(ServerConnectionTest, WaitsWhileAnotherClientHoldsTheSemaphore) {
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     EXPECT_GE(broker.accept(), 0);
     EXPECT_EQ(broker.semaphoreValue(), 1);
+}
+
+TEST_F(ServerConnectionTest, AClientKilledHoldingTheSemaphoreDelaysOthersOnlyForTheBound) {
+    FakeBroker broker;
+    pid_t holder = fork();
+    ASSERT_GE(holder, 0);
+    if (holder == 0) {
+        sem_t* ready = sem_open(BrokerProtocol::READY_SEMAPHORE, 0);
+        if (ready != SEM_FAILED && sem_wait(ready) == 0) {
+            raise(SIGKILL);
+        }
+        _exit(1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(holder, &status, 0), holder);
+    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+    ASSERT_EQ(broker.semaphoreValue(), 0) << "the killed client kept the semaphore";
+
+    testsupport::KmsgCapture log;
+    auto begin = std::chrono::steady_clock::now();
+    ServerConnection connection(poll);
+    auto elapsed = std::chrono::steady_clock::now() - begin;
+
+    EXPECT_GE(elapsed, std::chrono::milliseconds(ServerConnection::READY_WAIT_MS));
+    EXPECT_LT(elapsed, std::chrono::milliseconds(ServerConnection::READY_WAIT_MS + 2000));
+    EXPECT_GE(broker.accept(), 0) << "connected without the semaphore";
+    EXPECT_EQ(broker.semaphoreValue(), 0) << "a semaphore it did not take was posted";
+    EXPECT_TRUE(loggedExactly(
+        log, {{gen::LogLight, "Waiting for server"},
+              {gen::Warn, "/message-broker-ready not free after 3000 ms, connecting without it"},
+              {gen::LogLight, "Connected after 0 attempts"}}));
 }
 
 TEST_F(ServerConnectionTest, AFailedConnectThrowsAndReleasesTheSemaphore) {
@@ -318,21 +359,45 @@ TEST_F(ServerConnectionTest, PostEventAndSubscribeAllWriteOneRecordEach) {
     EXPECT_THAT(broker.received(), ElementsAre(7, 1, 3, 3, 0, 0));
 }
 
-TEST_F(ServerConnectionTest, AReadOfThirtyBytesYieldsTwoRecordsAndDropsTheRest) {
+// The connection reassembles records split across reads (the free readEvents
+// still drops a trailing part, see ReadEvents below).
+TEST_F(ServerConnectionTest, ARecordSplitAcrossReadsIsDeliveredWholeAndTheStreamStaysAligned) {
     FakeBroker broker;
     auto connection = connect(broker);
     Recorder recorder;
     connection->setEventHandler(&recorder);
-    const uint32_t words[9] = {7, 0, 0, 167, 1, 4, 6, 0, 0};
-    broker.send(words, 30);
+    const uint32_t words[12] = {7, 0, 0, 167, 1, 4, 6, 0x01020304, 9, 8, 1, 2};
+    const auto* bytes = reinterpret_cast<const uint8_t*>(words);
+    broker.send(bytes, 30);
     serveUntil([&] { return !recorder.records.empty(); });
     EXPECT_THAT(recorder.records, ElementsAre(IsNotify(7, 0, 0), IsNotify(167, 1, 4)));
 
-    const uint32_t next[3] = {8, 1, 2};
-    broker.send(next, sizeof next);
-    serveUntil([&] { return recorder.records.size() > 2; });
-    EXPECT_THAT(recorder.records,
-                ElementsAre(IsNotify(7, 0, 0), IsNotify(167, 1, 4), IsNotify(8, 1, 2)));
+    spy::start();
+    broker.send(bytes + 30, sizeof words - 30);
+    serveUntil([&] { return recorder.records.size() > 3; });
+    auto reads = spy::only(spy::stop(), "read");
+    ASSERT_FALSE(reads.empty());
+    EXPECT_EQ(reads[0].value, 3072 - 6) << "the kept bytes and the read fill one batch";
+    EXPECT_THAT(recorder.records, ElementsAre(IsNotify(7, 0, 0), IsNotify(167, 1, 4),
+                                              IsNotify(6, 0x01020304, 9), IsNotify(8, 1, 2)));
+}
+
+TEST_F(ServerConnectionTest, RecordsSentOneByteAtATimeArriveWholeAndInOrder) {
+    FakeBroker broker;
+    auto connection = connect(broker);
+    Recorder recorder;
+    connection->setEventHandler(&recorder);
+    const auto sent = numberedRecords(20, [](uint32_t i) { return i % 2; });
+    const auto* bytes = reinterpret_cast<const uint8_t*>(sent.data());
+    for (size_t i = 0; i < sent.size() * sizeof(Notify); ++i) {
+        broker.send(bytes + i, 1);
+        poll.wait(0, true);
+    }
+    serveUntil([&] { return recorder.records.size() >= sent.size(); });
+    ASSERT_EQ(recorder.records.size(), sent.size());
+    for (uint32_t i = 0; i < sent.size(); ++i) {
+        EXPECT_THAT(recorder.records[i], IsNotify(167, i % 2, i));
+    }
 }
 
 TEST_F(ServerConnectionTest, ReadsAtMost256RecordsPerWakeUpWithOneRead) {
@@ -340,10 +405,7 @@ TEST_F(ServerConnectionTest, ReadsAtMost256RecordsPerWakeUpWithOneRead) {
     auto connection = connect(broker);
     Recorder recorder;
     connection->setEventHandler(&recorder);
-    std::vector<Notify> sent;
-    for (uint32_t i = 0; i < 300; ++i) {
-        sent.push_back({VarFocusTorqueChanged, 1, i});
-    }
+    const auto sent = numberedRecords(300, [](uint32_t) { return 1u; });
     broker.send(sent.data(), sent.size() * sizeof(Notify));
 
     spy::start();
@@ -382,6 +444,28 @@ TEST_F(ServerConnectionTest, AnEmptyReadDispatchesNothingAndTheHangupCloses) {
     EXPECT_EQ(spy::only(calls, "epoll_ctl DEL").size(), 1u);
     EXPECT_EQ(spy::only(calls, "shutdown").size(), 1u);
     EXPECT_TRUE(recorder.records.empty());
+    EXPECT_THROW(connection->postEvent({VarFocusTorqueChanged, 0, 0}), std::runtime_error);
+}
+
+TEST_F(ServerConnectionTest, AFailedReadIsLoggedAndClosesTheConnection) {
+    FakeBroker broker;
+    auto connection = connect(broker);
+    Recorder recorder;
+    connection->setEventHandler(&recorder);
+    // The broker goes away without reading what the client sent: the
+    // client's next read fails with ECONNRESET.
+    connection->postEvent({VarFocusTorqueChanged, 0, 0});
+    broker.closePeer();
+    testsupport::KmsgCapture log;
+    spy::start();
+    connection->event(EventPoll::Callback::Readable);
+    auto calls = spy::stop();
+    auto reads = spy::only(calls, "read");
+    ASSERT_FALSE(reads.empty());
+    EXPECT_EQ(reads[0].result, -1);
+    EXPECT_EQ(spy::only(calls, "epoll_ctl DEL").size(), 1u) << "closed";
+    EXPECT_TRUE(recorder.records.empty());
+    EXPECT_TRUE(loggedExactly(log, {{gen::Error, "Read error"}}));
     EXPECT_THROW(connection->postEvent({VarFocusTorqueChanged, 0, 0}), std::runtime_error);
 }
 
