@@ -49,7 +49,7 @@ import time
 
 HERE = os.path.dirname(os.path.realpath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "service"))
-from test_service import line_pattern  # noqa: E402  (the service's log-line helper)
+from test_service import kmsglines, line_pattern  # noqa: E402  (the service's log helpers)
 
 SOCKET = "/var/volatile/message-broker.socket"
 CURRENT = "/var//SETUPS/.current.stp"
@@ -323,6 +323,7 @@ def inside(options):
 def devroot_run(options, root, command=(), service=None, env=None, stop_after=None):
     argv = [options.devroot, "run", "--keep", root, "--bind-ro", options.build,
             "--bind-ro", HERE, "--bind-ro", os.path.realpath(os.path.join(HERE, "..", "service")),
+            "--bind-ro", os.path.realpath(os.path.join(HERE, "..", "..", "..", "tools", "devroot")),
             "--broker", options.broker, "--service", service or options.service,
             "--timeout", "30"]
     if stop_after is not None:
@@ -381,7 +382,7 @@ def service_after_dead_holder(options, work, tally):
     judge_run(done.stdout, tally)
     pattern = line_pattern("Warn", "serverconnection.cpp", WARN_NO_SEMAPHORE)
     with open(os.path.join(root, "kmsg.log"), encoding="utf-8") as stream:
-        if not any(pattern.match(line) for line in stream.read().splitlines()):
+        if not any(pattern.match(line) for line in kmsglines.lines(stream.read())):
             tally["hung"] += 1
             note("the service did not connect without the semaphore:\n" + done.stdout)
 
