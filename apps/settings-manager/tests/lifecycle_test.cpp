@@ -145,11 +145,12 @@ pid_t startSupervisorStandIn(const sigset_t& blocked) {
     return pid;
 }
 
-// The close-writes of ".current.stp" within `limit`, as times after `start`.
+// The writes of ".current.stp" within `limit`, as times after `start`.  A
+// write lands as a complete file renamed onto the name.
 class CurrentFileWrites {
 public:
     CurrentFileWrites() : fd(inotify_init1(IN_CLOEXEC)) {
-        inotify_add_watch(fd, SETUPS, IN_CLOSE_WRITE);
+        inotify_add_watch(fd, SETUPS, IN_MOVED_TO);
     }
     ~CurrentFileWrites() { ::close(fd); }
     std::vector<Clock::duration> collect(Clock::time_point start, Clock::duration limit) {

@@ -138,12 +138,16 @@ TEST_F(StoreTest, StoreWritesTheWholeDocumentTruncatingTheOldFile) {
     EXPECT_EQ(readFile(path), service->getCurrentValues().str());
 }
 
-TEST_F(StoreTest, AFileThatCannotBeOpenedIsSkippedSilently) {
+TEST_F(StoreTest, AFileThatCannotBeWrittenIsReportedWithItsReason) {
     std::filesystem::create_directory(SETUPS);
     ASSERT_EQ(::chmod(SETUPS, 0555), 0);
     testsupport::KmsgCapture log;
     EXPECT_FALSE(service->storeToMemory("Blocked"));
-    EXPECT_FALSE(exists(std::string(SETUPS) + "Blocked.stp"));
-    EXPECT_THAT(log.lines(), IsEmpty());
     ::chmod(SETUPS, 0755);
+    EXPECT_FALSE(exists(std::string(SETUPS) + "Blocked.stp"));
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(
+        lines[0], gen::Error, "settingsstore.cpp",
+        "Could not save Blocked.stp: create /var//SETUPS/.Blocked.stp.tmp: Permission denied"));
 }

@@ -192,18 +192,32 @@ TEST_F(UserSetupsTest, RenamingOntoAnExistingFileAsksAndTheOverwriteReplacesIt) 
     EXPECT_STREQ(setups.UserSetupSave.data(), "");
 }
 
-TEST_F(UserSetupsTest, RenamingAnIndexBeyondTheListDoesNothingAndKeepsTheFlag) {
+TEST_F(UserSetupsTest, RenamingAnIndexOutsideTheListIsRefused) {
     auto& setups = gen::memUserSetups();
     writeFile(inFolder("Old.stp"), "old");
     service->updateUserSettingList();
-    posted();
-    setups.UserSetupSelectedFileIndex = 1;
-    setName("New");
-    request(setups.UserSetupRename, VarUserSetupRenameChanged);
-    EXPECT_TRUE(setups.UserSetupRename);
-    EXPECT_TRUE(exists(inFolder("Old.stp")));
-    EXPECT_FALSE(setups.UserSetupFileCheckDone);
-    EXPECT_THAT(posted(), IsEmpty());
+    for (int index : {1, -1, 20, 1000}) {
+        posted();
+        setups.UserSetupFileCheckDone = false;
+        setups.UserSetupSelectedFileIndex = index;
+        setName("New");
+        testsupport::KmsgCapture log;
+        request(setups.UserSetupRename, VarUserSetupRenameChanged);
+        EXPECT_FALSE(setups.UserSetupRename);
+        EXPECT_TRUE(setups.UserSetupFileCheckDone);
+        EXPECT_FALSE(gen::memDeviceState().FileAlreadyExists);
+        EXPECT_STREQ(setups.UserSetupSave.data(), "New");
+        EXPECT_TRUE(exists(inFolder("Old.stp")));
+        EXPECT_FALSE(exists(inFolder("New.stp")));
+        EXPECT_THAT(ids(posted()),
+                    ElementsAre(VarUserSetupRenameChanged, VarUserSetupFileCheckDoneChanged));
+        const auto lines = log.lines();
+        ASSERT_EQ(lines.size(), 1u) << index;
+        EXPECT_TRUE(
+            testsupport::isLogLine(lines[0], gen::Error, "eventhandling.cpp",
+                                   "Could not handle VarUserSetupRenameChanged: List index is "
+                                   "out of range"));
+    }
 }
 
 TEST_F(UserSetupsTest, DeletingRemovesTheSelectedFileButNeverAFolder) {
@@ -270,11 +284,23 @@ TEST_F(UserSetupsTest, ACutNameIsWhatLoadRenameAndDeleteUse) {
     EXPECT_TRUE(exists(longName));
 
     setName("Short");
-    setups.UserSetupRename = true;
-    EXPECT_THROW(service->handleEvent(Notify{VarUserSetupRenameChanged, 0, 0}),
-                 std::filesystem::filesystem_error);
+    setups.UserSetupFileCheckDone = false;
+    posted();
+    testsupport::KmsgCapture renameLog;
+    EXPECT_NO_THROW(request(setups.UserSetupRename, VarUserSetupRenameChanged));
     EXPECT_TRUE(exists(longName));
     EXPECT_FALSE(exists(inFolder("Short.stp")));
+    EXPECT_FALSE(setups.UserSetupRename);
+    EXPECT_TRUE(setups.UserSetupFileCheckDone);
+    EXPECT_STREQ(setups.UserSetupSave.data(), "Short");
+    EXPECT_THAT(ids(posted()),
+                ElementsAre(VarUserSetupRenameChanged, VarUserSetupFileCheckDoneChanged));
+    const auto lines = renameLog.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(
+        lines[0], gen::Error, "eventhandling.cpp",
+        "Could not handle VarUserSetupRenameChanged: filesystem error: cannot rename: No such "
+        "file or directory [/var//SETUPS/abcdefghijklmnopqrstu] [/var//SETUPS/Short.stp]"));
 }
 
 TEST_F(UserSetupsTest, ANewNameIsProposedFromTheClockAfterClearingTheFlag) {

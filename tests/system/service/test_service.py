@@ -10,6 +10,7 @@ import json
 import os
 import re
 import shlex
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -90,8 +91,7 @@ class LifecycleTest(ServiceTest):
         made = self.devroot_run("--stop-after", "0")
         self.assertEqual(made.returncode, 0, made.stdout + made.stderr)
         var = os.path.join(self.root, "var")
-        os.remove(os.path.join(var, "SETUPS", ".current.stp"))
-        os.rmdir(os.path.join(var, "SETUPS"))
+        shutil.rmtree(os.path.join(var, "SETUPS"))
         os.truncate(os.path.join(self.root, "kmsg.log"), 0)
         os.chmod(var, 0o555)
         try:
