@@ -1,29 +1,20 @@
 // Durable, all-or-nothing file replacement.
 #include "atomicfile.h"
+#include "servicefixture.h"
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace {
 
 const std::string FOLDER = "/tmp/atomic/";
 
-std::string readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-void writeFile(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-}
+using servicetest::readFile;
+using servicetest::writeFile;
 
 std::vector<std::string> names() {
     std::vector<std::string> result;
@@ -94,15 +85,11 @@ TEST_F(AtomicFileTest, AFolderInThePlaceOfTheTargetFailsAndIsLeftAlone) {
 
 TEST_F(AtomicFileTest, AWriteThatRunsOutOfSpaceFailsAndKeepsTheOldFile) {
     writeFile(FOLDER + "a.stp", "old");
-    rlimit previous{};
-    ::getrlimit(RLIMIT_FSIZE, &previous);
-    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limited = previous;
-    limited.rlim_cur = 100;
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
-    const std::string error = AtomicFile::write(FOLDER + "a.stp", std::string(1000, 'n'));
-    ::setrlimit(RLIMIT_FSIZE, &previous);
-    std::signal(SIGXFSZ, handler);
+    std::string error;
+    {
+        const servicetest::FileSizeLimit full(100);
+        error = AtomicFile::write(FOLDER + "a.stp", std::string(1000, 'n'));
+    }
     EXPECT_EQ(error, "write /tmp/atomic/.a.stp.tmp: File too large");
     EXPECT_EQ(readFile(FOLDER + "a.stp"), "old");
     EXPECT_EQ(names(), std::vector<std::string>{"a.stp"});

@@ -45,11 +45,18 @@ class ServiceTest(unittest.TestCase):
             argv += ["--", *command]
         return subprocess.run(argv, capture_output=True, text=True, timeout=240)
 
-    def scenario(self, name):
+    def devroot_exec(self, *command, root=None):
+        """Runs one program of the build (through the emulator) in a new device root."""
+        argv = [ARGS.devroot, "exec", "--keep", root or self.root, "--bind-ro", ARGS.build, "--",
+                *shlex.split(ARGS.emulator), *command]
+        return subprocess.run(argv, capture_output=True, text=True, timeout=240)
+
+    def scenario(self, name, *options):
         memtool = shlex.join(shlex.split(ARGS.emulator) + [ARGS.memtool])
+        service = shlex.join(shlex.split(ARGS.emulator) + [ARGS.service])
         command = ["/usr/bin/python3", os.path.join(HERE, "inside.py"), name,
-                   "--memtool", memtool, "--catalogue", ARGS.catalogue]
-        done = self.devroot_run(command=command)
+                   "--memtool", memtool, "--catalogue", ARGS.catalogue, "--service", service]
+        done = self.devroot_run(*options, command=command)
         report = done.stdout + done.stderr
         self.assertEqual(done.returncode, 0, report)
         self.assertIn("ready\n", done.stdout)
@@ -115,6 +122,50 @@ class LifecycleTest(ServiceTest):
         self.assertIn('"ProductVersion": "Unknown",\n', self.file("SETUPS/.current.stp"))
 
 
+class CommandLineTest(ServiceTest):
+    def assert_untouched_device(self):
+        self.assertEqual(os.listdir(os.path.join(self.root, "shm")), [])
+        self.assertEqual(os.listdir(os.path.join(self.root, "var", "volatile")), [])
+        self.assertFalse(os.path.exists(os.path.join(self.root, "var", "SETUPS")))
+        with open(os.path.join(self.root, "kmsg"), encoding="utf-8") as log:
+            self.assertEqual(log.read(), "")
+
+    def test_version_prints_the_project_version_and_touches_nothing(self):
+        done = self.devroot_exec(ARGS.service, "--version")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertRegex(done.stdout, r"^settings-manager \d+\.\d+\.\d+\n$")
+        self.assert_untouched_device()
+
+    def test_help_prints_the_usage_and_touches_nothing(self):
+        done = self.devroot_exec(ARGS.service, "--help")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertTrue(done.stdout.startswith("Usage: settings-manager [--help | --version]\n"))
+        self.assert_untouched_device()
+
+    def test_any_other_argument_is_a_usage_error_that_touches_nothing(self):
+        done = self.devroot_exec(ARGS.service, "--frobnicate")
+        self.assertEqual(done.returncode, 2)
+        self.assertEqual(done.stdout, "")
+        self.assertIn("unexpected argument '--frobnicate'", done.stderr)
+        self.assert_untouched_device()
+
+    def test_a_second_instance_touches_nothing_of_the_running_one(self):
+        output = self.scenario("second-instance")
+        self.assertIn("second instance: exit status 1\n", output)
+        self.assertIn("already running", output)
+        self.assertNotIn("Waiting for server", self.service_messages()[1:])
+
+
+class IdleTest(ServiceTest):
+    def test_an_idle_unit_with_a_long_board_name_writes_nothing(self):
+        seed = os.path.join(self.work.name, "seed")
+        made = self.devroot_exec(ARGS.hwinfo, "set", "board=ABCDEFGHIJKLMNOPQRSTUVWXY", root=seed)
+        self.assertEqual(made.returncode, 0, made.stdout + made.stderr)
+        output = self.scenario("idle", "--mmc", os.path.join(seed, "mmcblk1"))
+        self.assertIn("writes while idle: 0\n", output)
+        self.assertIn('"ProductName": "ABCDEFGHIJKLMNOPQRS",\n', self.file("SETUPS/.current.stp"))
+
+
 class BrokerTest(ServiceTest):
     def test_the_service_hears_exactly_its_subscribed_events(self):
         output = self.scenario("subscriptions")
@@ -158,6 +209,7 @@ def main():
     parser.add_argument("--service", required=True)
     parser.add_argument("--broker", required=True)
     parser.add_argument("--memtool", required=True)
+    parser.add_argument("--hwinfo", required=True)
     parser.add_argument("--catalogue", required=True)
     parser.add_argument("--build", required=True, help="build folder, bound read-only")
     parser.add_argument("--emulator", default="")
