@@ -78,13 +78,15 @@ def main(group, run, var_size=None):
                  "--inside"]
         sys.exit(subprocess.run(argv, check=False).returncode)
     tally = Tally(group)
-    context = Context(options)
+    context = None
     try:
+        context = Context(options)
         run(context, tally)
     except Exception:  # noqa: BLE001 - a broken group is reported, not hidden
         tally.fail("the group stopped early:\n" + traceback.format_exc())
     finally:
-        context.close()
+        if context is not None:
+            context.close()
     sys.exit(tally.report())
 
 
@@ -293,15 +295,12 @@ class Device:
     def change(self, memory, name, value, index=0):
         self.post(self.set(memory, name, value, index))
 
-    def request(self, memory, flag, seconds):
-        """Sets the request flag and posts its event; True when the service cleared it in time."""
+    def request(self, memory, flag, seconds, alive=lambda: True):
+        """Sets the request flag and posts its event; True when the service cleared it in
+        time.  Gives up early when alive() turns false."""
         self.change(memory, flag, True)
-        deadline = time.monotonic() + seconds
-        while self.get(memory, flag):
-            if time.monotonic() > deadline:
-                return False
-            time.sleep(POLL / 2)
-        return True
+        return wait_until(lambda: not self.get(memory, flag) or not alive(), seconds) and \
+            not self.get(memory, flag)
 
 
 def escape(text):
@@ -374,6 +373,14 @@ class Settings:
         except OSError:
             return False
         return text.endswith("\n}") and all(line in text for line in self.lines())
+
+
+def file_has(path, text):
+    try:
+        with open(path, encoding="utf-8", errors="replace") as stream:
+            return text in stream.read()
+    except OSError:
+        return False
 
 
 def wait_until(predicate, seconds):
