@@ -1,0 +1,128 @@
+// Fuzz entry for applying a whole settings document to the memories: the
+// loader's parseJsonStringStreamAndSetValues on a service whose memories
+// this process created.
+//
+// The seam: the service starts against a broker endpoint of this process
+// (its socket and readiness semaphore), and its connection is then pointed at
+// /dev/null, so every post of the loader and the setters costs one write and
+// no broker.  The kernel log is pointed at /dev/null too, so that millions of
+// logged parse errors fill no disk.  Each input starts from the defaults.
+//
+// Checks, besides the sanitizers and "nothing escapes the loader":
+// - every int and enum of MemPersistent holds a value inside its range;
+// - the document written afterwards is complete, and read back into the
+//   defaults it gives the same document again (every stored value
+//   round-trips through the document).
+#include "brokerendpoint.h"
+#include "documenttext.h"
+#include "introspection.h"
+#include "memories.h"
+#include "records.h"
+#include "serverconnection.h"
+#include "settingsmanager.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+void check(bool condition) {
+    if (!condition) {
+        std::abort();
+    }
+}
+
+bool isBrokerConnection(int fd) {
+    sockaddr_un peer{};
+    socklen_t size = sizeof peer;
+    return ::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
+           peer.sun_family == AF_UNIX &&
+           std::strcmp(peer.sun_path, ServerConnection::SOCKET_PATH) == 0;
+}
+
+bool isKernelLog(int fd) {
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), error) ==
+           "/dev/kmsg";
+}
+
+// Points every descriptor of this process that `matches` at /dev/null.
+void pointAtNull(bool (*matches)(int)) {
+    const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    check(null >= 0);
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int fd = std::stoi(entry.path().filename().string());
+        if (fd != null && matches(fd)) {
+            check(::dup2(null, fd) == fd);
+        }
+    }
+    ::close(null);
+}
+
+class Harness {
+public:
+    Harness() : memory(Introspection::getMemIndex("MemPersistent")) {
+        defaults = gen::memPersistent();
+        pointAtNull(isBrokerConnection);
+        pointAtNull(isKernelLog);
+        roundTrip();
+    }
+
+    void apply(const std::string& text) {
+        gen::memPersistent() = defaults;
+        service.parseJsonStringStreamAndSetValues(std::stringstream(text));
+        // An input that changed nothing leaves the defaults, whose document
+        // was checked once at the start; the costly checks are skipped.
+        if (std::memcmp(&gen::memPersistent(), &defaults, sizeof defaults) == 0) {
+            return;
+        }
+        checkRanges();
+        roundTrip();
+    }
+
+private:
+    void roundTrip() {
+        const std::string written = service.getCurrentValues().str();
+        check(DocumentText::isCompleteDocument(written));
+        gen::memPersistent() = defaults;
+        service.parseJsonStringStreamAndSetValues(std::stringstream(written));
+        check(service.getCurrentValues().str() == written);
+    }
+
+    void checkRanges() {
+        const uint32_t count = Introspection::getVarCount(memory);
+        for (uint32_t variable = 0; variable < count; ++variable) {
+            const uint32_t type = Introspection::getVarBaseType(memory, variable);
+            if ((type != BaseInt && type != BaseEnum) || Introspection::isArray(memory, variable)) {
+                continue;
+            }
+            std::string error;
+            const std::string value = Introspection::getVarValue(memory, variable, 0);
+            check(Introspection::checkMinMax(memory, variable, value, error));
+            check(value.rfind("INVALID_VALUE", 0) == std::string::npos);
+        }
+    }
+
+    BrokerEndpoint endpoint;
+    SettingsManager service;
+    uint32_t memory;
+    gen::MemPersistentRecord defaults;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    // Never destroyed: the connection's descriptor is no socket any more.
+    static Harness* harness = new Harness;
+    harness->apply(std::string(reinterpret_cast<const char*>(data), size));
+    return 0;
+}
