@@ -2,7 +2,9 @@
 
 #include "json.h"
 
+#include <charconv>
 #include <cstddef>
+#include <system_error>
 
 namespace DocumentText {
 
@@ -16,19 +18,6 @@ bool needsEscape(unsigned char c, bool brackets) {
         return true;
     }
     return brackets && (c == '[' || c == ']' || c == '{' || c == '}');
-}
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
 }
 
 } // namespace
@@ -57,10 +46,11 @@ std::string unescape(std::string_view text) {
     while (at < text.size()) {
         if (text.substr(at, ESCAPE_START.size()) == ESCAPE_START &&
             at + SEQUENCE_LENGTH <= text.size()) {
-            const int high = hexValue(text[at + 4]);
-            const int low = hexValue(text[at + 5]);
-            if (high >= 0 && low >= 0) {
-                result += static_cast<char>(16 * high + low);
+            const char* digits = text.data() + at + ESCAPE_START.size();
+            unsigned value = 0;
+            const auto [end, error] = std::from_chars(digits, digits + 2, value, 16);
+            if (error == std::errc() && end == digits + 2) {
+                result += static_cast<char>(value);
                 at += SEQUENCE_LENGTH;
                 continue;
             }

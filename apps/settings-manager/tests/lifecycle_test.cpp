@@ -276,10 +276,33 @@ protected:
         broker = std::make_unique<BrokerStandIn>();
     }
     void TearDown() override {
+        for (int& end : ready) {
+            if (end >= 0) {
+                ::close(end);
+            }
+        }
+        readiness.reset();
         broker.reset();
         std::filesystem::remove_all(SETUPS);
     }
+    // Forks the service as the entry point runs it; its pid once its loop is
+    // about to start, or -1.
+    pid_t startLoop() {
+        readiness = std::make_unique<ReadinessSignals>();
+        if (::pipe(ready) != 0) {
+            return -1;
+        }
+        const pid_t child = ::fork();
+        if (child == 0) {
+            runService(true, ready[1]);
+        }
+        broker->accept();
+        pollfd started{ready[0], POLLIN, 0};
+        return ::poll(&started, 1, 20000) == 1 ? child : -1;
+    }
     std::unique_ptr<BrokerStandIn> broker;
+    std::unique_ptr<ReadinessSignals> readiness;
+    int ready[2] = {-1, -1};
 };
 
 TEST_F(ForkedServiceTest, TheParentIsSignalledExactlyOnceAfterTheSettingsAreLoaded) {
@@ -362,16 +385,8 @@ TEST_F(ForkedServiceTest, UnderADebuggerTheProcessNamedSuperIsSignalledInstead) 
 }
 
 TEST_F(ForkedServiceTest, ChangesAreWrittenAtMostOnceASecondAndAtShutdown) {
-    int ready[2];
-    ASSERT_EQ(::pipe(ready), 0);
-    ReadinessSignals readiness;
-    const pid_t child = ::fork();
-    if (child == 0) {
-        runService(true, ready[1]);
-    }
-    broker->accept();
-    pollfd started{ready[0], POLLIN, 0};
-    ASSERT_EQ(::poll(&started, 1, 20000), 1);
+    const pid_t child = startLoop();
+    ASSERT_GT(child, 0);
     CurrentFileWrites files;
     testsupport::KmsgCapture log;
 
@@ -403,21 +418,11 @@ TEST_F(ForkedServiceTest, ChangesAreWrittenAtMostOnceASecondAndAtShutdown) {
                                                           "SIG 15: Terminated");
     }
     EXPECT_TRUE(terminated);
-    ::close(ready[0]);
-    ::close(ready[1]);
 }
 
 TEST_F(ForkedServiceTest, AFailedSaveIsLoggedOnceAndRetriedEverySecondUntilItWorks) {
-    int ready[2];
-    ASSERT_EQ(::pipe(ready), 0);
-    ReadinessSignals readiness;
-    const pid_t child = ::fork();
-    if (child == 0) {
-        runService(true, ready[1]);
-    }
-    broker->accept();
-    pollfd started{ready[0], POLLIN, 0};
-    ASSERT_EQ(::poll(&started, 1, 20000), 1);
+    const pid_t child = startLoop();
+    ASSERT_GT(child, 0);
     const std::string before = readFile(CURRENT);
     ASSERT_EQ(::chmod(SETUPS, 0555), 0);
     CurrentFileWrites files;
@@ -447,8 +452,6 @@ TEST_F(ForkedServiceTest, AFailedSaveIsLoggedOnceAndRetriedEverySecondUntilItWor
     EXPECT_LE(written[0], 1100ms);
     ::kill(child, SIGTERM);
     EXPECT_TRUE(exitedWith(waitFor(child, 20s), 0));
-    ::close(ready[0]);
-    ::close(ready[1]);
 }
 
 TEST_F(LifecycleTest, AFailureOfTheFolderMonitorsCallbackIsLoggedAndTheLoopGoesOn) {
