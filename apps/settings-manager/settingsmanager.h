@@ -60,6 +60,10 @@
 //   ".current.stp" is then written again at once.  With neither file there,
 //   start-up writes the defaults as before.  Leftover temporary files are
 //   removed at start.
+// - Folder events of hidden names (the service's own files) do not refresh the
+//   user-setup list, and the loop takes a save's own folder events right after
+//   the save, so that they do not count as activity that delays the next save
+//   check.
 // - Nothing is written until the start-up load has run: ".current.stp" is
 //   never replaced by the defaults the memories hold before it (close() and the
 //   destructor then store nothing and report false).
