@@ -56,10 +56,12 @@ protected:
     }
 };
 
+// Hidden names include the service's temporary files, its backup and the damaged file kept aside.
 TEST_F(UserSetupsTest, FoldersComeFirstEachGroupSortedWithoutCaseHiddenNamesLeftOut) {
     std::filesystem::create_directory(inFolder("b"));
     std::filesystem::create_directory(inFolder("A"));
-    for (const char* name : {"c.stp", "B.stp", "x.txt", ".hidden.stp"}) {
+    for (const char* name : {"c.stp", "B.stp", "x.txt", ".hidden.stp", ".c.stp.tmp",
+                             "..current.stp.tmp", ".current.stp.backup", ".current.stp.damaged"}) {
         writeFile(inFolder(name), "{}");
     }
     service->updateUserSettingList();
