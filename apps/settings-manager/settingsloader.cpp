@@ -43,6 +43,21 @@ std::string excerpt(int position, const std::string& text) {
            text.substr(0, EXCERPT_LENGTH - std::min(missing, EXCERPT_LENGTH));
 }
 
+// The text that the range check judges: for an int, the number that the
+// setter will store (it detects the base, the check reads decimal), so that
+// "08" (stored as 0) or "0x7fffffff" (read as 0 by the check) is judged by
+// the value it becomes.  A text the setter cannot convert is judged as it is.
+std::string rangeCheckText(uint32_t baseType, const std::string& value) {
+    if (baseType != BaseInt) {
+        return value;
+    }
+    try {
+        return std::to_string(std::stoi(value, nullptr, 0));
+    } catch (const std::exception&) {
+        return value;
+    }
+}
+
 } // namespace
 
 std::string SettingsManager::currentFileName() {
@@ -184,7 +199,7 @@ bool SettingsManager::applyValue(const std::string& key, const std::string& text
         const std::string value =
             isQuotedInDocument(baseType) ? DocumentText::unescape(text) : text;
         std::string error;
-        if (!Introspection::checkMinMax(memory, variable, value, error)) {
+        if (!Introspection::checkMinMax(memory, variable, rangeCheckText(baseType, value), error)) {
             LOG(Error, "The value of variable: %s is out of range!", key.c_str());
             if (!error.empty()) {
                 LOG(Error, "%s", error.c_str());

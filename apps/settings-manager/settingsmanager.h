@@ -75,6 +75,10 @@
 //   through them (struct string members too, see printers.h).
 // - A struct-array field without "value" is a setter error of that field
 //   ("<field>: no \"value\""), reported like the others.
+// - An int value is range-checked as the number the setter stores (the setter
+//   detects the base, the range check reads decimal): "08" is judged as 0 and
+//   "0x7fffffff" as 2147483647, so a document never stores a value outside
+//   its range.
 #pragma once
 
 #include "filebrowsernavigator.h"

@@ -25,6 +25,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -39,8 +40,10 @@
 
 namespace {
 
-void check(bool condition) {
+// Aborts, naming the line of the check that failed.
+void check(bool condition, int line = __builtin_LINE()) {
     if (!condition) {
+        std::fprintf(stderr, "document_fuzz.cpp:%d: check failed\n", line);
         std::abort();
     }
 }

@@ -73,6 +73,24 @@ TEST_F(LoaderTest, ValueOutOfRangeIsLoggedAndSkippedWithoutFailingTheLoad) {
                                        "Value must be between min: 1 and max: 4, but is: 9"));
 }
 
+TEST_F(LoaderTest, AnIntIsRangeCheckedAsTheNumberTheSetterStores) {
+    testsupport::KmsgCapture log;
+    auto text = document("{\"RadioPower\": 08, \"LastKnownFocusValue\": 0x7fffffff, "
+                         "\"FocusTorque\": 0x3, \"ZoomTorque\": 010}");
+    EXPECT_TRUE(service->parseJsonStringStreamAndSetValues(text));
+    EXPECT_EQ(gen::memPersistent().RadioPower, 8);
+    EXPECT_EQ(gen::memPersistent().LastKnownFocusValue, 0);
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 3);
+    EXPECT_EQ(gen::memPersistent().ZoomTorque, 2);
+    EXPECT_THAT(messages(log.lines()),
+                ElementsAre("The value of variable: RadioPower is out of range!",
+                            "Value must be between min: 1 and max: 10, but is: 08",
+                            "The value of variable: LastKnownFocusValue is out of range!",
+                            "Value must be between min: 0 and max: 65535, but is: 0x7fffffff",
+                            "The value of variable: ZoomTorque is out of range!",
+                            "Value must be between min: 1 and max: 4, but is: 010"));
+}
+
 TEST_F(LoaderTest, UnconvertibleValueLogsTheCheckersText) {
     testsupport::KmsgCapture log;
     auto text = document("{\"AUXTorque\": abc}");
