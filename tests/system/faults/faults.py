@@ -138,9 +138,9 @@ def describe(status):
 class Child:
     """A program started by the driver, with the default signal handling."""
 
-    def __init__(self, argv):
+    def __init__(self, argv, environment=None):
         self.argv = argv
-        self.pid = os.posix_spawnp(argv[0], argv, os.environ, setsigmask=(),
+        self.pid = os.posix_spawnp(argv[0], argv, environment or os.environ, setsigmask=(),
                                    setsigdef=CHILD_DEFAULTS)
         self.status = None
 
