@@ -45,10 +45,12 @@ class ServiceTest(unittest.TestCase):
             argv += ["--", *command]
         return subprocess.run(argv, capture_output=True, text=True, timeout=240)
 
-    def devroot_exec(self, *command, root=None):
-        """Runs one program of the build (through the emulator) in a new device root."""
-        argv = [ARGS.devroot, "exec", "--keep", root or self.root, "--bind-ro", ARGS.build, "--",
-                *shlex.split(ARGS.emulator), *command]
+    def devroot_exec(self, *command, root=None, root_option="--keep"):
+        """Runs one program of the build (through the emulator, unless it is a tool of the
+        host) in a new device root, or with root_option "--root" in the existing one."""
+        emulator = shlex.split(ARGS.emulator) if command[0].startswith(ARGS.build) else []
+        argv = [ARGS.devroot, "exec", root_option, root or self.root, "--bind-ro", ARGS.build,
+                "--", *emulator, *command]
         return subprocess.run(argv, capture_output=True, text=True, timeout=240)
 
     def scenario(self, name, *options):
@@ -154,6 +156,26 @@ class CommandLineTest(ServiceTest):
         self.assertIn("second instance: exit status 1\n", output)
         self.assertIn("already running", output)
         self.assertNotIn("Waiting for server", self.service_messages()[1:])
+
+
+class FailedStartTest(ServiceTest):
+    def test_an_error_that_ends_the_start_is_logged_and_the_settings_file_stays(self):
+        made = self.devroot_exec("/bin/true")
+        self.assertEqual(made.returncode, 0, made.stderr)
+        seed = os.path.join(self.root, "var", "SETUPS")
+        os.makedirs(seed)
+        good = '{\n"FocusTorque": 4\n}'
+        with open(os.path.join(seed, ".current.stp"), "w", encoding="utf-8") as stream:
+            stream.write(good)
+        # No broker: the connection cannot be made and start-up ends with an exception.
+        done = self.devroot_exec(ARGS.service, root_option="--root")
+        self.assertEqual(done.returncode, 1, done.stdout + done.stderr)
+        self.assertEqual(self.file("SETUPS/.current.stp"), good)
+        with open(os.path.join(self.root, "kmsg"), encoding="utf-8") as stream:
+            log = stream.read().splitlines()
+        ending = re.compile(re.escape(SERVICE_FIELD + f"{'Error':<12}" + f"{'main.cpp':>20}:") +
+                            r"[ \d]{3}\d Ending after an unexpected error: .+$")
+        self.assertTrue(any(ending.match(line) for line in log), "\n".join(log))
 
 
 class IdleTest(ServiceTest):
