@@ -24,6 +24,12 @@ bool isEmpty(const std::array<char, SettingsManager::SETUP_NAME_SIZE>& name) {
     return name[0] == '\0';
 }
 
+// The name as text, read no further than its variable even when another
+// process left it without a terminator.
+std::string nameOf(const std::array<char, SettingsManager::SETUP_NAME_SIZE>& name) {
+    return std::string(name.data(), strnlen(name.data(), name.size()));
+}
+
 } // namespace
 
 void SettingsManager::updateUserSettingList() {
@@ -71,8 +77,9 @@ void SettingsManager::saveUserSetup() {
         return;
     }
     if (!isEmpty(setups.UserSetupSave)) {
-        if (isMissing(checkedSetupPath(setups.UserSetupSave.data()))) {
-            if (!storeToMemory(setups.UserSetupSave.data())) {
+        const std::string name = nameOf(setups.UserSetupSave);
+        if (isMissing(checkedSetupPath(name.c_str()))) {
+            if (!storeToMemory(name.c_str())) {
                 throw std::runtime_error("the user setup was not saved");
             }
             setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
@@ -104,7 +111,7 @@ void SettingsManager::renameUserSetup() {
     const std::string source = settingsPath + listedEntry(index);
     setFlag(setups.UserSetupRename, VarUserSetupRenameChanged, false);
     if (!isEmpty(setups.UserSetupSave)) {
-        const std::string target = checkedSetupPath(setups.UserSetupSave.data());
+        const std::string target = checkedSetupPath(nameOf(setups.UserSetupSave).c_str());
         if (isMissing(target)) {
             std::filesystem::rename(source, target);
             setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
@@ -125,11 +132,12 @@ void SettingsManager::overwriteUserSetup() {
     if (isEmpty(setups.UserSetupSave)) {
         return;
     }
-    const std::string target = checkedSetupPath(setups.UserSetupSave.data());
+    const std::string name = nameOf(setups.UserSetupSave);
+    const std::string target = checkedSetupPath(name.c_str());
     if (renamePending) {
         std::filesystem::rename(settingsPath + listedEntry(setups.UserSetupSelectedFileIndex),
                                 target);
-    } else if (!storeToMemory(setups.UserSetupSave.data())) {
+    } else if (!storeToMemory(name.c_str())) {
         throw std::runtime_error("the user setup was not saved");
     }
     setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");

@@ -554,3 +554,11 @@ TEST_F(RefusedRequestsTest, TheSameRequestAHundredTimesIsAnsweredEveryTime) {
     }
     expectFolderUnchanged();
 }
+
+TEST_F(RefusedRequestsTest, ANameWithoutTerminatorIsReadNoFurtherThanItsVariable) {
+    auto& setups = gen::memUserSetups();
+    setups.UserSetupSave.fill('n');
+    request(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged);
+    EXPECT_TRUE(exists(inFolder(std::string(18, 'n') + ".stp")));
+    EXPECT_EQ(setups.UserSetupSave[0], '\0');
+}
