@@ -8,6 +8,10 @@ add_compile_definitions(_FILE_OFFSET_BITS=64)
 if(SM_WERROR)
     add_compile_options(-Werror)
 endif()
+if(SM_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=address,undefined)
+endif()
 if(SM_SANITIZE)
     add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer
                         -fno-sanitize-recover=undefined)
@@ -80,18 +84,18 @@ function(sm_add_gtest)
     set_tests_properties(${T_NAME} PROPERTIES TIMEOUT ${T_TIMEOUT})
 endfunction()
 
-# sm_add_fuzzer(NAME name ENTRY file CORPUS folder MINIMUM n SOURCES ... INCLUDES ...
-#               LIBS ... [DEPENDS ...] [NO_DEVROOT])
-# A libFuzzer entry (ENTRY defines LLVMFuzzerTestOneInput) and its corpus.
-# The corpus runs as the ordinary test <name>_fuzz_corpus_test with every compiler
-# (linked with LIBS).  The libFuzzer program <name>_fuzzer is built on request
-# with clang, native builds only, from ENTRY and SOURCES with INCLUDES
-# (DEPENDS: files and targets it needs besides):
+# sm_add_fuzzer(NAME name ENTRY file CORPUS folder MINIMUM n LIBS ... [NO_DEVROOT])
+# A libFuzzer entry (ENTRY defines LLVMFuzzerTestOneInput, linked with LIBS)
+# and its corpus.  The corpus runs as the ordinary test <name>_fuzz_corpus_test
+# with every compiler.  The libFuzzer program <name>_fuzzer exists in a build
+# configured with clang and SM_FUZZ=ON; a native build makes that build on
+# request, in its folder "fuzz":
 #   cmake --build build/native --target <name>_fuzz
+#   -> build/native/fuzz/<folder of the entry>/<name>_fuzzer
 find_program(SM_CLANGXX NAMES clang++ clang++-14)
+find_program(SM_CLANG NAMES clang clang-14)
 function(sm_add_fuzzer)
-    cmake_parse_arguments(F "NO_DEVROOT" "NAME;ENTRY;CORPUS;MINIMUM"
-                          "SOURCES;INCLUDES;LIBS;DEPENDS" ${ARGN})
+    cmake_parse_arguments(F "NO_DEVROOT" "NAME;ENTRY;CORPUS;MINIMUM" "LIBS" ${ARGN})
     set(test ${F_NAME}_fuzz_corpus_test)
     set(devroot "")
     if(F_NO_DEVROOT)
@@ -101,18 +105,18 @@ function(sm_add_fuzzer)
                  ${F_ENTRY} LIBS ${F_LIBS} ${devroot})
     target_compile_definitions(${test} PRIVATE FUZZ_CORPUS="${F_CORPUS}"
                                                FUZZ_CORPUS_MINIMUM=${F_MINIMUM})
-    if(NOT SM_CLANGXX OR CMAKE_CROSSCOMPILING)
-        return()
+    if(SM_FUZZ)
+        add_executable(${F_NAME}_fuzzer ${F_ENTRY})
+        target_link_libraries(${F_NAME}_fuzzer PRIVATE ${F_LIBS})
+        target_link_options(${F_NAME}_fuzzer PRIVATE -fsanitize=fuzzer)
+    elseif(SM_CLANGXX AND SM_CLANG AND NOT CMAKE_CROSSCOMPILING)
+        add_custom_target(${F_NAME}_fuzz
+            COMMAND ${CMAKE_COMMAND} -S ${CMAKE_SOURCE_DIR} -B ${CMAKE_BINARY_DIR}/fuzz -G Ninja
+                    -DCMAKE_CXX_COMPILER=${SM_CLANGXX} -DCMAKE_C_COMPILER=${SM_CLANG}
+                    -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSM_FUZZ=ON -DSM_BENCHMARKS=OFF
+            COMMAND ${CMAKE_COMMAND} --build ${CMAKE_BINARY_DIR}/fuzz --target ${F_NAME}_fuzzer
+            VERBATIM USES_TERMINAL)
     endif()
-    set(program ${CMAKE_CURRENT_BINARY_DIR}/${F_NAME}_fuzzer)
-    list(TRANSFORM F_INCLUDES PREPEND -I)
-    add_custom_command(
-        OUTPUT ${program}
-        COMMAND ${SM_CLANGXX} -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined
-                -D_FILE_OFFSET_BITS=64 ${F_INCLUDES} ${F_ENTRY} ${F_SOURCES} -o ${program}
-        DEPENDS ${F_ENTRY} ${F_SOURCES} ${F_DEPENDS}
-        VERBATIM)
-    add_custom_target(${F_NAME}_fuzz DEPENDS ${program})
 endfunction()
 
 # sm_add_benchmark(NAME name SOURCES ... LIBS ...)

@@ -1,12 +1,60 @@
+// The settings service's entry point.
+//
+// Choices made here:
+// - "--help" and "--version" print and exit 0 before anything else happens;
+//   any other argument prints a usage error and exits 2.  Nothing of the
+//   device is touched in these cases.
+// - Only one service runs: before any memory is created the service takes an
+//   exclusive advisory lock (flock) on "/var/volatile/settings-manager.lock".
+//   A second one finds it taken, says "already running" and exits 1 without
+//   touching the running one's memories, files or parent.  A lock file that
+//   cannot be opened or locked otherwise also ends the start with status 1.
+// - An exception that reaches the entry point is logged at Error and ends the
+//   process with status 1.  On the way out the service writes ".current.stp"
+//   only when start-up had loaded the settings (see settingsmanager.h), so a
+//   good file is never replaced by defaults.
+#include "commandline.h"
+#include "instancelock.h"
+#include "log.h"
 #include "settingsmanager.h"
 
+#include <cstdio>
 #include <cstdlib>
+#include <exception>
+#include <string>
 
-int main() {
-    SettingsManager manager;
-    if (manager.init()) {
-        manager.doWork();
+namespace {
+
+constexpr const char* LOCK_FILE = "/var/volatile/settings-manager.lock";
+
+[[noreturn]] void run() {
+    try {
+        SettingsManager manager;
+        if (manager.init()) {
+            manager.doWork();
+        }
+        manager.close();
+        std::exit(EXIT_SUCCESS);
+    } catch (const std::exception& error) {
+        LOG(Error, "Ending after an unexpected error: %s", error.what());
+    } catch (...) {
+        LOG(Error, "Ending after an unexpected error");
     }
-    manager.close();
-    std::exit(0);
+    std::exit(EXIT_FAILURE);
+}
+
+} // namespace
+
+int main(int argc, char* argv[]) {
+    const CommandLine::Action action = CommandLine::parse(argc, argv, stdout, stderr);
+    if (action != CommandLine::Run) {
+        return action == CommandLine::Done ? EXIT_SUCCESS : CommandLine::USAGE_ERROR;
+    }
+    std::string error;
+    InstanceLock lock(LOCK_FILE);
+    if (!lock.take(error)) {
+        std::fprintf(stderr, "settings-manager: %s\n", error.c_str());
+        return EXIT_FAILURE;
+    }
+    run();
 }

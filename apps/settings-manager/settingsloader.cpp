@@ -4,15 +4,20 @@
 #include "settingsmanager.h"
 
 #include "constants.h"
+#include "documentformat.h"
+#include "documenttext.h"
 #include "flagvariable.h"
+#include "folderpath.h"
 #include "introspection.h"
 #include "json.h"
 #include "log.h"
 #include "records.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -22,6 +27,36 @@ constexpr int EXCERPT_LEAD = 20;
 constexpr std::size_t EXCERPT_LENGTH = 41;
 // Keys of the product information, written into every document but never read back.
 constexpr const char* PRODUCT_PREFIX = "Product";
+constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
+constexpr const char* DAMAGED_SUFFIX = ".damaged";
+
+// EXCERPT_LENGTH characters of `text` with the one at `position` at index
+// EXCERPT_LEAD; blanks stand in for characters before the text's start.
+std::string excerpt(int position, const std::string& text) {
+    const long start = static_cast<long>(position) - EXCERPT_LEAD;
+    if (start >= 0) {
+        const std::size_t from = std::min(static_cast<std::size_t>(start), text.size());
+        return text.substr(from, EXCERPT_LENGTH);
+    }
+    const auto missing = static_cast<std::size_t>(-start);
+    return std::string(missing, ' ') +
+           text.substr(0, EXCERPT_LENGTH - std::min(missing, EXCERPT_LENGTH));
+}
+
+// The text that the range check judges: for an int, the number that the
+// setter will store (it detects the base, the check reads decimal), so that
+// "08" (stored as 0) or "0x7fffffff" (read as 0 by the check) is judged by
+// the value it becomes.  A text the setter cannot convert is judged as it is.
+std::string rangeCheckText(uint32_t baseType, const std::string& value) {
+    if (baseType != BaseInt) {
+        return value;
+    }
+    try {
+        return std::to_string(std::stoi(value, nullptr, 0));
+    } catch (const std::exception&) {
+        return value;
+    }
+}
 
 } // namespace
 
@@ -29,21 +64,103 @@ std::string SettingsManager::currentFileName() {
     return std::string(Constants::CURRENT_USERSETTINGS_FILE) + Constants::SETUPS_EXTENSION;
 }
 
+std::string SettingsManager::damagedFileName() {
+    return currentFileName() + DAMAGED_SUFFIX;
+}
+
+std::optional<std::string> SettingsManager::readSettingsText(const std::string& fileName) const {
+    const std::string path = settingsPath + fileName;
+    std::error_code error;
+    if (!FolderPath::liesIn(settingsPath, path) || !std::filesystem::is_regular_file(path, error)) {
+        return std::nullopt;
+    }
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    if (!file.is_open() || file.bad()) {
+        return std::nullopt;
+    }
+    std::string content = text.str();
+    if (std::string_view(content).substr(0, BYTE_ORDER_MARK.size()) == BYTE_ORDER_MARK) {
+        content.erase(0, BYTE_ORDER_MARK.size());
+    }
+    return content;
+}
+
 bool SettingsManager::loadSetting(const std::string& fileName, bool storeAfterLoad) {
-    std::ifstream file(settingsPath + fileName);
-    if (!file.is_open()) {
+    const std::optional<std::string> text = readSettingsText(fileName);
+    if (!text) {
         setFlag(gen::memDeviceState().FileNotFound, VarFileNotFoundChanged, true);
         LOG(Error, "Could not open settings file: %s", fileName.c_str());
         return false;
     }
-    std::stringstream document;
-    document << file.rdbuf();
-    const bool result = parseJsonStringStreamAndSetValues(document);
-    file.close();
+    const bool result = parseJsonStringStreamAndSetValues(std::stringstream(*text));
     if (storeAfterLoad) {
-        storeToMemory(Constants::CURRENT_USERSETTINGS_FILE);
+        saveCurrentSettings();
     }
     return result;
+}
+
+// Start-up: ".current.stp", or its backup when it is damaged, or the defaults
+// when neither is a complete document (see the header's choices).
+void SettingsManager::loadCurrentSettings() {
+    const std::string current = currentFileName();
+    if (isMissing(settingsPath + current) && isMissing(settingsPath + backupFileName())) {
+        loadSetting(current, false);
+        return;
+    }
+    if (!isMissing(settingsPath + current)) {
+        if (loadsWhole(current)) {
+            return;
+        }
+        keepDamagedFile();
+    }
+    if (loadsWhole(backupFileName())) {
+        LOG(Warn, "Settings restored from the backup %s", backupFileName().c_str());
+    } else {
+        LOG(Error, "No usable backup of the settings; the defaults apply");
+        parseJsonStringStreamAndSetValues(defaults);
+    }
+    saveCurrentSettings();
+}
+
+// Applies the settings file when it is a complete document; false, with the
+// reason logged, when it is not (nothing is applied then).
+bool SettingsManager::loadsWhole(const std::string& fileName) {
+    const std::optional<std::string> text = readSettingsText(fileName);
+    if (!text) {
+        LOG(Error, "Could not read settings file: %s", fileName.c_str());
+        return false;
+    }
+    if (!DocumentText::isCompleteDocument(*text)) {
+        Json reader;
+        if (!reader.parse(*text)) {
+            printJsonError(reader.errorPosition, *text);
+        }
+        LOG(Error, "Settings file %s is not a complete settings document", fileName.c_str());
+        return false;
+    }
+    try {
+        parseJsonStringStreamAndSetValues(std::stringstream(*text));
+        return true;
+    } catch (const std::exception& error) {
+        LOG(Error, "Could not apply settings file %s: %s", fileName.c_str(), error.what());
+        return false;
+    }
+}
+
+// Moves a damaged ".current.stp" aside, where no save replaces it; an earlier
+// damaged file gives way.
+void SettingsManager::keepDamagedFile() {
+    const std::string damaged = settingsPath + damagedFileName();
+    std::error_code error;
+    std::filesystem::remove_all(damaged, error);
+    std::filesystem::rename(settingsPath + currentFileName(), damaged, error);
+    if (error) {
+        LOG(Error, "Could not keep the damaged settings file aside: %s", error.message().c_str());
+    } else {
+        LOG(Error, "The damaged settings file is kept as %s", damagedFileName().c_str());
+    }
 }
 
 bool SettingsManager::parseJsonStringStreamAndSetValues(const std::stringstream& document) {
@@ -69,7 +186,7 @@ bool SettingsManager::parseJsonStringStreamAndSetValues(const std::stringstream&
 
 // Stores `value` into every persistent variable named `key`; false when a
 // setter reported an error.  Values out of range are logged and skipped.
-bool SettingsManager::applyValue(const std::string& key, const std::string& value,
+bool SettingsManager::applyValue(const std::string& key, const std::string& text,
                                  const std::vector<Json::Item>& document) {
     const uint32_t memory = persistentMemoryIndex;
     bool result = true;
@@ -78,8 +195,11 @@ bool SettingsManager::applyValue(const std::string& key, const std::string& valu
         if (key != Introspection::getVarName(memory, variable)) {
             continue;
         }
+        const uint32_t baseType = Introspection::getVarBaseType(memory, variable);
+        const std::string value =
+            isQuotedInDocument(baseType) ? DocumentText::unescape(text) : text;
         std::string error;
-        if (!Introspection::checkMinMax(memory, variable, value, error)) {
+        if (!Introspection::checkMinMax(memory, variable, rangeCheckText(baseType, value), error)) {
             LOG(Error, "The value of variable: %s is out of range!", key.c_str());
             if (!error.empty()) {
                 LOG(Error, "%s", error.c_str());
@@ -90,7 +210,7 @@ bool SettingsManager::applyValue(const std::string& key, const std::string& valu
             }
             continue;
         }
-        if (Introspection::getVarBaseType(memory, variable) != BaseStruct) {
+        if (baseType != BaseStruct) {
             error = Introspection::setVarValue(memory, variable, value.c_str());
         } else if (!Introspection::isArray(memory, variable)) {
             // A struct's fields are looked up among the document's top-level members.
@@ -129,7 +249,16 @@ std::string SettingsManager::setStructArray(uint32_t variable, const std::string
                 printJsonError(member.errorPosition, fieldValue.value);
                 continue;
             }
-            const std::vector<Json::Item> list{{field, member["value"]}};
+            const Json::ObjectValue* found = member.find("value");
+            if (found == nullptr) {
+                errors += field + ": no \"value\"";
+                continue;
+            }
+            Json::ObjectValue stored = *found;
+            if (!stored.isObject) {
+                stored.value = DocumentText::unescape(stored.value);
+            }
+            const std::vector<Json::Item> list{{field, stored}};
             errors += Introspection::setVarValueJson(persistentMemoryIndex, variable, list,
                                                      static_cast<int>(element));
         }
@@ -139,16 +268,16 @@ std::string SettingsManager::setStructArray(uint32_t variable, const std::string
 
 void SettingsManager::printJsonError(int position, const std::string& text) {
     LOG(Error, "JSON parse error at %d", position);
-    const std::string excerpt =
-        text.substr(static_cast<std::size_t>(position - EXCERPT_LEAD), EXCERPT_LENGTH);
-    LOG(Error, "%s", excerpt.c_str());
+    LOG(Error, "%s", excerpt(position, text).c_str());
     LOG(Error, "                    ^ here");
 }
 
+// A missing ".current.stp" is written from the defaults only when there is no
+// backup either: with a backup, loadCurrentSettings restores from it.
 void SettingsManager::getDefaultSettings() {
     defaults = getCurrentValues();
-    if (isMissing(settingsPath + currentFileName())) {
-        storeToMemory(Constants::CURRENT_USERSETTINGS_FILE);
+    if (isMissing(settingsPath + currentFileName()) && isMissing(settingsPath + backupFileName())) {
+        saveCurrentSettings();
     }
 }
 
@@ -157,7 +286,11 @@ void SettingsManager::factoryReset() {
         return;
     }
     LOG(LogLight, "Factory reset started");
-    navigator.removeAll();
+    try {
+        navigator.removeAll();
+    } catch (const std::exception& error) {
+        LOG(Error, "Factory reset could not empty the settings folder: %s", error.what());
+    }
     parseJsonStringStreamAndSetValues(defaults);
     setFlag(gen::memGuiLocal().FactoryReset, VarFactoryResetChanged, false);
     LOG(LogLight, "Factory reset done");

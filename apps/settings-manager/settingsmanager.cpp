@@ -2,6 +2,7 @@
 // once-a-second save check, and shutdown.
 #include "settingsmanager.h"
 
+#include "atomicfile.h"
 #include "constants.h"
 #include "eventpoll.h"
 #include "introspection.h"
@@ -28,8 +29,15 @@ constexpr std::chrono::nanoseconds SAVE_CHECK_PERIOD{999'999'999};
 
 SettingsManager::SettingsManager()
     : lastSaveCheck(), persistentMemoryIndex(0),
-      folderMonitor(gen::getEventPoll(), [this](inotify_event const&) { updateUserSettingList(); }),
-      navigator({}, {}), dirty(false), renamePending(false) {
+      folderMonitor(gen::getEventPoll(),
+                    [this](inotify_event const& event) {
+                        // Hidden names are never listed: the service's own
+                        // files change nothing in the list.
+                        if (event.len == 0 || event.name[0] != '.') {
+                            refreshUserSettingList();
+                        }
+                    }),
+      navigator({}, {}), dirty(false), renamePending(false), loaded(false) {
     createAndInitMemories();
     settingsPath = Constants::LOCAL_FOLDER;
     settingsPath += Constants::SETUPS_FOLDER;
@@ -39,8 +47,10 @@ SettingsManager::~SettingsManager() {
     try {
         close();
         folderMonitor.close();
+    } catch (const std::exception& error) {
+        LOG(Error, "Could not shut down cleanly: %s", error.what());
     } catch (...) {
-        std::terminate();
+        LOG(Error, "Could not shut down cleanly");
     }
 }
 
@@ -59,8 +69,10 @@ bool SettingsManager::init() {
         ::mkdir(settingsPath.c_str(), SETTINGS_FOLDER_MODE) != 0) {
         LOG(Error, "Could not create the settings folder.");
     } else {
+        removeStaleTemporaries();
         getDefaultSettings();
-        loadSetting(currentFileName(), false);
+        loadCurrentSettings();
+        loaded = true;
         result = true;
     }
     signalReadiness();
@@ -76,7 +88,8 @@ bool SettingsManager::init() {
 }
 
 // Tells the supervisor that start-up is done.  Under a debugger the parent is
-// the debugger, so the supervisor is signalled by name instead.  Under a
+// the debugger, so the supervisor is signalled by name instead.  When the
+// parent's program cannot be found out, the parent is signalled.  Under a
 // service manager that asked for a notification (NOTIFY_SOCKET), the
 // notification alone tells it: the parent is then the init process, which
 // must get no SIGUSR1.
@@ -84,12 +97,36 @@ void SettingsManager::signalReadiness() {
     if (Readiness::notifyServiceManager()) {
         return;
     }
+    std::error_code error;
     const std::filesystem::path parentExe =
-        std::filesystem::read_symlink("/proc/" + std::to_string(::getppid()) + "/exe");
+        std::filesystem::read_symlink("/proc/" + std::to_string(::getppid()) + "/exe", error);
+    if (error) {
+        LOG(Warn, "Could not read the parent's program: %s", error.message().c_str());
+    }
     if (parentExe.string().find("gdb") != std::string::npos) {
         static_cast<void>(std::system("pkill -USR1 super"));
     } else {
         ::kill(::getppid(), SIGUSR1);
+    }
+}
+
+// Temporary files of writes that were cut off (see atomicfile.h).
+void SettingsManager::removeStaleTemporaries() {
+    std::error_code error;
+    for (auto entry = std::filesystem::directory_iterator(settingsPath, error);
+         !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        if (AtomicFile::isTemporaryName(entry->path().filename().string())) {
+            std::error_code ignored;
+            std::filesystem::remove(entry->path(), ignored);
+        }
+    }
+}
+
+void SettingsManager::refreshUserSettingList() {
+    try {
+        updateUserSettingList();
+    } catch (const std::exception& error) {
+        LOG(Error, "Could not refresh the user-setup list: %s", error.what());
     }
 }
 
@@ -112,16 +149,24 @@ int SettingsManager::doWork() {
         }
         lastSaveCheck = now;
         if (dirty) {
-            storeToMemory(Constants::CURRENT_USERSETTINGS_FILE);
             dirty = false;
+            saveCurrentSettings();
+            // The save's own folder events are taken now, so that they do not
+            // count as activity that starts another one-second wait.
+            result = poll.wait(0, false);
+            if (result == EventPoll::Terminate) {
+                break;
+            }
         }
-        result = poll.wait(-1, false);
+        // A save that failed, or a change taken with the save's folder events,
+        // left the settings dirty: check again in a second.
+        result = poll.wait(dirty ? SAVE_CHECK_WAIT_MS : -1, false);
     }
     return result;
 }
 
 bool SettingsManager::close() {
-    const bool stored = storeToMemory(Constants::CURRENT_USERSETTINGS_FILE);
+    const bool stored = loaded && storeToMemory(Constants::CURRENT_USERSETTINGS_FILE);
     gen::closeServerConnection();
     return stored;
 }

@@ -36,6 +36,53 @@
 //   READY=1 notification only, at the moment SIGUSR1 would go out: neither
 //   SIGUSR1 nor "pkill -USR1 super", whose target would be the init process,
 //   even when the notification could not be sent (that is logged at Error).
+//
+// Choices that keep the service alive and the user's settings safe:
+// - No exception leaves handleEvent or the folder monitor's callback: a
+//   request that cannot be carried out is logged at Error with its reason
+//   ("Could not handle <event>: <reason>") and answered as refused: its
+//   request flag is cleared, and for save, rename and overwrite
+//   UserSetupFileCheckDone is raised.  Rename and delete refuse an index
+//   outside the list (negative or not below UserSetupListSize) with "List
+//   index is out of range" instead of acting on a stale or empty entry.
+// - Names from the user interface must be plain names (folderpath.h) and every
+//   path built from a name or a list entry must lie in the settings folder;
+//   anything else is refused before a file is touched.  A listed folder is not
+//   deleted, and that is logged.
+// - Settings files are written all-or-nothing (atomicfile.h).  A failed write
+//   is logged at Error ("Could not save <file>: <reason>"; a failure of
+//   ".current.stp" that repeats the previous one is not logged again), leaves
+//   the previous file, and keeps the settings dirty, so the loop retries at
+//   every once-a-second check.  A user setup that could not be written is
+//   refused, so its name stays for the user.
+// - Before ".current.stp" is replaced, the file being replaced becomes the
+//   hidden backup ".current.stp.backup" (a hard link), if it is a complete
+//   document (documenttext.h).  At start a ".current.stp" that is not complete
+//   (or cannot be read, or is not a file) is logged, moved to
+//   ".current.stp.damaged" (replacing an earlier one), and the backup is loaded
+//   instead; only when the backup is not complete either do the defaults apply.
+//   ".current.stp" is then written again at once.  With neither file there,
+//   start-up writes the defaults as before.  Leftover temporary files are
+//   removed at start.
+// - Folder events of hidden names (the service's own files) do not refresh the
+//   user-setup list, and the loop takes a save's own folder events right after
+//   the save, so that they do not count as activity that delays the next save
+//   check.
+// - Nothing is written until the start-up load has run: ".current.stp" is
+//   never replaced by the defaults the memories hold before it (close() and the
+//   destructor then store nothing and report false).
+// - A settings file that begins with a UTF-8 byte-order mark is read without
+//   it.
+// - A parse error's excerpt never reaches before the text: blanks stand in for
+//   the missing characters, so the caret line still points at the error.
+// - String values are written with the escapes of documenttext.h and read back
+//   through them (struct string members too, see printers.h).
+// - A struct-array field without "value" is a setter error of that field
+//   ("<field>: no \"value\""), reported like the others.
+// - An int value is range-checked as the number the setter stores (the setter
+//   detects the base, the range check reads decimal): "08" is judged as 0 and
+//   "0x7fffffff" as 2147483647, so a document never stores a value outside
+//   its range.
 #pragma once
 
 #include "filebrowsernavigator.h"
@@ -48,6 +95,7 @@
 #include <chrono>
 #include <cstdint>
 #include <ctime>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -73,7 +121,8 @@ public:
     bool init();
     // The event loop; returns EventPoll::Terminate after SIGINT or SIGTERM.
     int doWork();
-    // Writes ".current.stp" and closes the broker connection; the store's result.
+    // Writes ".current.stp" (once start-up has loaded the settings) and closes
+    // the broker connection; the store's result.
     bool close();
 
     // Serves the user interface's requests; every other event is a change.
@@ -86,8 +135,7 @@ public:
     // Applies a settings document to MemPersistent; true when every matched
     // value could be stored (values out of range are skipped, not failures).
     bool parseJsonStringStreamAndSetValues(const std::stringstream& document);
-    // Logs a parse error with 41 characters of text around the position.  A
-    // position below 20 throws std::out_of_range from std::string::substr.
+    // Logs a parse error with 41 characters of text around the position.
     void printJsonError(int position, const std::string& text);
     // Captures the defaults document; writes ".current.stp" when it is missing.
     void getDefaultSettings();
@@ -97,7 +145,8 @@ public:
     void addUpdate(EventId event);
     // The settings document of the live values of MemPersistent.
     std::stringstream getCurrentValues();
-    // Writes settings folder + name + ".stp"; false when it cannot be opened.
+    // Writes settings folder + name + ".stp" all-or-nothing; false (and
+    // logged) when it could not be written.
     bool storeToMemory(const char* name);
 
     // Refills the user-setup list in MemUserSetups from the settings folder.
@@ -117,11 +166,28 @@ private:
     void readSoftwareIdentity();
     void signalReadiness();
     void openFolderMonitor();
+    void refreshUserSettingList();
+    void removeStaleTemporaries();
+
+    void loadCurrentSettings();
+    bool loadsWhole(const std::string& fileName);
+    void keepDamagedFile();
+    void keepBackup();
+    // Writes ".current.stp"; when that fails the settings stay dirty.
+    bool saveCurrentSettings();
+    // The text of a settings file without a leading byte-order mark; nothing
+    // when it is not a regular file in the settings folder or cannot be read.
+    std::optional<std::string> readSettingsText(const std::string& fileName) const;
 
     bool applyValue(const std::string& key, const std::string& value,
                     const std::vector<Json::Item>& document);
     std::string setStructArray(uint32_t variable, const std::string& value);
     void factoryReset();
+
+    void dispatch(const Notify& notification);
+    // Logs why the event could not be handled and answers a request as refused.
+    void refuse(EventId event, const char* reason);
+    void finishRefusedRequest(EventId event);
 
     void loadUserSetup();
     void saveUserSetup();
@@ -130,10 +196,18 @@ private:
     void overwriteUserSetup();
     void deleteUserSetup();
     std::string listEntry(int32_t index) const;
-    std::string entryPath(int32_t index) const;
     std::string setupPath(const char* name) const;
+    // List entry `index`; throws when the index is outside the list or the
+    // entry is no plain name of a file in the settings folder.
+    std::string listedEntry(int32_t index) const;
+    // The path of the user setup `name`; throws when the name is no plain name.
+    std::string checkedSetupPath(const char* name) const;
     // ".current.stp", the file name of the current settings.
     static std::string currentFileName();
+    // ".current.stp.backup", the current settings file that the last save replaced.
+    static std::string backupFileName();
+    // ".current.stp.damaged", a current settings file that could not be loaded.
+    static std::string damagedFileName();
     // True when nothing exists at `path` (its status type is not_found or none).
     static bool isMissing(const std::string& path);
 
@@ -147,4 +221,8 @@ private:
     FileBrowserNavigator navigator;
     bool dirty;
     bool renamePending;
+    // The start-up load has run: the memories hold the settings to keep.
+    bool loaded;
+    // The last failure of writing ".current.stp", empty after a success.
+    std::string currentSaveError;
 };

@@ -2,9 +2,14 @@
 // MemPersistent.
 #include "settingsmanager.h"
 
+#include "atomicfile.h"
 #include "constants.h"
+#include "documentformat.h"
+#include "documenttext.h"
+#include "folderpath.h"
 #include "introspection.h"
 #include "log.h"
+#include "printers.h"
 
 #include <filesystem>
 #include <fstream>
@@ -15,19 +20,8 @@ namespace {
 // The code of a buffer; BaseType has no name for it, the catalogue gives
 // buffers the code of strings.
 constexpr uint32_t BUFFER_BASE_TYPE = 4;
-
-// Ints, floats, bools and structs are written bare; every other type is quoted.
-const char* valueQuote(uint32_t baseType) {
-    switch (baseType) {
-    case BaseInt:
-    case BaseFloat:
-    case BaseBool:
-    case BaseStruct:
-        return "";
-    default:
-        return "\"";
-    }
-}
+// The hidden backup of ".current.stp": the file it last replaced.
+constexpr const char* BACKUP_SUFFIX = ".backup";
 
 } // namespace
 
@@ -46,6 +40,7 @@ void SettingsManager::addUpdate(EventId event) {
 
 std::stringstream SettingsManager::getCurrentValues() {
     writeProductInfo();
+    const Introspection::DocumentEscape escapeStructTexts;
     const uint32_t memory = persistentMemoryIndex;
     const uint32_t count = Introspection::getVarCount(memory);
     std::stringstream document;
@@ -64,9 +59,12 @@ std::stringstream SettingsManager::getCurrentValues() {
                 document << Introspection::getVarValue(memory, variable, element);
             }
             document << "]";
+        } else if (isQuotedInDocument(baseType)) {
+            document << "\""
+                     << DocumentText::escape(Introspection::getVarValue(memory, variable, 0))
+                     << "\"";
         } else {
-            const char* quote = valueQuote(baseType);
-            document << quote << Introspection::getVarValue(memory, variable, 0) << quote;
+            document << Introspection::getVarValue(memory, variable, 0);
         }
         if (variable + 1 < count) {
             document << "," << std::endl;
@@ -77,18 +75,61 @@ std::stringstream SettingsManager::getCurrentValues() {
 }
 
 bool SettingsManager::isMissing(const std::string& path) {
-    const auto type = std::filesystem::status(path).type();
+    std::error_code error;
+    const auto type = std::filesystem::status(path, error).type();
     return type == std::filesystem::file_type::not_found ||
            type == std::filesystem::file_type::none;
 }
 
+std::string SettingsManager::backupFileName() {
+    return currentFileName() + BACKUP_SUFFIX;
+}
+
 bool SettingsManager::storeToMemory(const char* name) {
-    std::ofstream file(settingsPath + name + Constants::SETUPS_EXTENSION,
-                       std::ios::out | std::ios::trunc);
-    if (!file.is_open()) {
-        return false;
+    const std::string fileName = std::string(name) + Constants::SETUPS_EXTENSION;
+    const std::string path = settingsPath + fileName;
+    const bool current = fileName == currentFileName();
+    std::string error = "the name does not stay inside the settings folder";
+    if (FolderPath::liesIn(settingsPath, path)) {
+        const std::string document = getCurrentValues().str();
+        if (current) {
+            keepBackup();
+        }
+        error = AtomicFile::write(path, document);
     }
-    file << getCurrentValues().rdbuf();
-    file.close();
-    return true;
+    if (error.empty()) {
+        if (current) {
+            currentSaveError.clear();
+        }
+        return true;
+    }
+    if (!current || error != currentSaveError) {
+        LOG(Error, "Could not save %s: %s", fileName.c_str(), error.c_str());
+    }
+    if (current) {
+        currentSaveError = error;
+    }
+    return false;
+}
+
+bool SettingsManager::saveCurrentSettings() {
+    const bool saved = storeToMemory(Constants::CURRENT_USERSETTINGS_FILE);
+    if (!saved) {
+        dirty = true;
+    }
+    return saved;
+}
+
+// The file that ".current.stp" is about to replace becomes the backup, when it
+// is a complete document; an incomplete one never replaces a good backup.
+void SettingsManager::keepBackup() {
+    const std::optional<std::string> text = readSettingsText(currentFileName());
+    if (!text || !DocumentText::isCompleteDocument(*text)) {
+        return;
+    }
+    const std::string error =
+        AtomicFile::linkOver(settingsPath + currentFileName(), settingsPath + backupFileName());
+    if (!error.empty()) {
+        LOG(Warn, "Could not keep a backup of the settings: %s", error.c_str());
+    }
 }

@@ -4,6 +4,7 @@
 
 #include "constants.h"
 #include "flagvariable.h"
+#include "folderpath.h"
 #include "log.h"
 #include "records.h"
 #include "setters.h"
@@ -12,13 +13,21 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <stdexcept>
 
 namespace {
 
 constexpr const char* SETUP_NAME_FORMAT = "%y%m%d_%H%M";
+constexpr const char* INDEX_OUT_OF_RANGE = "List index is out of range";
 
 bool isEmpty(const std::array<char, SettingsManager::SETUP_NAME_SIZE>& name) {
     return name[0] == '\0';
+}
+
+// The name as text, read no further than its variable even when another
+// process left it without a terminator.
+std::string nameOf(const std::array<char, SettingsManager::SETUP_NAME_SIZE>& name) {
+    return std::string(name.data(), strnlen(name.data(), name.size()));
 }
 
 } // namespace
@@ -55,9 +64,9 @@ void SettingsManager::loadUserSetup() {
     }
     const int32_t index = setups.UserSetupSelectedFileIndex;
     if (index < 0 || index >= setups.UserSetupListSize) {
-        LOG(Error, "List index is out of range");
+        LOG(Error, INDEX_OUT_OF_RANGE);
     } else {
-        loadSetting(listEntry(index), true);
+        loadSetting(listedEntry(index), true);
     }
     setFlag(setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged, false);
 }
@@ -68,8 +77,11 @@ void SettingsManager::saveUserSetup() {
         return;
     }
     if (!isEmpty(setups.UserSetupSave)) {
-        if (isMissing(setupPath(setups.UserSetupSave.data()))) {
-            storeToMemory(setups.UserSetupSave.data());
+        const std::string name = nameOf(setups.UserSetupSave);
+        if (isMissing(checkedSetupPath(name.c_str()))) {
+            if (!storeToMemory(name.c_str())) {
+                throw std::runtime_error("the user setup was not saved");
+            }
             setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
         } else {
             setFlag(gen::memDeviceState().FileAlreadyExists, VarFileAlreadyExistsChanged, true);
@@ -93,14 +105,15 @@ void SettingsManager::proposeNewUserSetup() {
 void SettingsManager::renameUserSetup() {
     auto& setups = gen::memUserSetups();
     const int32_t index = setups.UserSetupSelectedFileIndex;
-    if (!setups.UserSetupRename || index >= setups.UserSetupListSize) {
+    if (!setups.UserSetupRename) {
         return;
     }
+    const std::string source = settingsPath + listedEntry(index);
     setFlag(setups.UserSetupRename, VarUserSetupRenameChanged, false);
     if (!isEmpty(setups.UserSetupSave)) {
-        const std::string target = setupPath(setups.UserSetupSave.data());
+        const std::string target = checkedSetupPath(nameOf(setups.UserSetupSave).c_str());
         if (isMissing(target)) {
-            std::filesystem::rename(entryPath(index), target);
+            std::filesystem::rename(source, target);
             setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
         } else {
             setFlag(gen::memDeviceState().FileAlreadyExists, VarFileAlreadyExistsChanged, true);
@@ -119,11 +132,13 @@ void SettingsManager::overwriteUserSetup() {
     if (isEmpty(setups.UserSetupSave)) {
         return;
     }
+    const std::string name = nameOf(setups.UserSetupSave);
+    const std::string target = checkedSetupPath(name.c_str());
     if (renamePending) {
-        std::filesystem::rename(entryPath(setups.UserSetupSelectedFileIndex),
-                                setupPath(setups.UserSetupSave.data()));
-    } else {
-        storeToMemory(setups.UserSetupSave.data());
+        std::filesystem::rename(settingsPath + listedEntry(setups.UserSetupSelectedFileIndex),
+                                target);
+    } else if (!storeToMemory(name.c_str())) {
+        throw std::runtime_error("the user setup was not saved");
     }
     setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
 }
@@ -133,9 +148,11 @@ void SettingsManager::deleteUserSetup() {
     if (!setups.UserSetupDelete) {
         return;
     }
-    const std::string path = entryPath(setups.UserSetupSelectedFileIndex);
+    const std::string path = settingsPath + listedEntry(setups.UserSetupSelectedFileIndex);
     const auto status = std::filesystem::status(path);
-    if (std::filesystem::exists(status) && !std::filesystem::is_directory(status)) {
+    if (std::filesystem::is_directory(status)) {
+        LOG(Error, "Not deleting %s: it is a folder", path.c_str());
+    } else if (std::filesystem::exists(status)) {
         std::filesystem::remove(path);
     }
     setFlag(setups.UserSetupDelete, VarUserSetupDeleteChanged, false);
@@ -149,15 +166,31 @@ std::string SettingsManager::listEntry(int32_t index) const {
     return std::string(slot.data(), strnlen(slot.data(), slot.size()));
 }
 
-std::string SettingsManager::entryPath(int32_t index) const {
-    char path[PATH_BUFFER_SIZE];
-    std::snprintf(path, sizeof path, "%s%s", settingsPath.c_str(), listEntry(index).c_str());
-    return path;
-}
-
 std::string SettingsManager::setupPath(const char* name) const {
     char path[PATH_BUFFER_SIZE];
     std::snprintf(path, sizeof path, "%s%s%s", settingsPath.c_str(), name,
                   Constants::SETUPS_EXTENSION);
+    return path;
+}
+
+std::string SettingsManager::listedEntry(int32_t index) const {
+    if (index < 0 || index >= gen::memUserSetups().UserSetupListSize) {
+        throw std::runtime_error(INDEX_OUT_OF_RANGE);
+    }
+    const std::string entry = listEntry(index);
+    if (!FolderPath::isPlainName(entry) ||
+        !FolderPath::liesIn(settingsPath, settingsPath + entry)) {
+        throw std::runtime_error("list entry \"" + entry +
+                                 "\" is not a file of the settings folder");
+    }
+    return entry;
+}
+
+std::string SettingsManager::checkedSetupPath(const char* name) const {
+    const std::string path = setupPath(name);
+    if (!FolderPath::isPlainName(name) || !FolderPath::liesIn(settingsPath, path)) {
+        throw std::runtime_error(std::string("the user-setup name \"") + name +
+                                 "\" is not a plain file name");
+    }
     return path;
 }

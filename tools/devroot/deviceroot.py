@@ -88,11 +88,14 @@ def kmsg_is_fifo(folder):
     return stat.S_ISFIFO(os.stat(os.path.join(folder, "kmsg")).st_mode)
 
 
-def bwrap_command(folder, binds_ro, binds_rw, extra=()):
+def bwrap_command(folder, binds_ro, binds_rw, extra=(), var_size=None):
     """The bubblewrap options that mount the device root over a fresh tmpfs.
 
     Only /usr and /etc of the host are visible (read-only) besides the binds
     asked for; /dev is a fresh minimal one with the device files laid over it.
+    With var_size (bytes), /var is a tmpfs of that size holding an empty
+    /var/volatile instead of the root folder's var/: a small disk that fills
+    up, private to this sandbox and gone when it ends.
     """
     def inside(name):
         return os.path.join(folder, name)
@@ -102,10 +105,14 @@ def bwrap_command(folder, binds_ro, binds_rw, extra=()):
         "--symlink", "usr/bin", "/bin", "--symlink", "usr/lib", "/lib",
         "--symlink", "usr/lib64", "/lib64", "--symlink", "usr/sbin", "/sbin",
         "--ro-bind", "/etc", "/etc", "--dev", "/dev", "--proc", "/proc", "--tmpfs", "/tmp",
-        "--bind", inside("shm"), "/dev/shm", "--bind", inside("var"), "/var",
+        "--bind", inside("shm"), "/dev/shm",
         "--bind", inside("kmsg"), "/dev/kmsg", "--bind", inside("mmcblk1"), "/dev/mmcblk1",
         "--bind", inside("mem"), "/dev/mem",
     ]
+    if var_size is None:
+        command += ["--bind", inside("var"), "/var"]
+    else:
+        command += ["--size", str(var_size), "--tmpfs", "/var", "--dir", "/var/volatile"]
     if os.path.exists(inside("product.info")):
         command += ["--ro-bind", inside("product.info"), "/product.info"]
     for path in binds_ro:

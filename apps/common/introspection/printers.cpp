@@ -1,12 +1,16 @@
 #include "printers.h"
 
+#include "documenttext.h"
+
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <regex>
 
 namespace {
 std::optional<std::regex> escapePattern;
-}
+// The number of DocumentEscape objects alive.
+int documentEscapes = 0;
+} // namespace
 
 namespace Introspection {
 
@@ -22,6 +26,9 @@ std::string printValue(const std::string& value, const std::string& type, const 
 }
 
 std::string escape(const std::string& text) {
+    if (documentEscapes > 0) {
+        return DocumentText::escape(text, true);
+    }
     if (!escapePattern) {
         return text;
     }
@@ -34,6 +41,14 @@ void setEscapeCharacters(const std::string& pattern) {
     } else {
         escapePattern.emplace(pattern, std::regex::ECMAScript);
     }
+}
+
+DocumentEscape::DocumentEscape() {
+    ++documentEscapes;
+}
+
+DocumentEscape::~DocumentEscape() {
+    --documentEscapes;
 }
 
 } // namespace Introspection

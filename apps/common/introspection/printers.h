@@ -3,6 +3,13 @@
 //
 // The escape pattern is empty at start and an empty pattern matches nothing, so escape() returns
 // its input unchanged until a process sets a pattern.
+//
+// Choices made here:
+// - While a DocumentEscape object lives, escape() writes texts for a settings document instead:
+//   the characters that would end or unbalance a nested value (quote, backslash, brackets,
+//   control characters) become \u00XX (see documenttext.h) and the pattern is not applied.  The
+//   settings writer holds one while it builds a document, so that a struct's string member reads
+//   back as it was; every other use of the struct texts is unchanged.
 #pragma once
 
 #include <string>
@@ -19,5 +26,14 @@ std::string escape(const std::string& text);
 // Compiles pattern (ECMAScript) as the escape pattern from now on; an empty pattern matches
 // nothing.
 void setEscapeCharacters(const std::string& pattern);
+
+// Makes escape() write settings-document escapes for as long as it lives (see above).
+class DocumentEscape {
+public:
+    DocumentEscape();
+    ~DocumentEscape();
+    DocumentEscape(const DocumentEscape&) = delete;
+    DocumentEscape& operator=(const DocumentEscape&) = delete;
+};
 
 } // namespace Introspection

@@ -14,6 +14,9 @@
 // - The buffer getter, like the string getter, ignores the element index.
 // - A variable that the model marks read-only has a setter that changes nothing and answers
 //   "<name> is read-only".
+// - setVariable<char, N> compares the stored text with the text cut to N - 1 characters, i.e.
+//   with what it would store: a text longer than the variable, stored once, is not stored and
+//   announced again on every call.
 #pragma once
 
 #include "notify.h"
@@ -71,11 +74,14 @@ template <typename T> void setVariable(T& target, Notify notify, const T& value)
     postEvent(notify);
 }
 
-// Stores the text cut to N - 1 characters and posts notify, unless the stored text equals it.
+// Stores the text cut to N - 1 characters and posts notify, unless the stored text already is
+// that cut text.  The comparison is made with what would be stored, so a text longer than the
+// variable equals its own cut form and storing it again posts nothing.
 template <typename T, std::size_t N>
 void setVariable(std::array<T, N>& target, Notify notify, const char* value) {
     static_assert(std::is_same_v<T, char>, "setVariable<char, N> is for texts");
-    if (std::strcmp(target.data(), value) == 0) {
+    const std::size_t length = strnlen(value, N - 1);
+    if (std::memcmp(target.data(), value, length) == 0 && target[length] == '\0') {
         return;
     }
     std::snprintf(target.data(), N, "%.*s", static_cast<int>(N - 1), value);

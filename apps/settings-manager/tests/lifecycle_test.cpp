@@ -1,5 +1,6 @@
 // The service's lifecycle: construction, start-up with its folder and
-// readiness signal, the once-a-second save of the loop, and shutdown.
+// readiness signal, the once-a-second save of the loop and its retries, the
+// folder monitor's callback, and shutdown.
 #include "eventpoll.h"
 #include "kmsgcapture.h"
 #include "logline.h"
@@ -145,11 +146,12 @@ pid_t startSupervisorStandIn(const sigset_t& blocked) {
     return pid;
 }
 
-// The close-writes of ".current.stp" within `limit`, as times after `start`.
+// The writes of ".current.stp" within `limit`, as times after `start`.  A
+// write lands as a complete file renamed onto the name.
 class CurrentFileWrites {
 public:
     CurrentFileWrites() : fd(inotify_init1(IN_CLOEXEC)) {
-        inotify_add_watch(fd, SETUPS, IN_CLOSE_WRITE);
+        inotify_add_watch(fd, SETUPS, IN_MOVED_TO);
     }
     ~CurrentFileWrites() { ::close(fd); }
     std::vector<Clock::duration> collect(Clock::time_point start, Clock::duration limit) {
@@ -274,10 +276,33 @@ protected:
         broker = std::make_unique<BrokerStandIn>();
     }
     void TearDown() override {
+        for (int& end : ready) {
+            if (end >= 0) {
+                ::close(end);
+            }
+        }
+        readiness.reset();
         broker.reset();
         std::filesystem::remove_all(SETUPS);
     }
+    // Forks the service as the entry point runs it; its pid once its loop is
+    // about to start, or -1.
+    pid_t startLoop() {
+        readiness = std::make_unique<ReadinessSignals>();
+        if (::pipe(ready) != 0) {
+            return -1;
+        }
+        const pid_t child = ::fork();
+        if (child == 0) {
+            runService(true, ready[1]);
+        }
+        broker->accept();
+        pollfd started{ready[0], POLLIN, 0};
+        return ::poll(&started, 1, 20000) == 1 ? child : -1;
+    }
     std::unique_ptr<BrokerStandIn> broker;
+    std::unique_ptr<ReadinessSignals> readiness;
+    int ready[2] = {-1, -1};
 };
 
 TEST_F(ForkedServiceTest, TheParentIsSignalledExactlyOnceAfterTheSettingsAreLoaded) {
@@ -360,16 +385,8 @@ TEST_F(ForkedServiceTest, UnderADebuggerTheProcessNamedSuperIsSignalledInstead) 
 }
 
 TEST_F(ForkedServiceTest, ChangesAreWrittenAtMostOnceASecondAndAtShutdown) {
-    int ready[2];
-    ASSERT_EQ(::pipe(ready), 0);
-    ReadinessSignals readiness;
-    const pid_t child = ::fork();
-    if (child == 0) {
-        runService(true, ready[1]);
-    }
-    broker->accept();
-    pollfd started{ready[0], POLLIN, 0};
-    ASSERT_EQ(::poll(&started, 1, 20000), 1);
+    const pid_t child = startLoop();
+    ASSERT_GT(child, 0);
     CurrentFileWrites files;
     testsupport::KmsgCapture log;
 
@@ -401,6 +418,49 @@ TEST_F(ForkedServiceTest, ChangesAreWrittenAtMostOnceASecondAndAtShutdown) {
                                                           "SIG 15: Terminated");
     }
     EXPECT_TRUE(terminated);
-    ::close(ready[0]);
-    ::close(ready[1]);
+}
+
+TEST_F(ForkedServiceTest, AFailedSaveIsLoggedOnceAndRetriedEverySecondUntilItWorks) {
+    const pid_t child = startLoop();
+    ASSERT_GT(child, 0);
+    const std::string before = readFile(CURRENT);
+    ASSERT_EQ(::chmod(SETUPS, 0555), 0);
+    CurrentFileWrites files;
+    testsupport::KmsgCapture log;
+
+    const auto change = Clock::now();
+    broker->send(Notify{VarFocusTorqueChanged, 0, 0});
+    const auto blocked = files.collect(change, 3500ms);
+    ::chmod(SETUPS, 0755);
+    EXPECT_TRUE(blocked.empty());
+    EXPECT_EQ(readFile(CURRENT), before);
+    std::vector<std::string> failures;
+    for (const std::string& line : log.lines()) {
+        if (line.find("Could not save") != std::string::npos) {
+            failures.push_back(line);
+        }
+    }
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(
+        failures[0], gen::Error, "settingsstore.cpp",
+        "Could not save .current.stp: create /var//SETUPS/..current.stp.tmp: Permission denied"));
+
+    // No further event comes: the next check writes it.
+    const auto allowed = Clock::now();
+    const auto written = files.collect(allowed, 1500ms);
+    ASSERT_EQ(written.size(), 1u);
+    EXPECT_LE(written[0], 1100ms);
+    ::kill(child, SIGTERM);
+    EXPECT_TRUE(exitedWith(waitFor(child, 20s), 0));
+}
+
+TEST_F(LifecycleTest, AFailureOfTheFolderMonitorsCallbackIsLoggedAndTheLoopGoesOn) {
+    ASSERT_TRUE(service->init());
+    gen::closeServerConnection();
+    testsupport::KmsgCapture log;
+    writeFile(std::string(SETUPS) + "New.stp", "{}");
+    EXPECT_EQ(gen::getEventPoll().wait(5000, false), EventPoll::EventsHandled);
+    const auto texts = messages(log.lines());
+    ASSERT_FALSE(texts.empty());
+    EXPECT_EQ(texts.back().rfind("Could not refresh the user-setup list: ", 0), 0u) << texts.back();
 }

@@ -73,6 +73,24 @@ TEST_F(LoaderTest, ValueOutOfRangeIsLoggedAndSkippedWithoutFailingTheLoad) {
                                        "Value must be between min: 1 and max: 4, but is: 9"));
 }
 
+TEST_F(LoaderTest, AnIntIsRangeCheckedAsTheNumberTheSetterStores) {
+    testsupport::KmsgCapture log;
+    auto text = document("{\"RadioPower\": 08, \"LastKnownFocusValue\": 0x7fffffff, "
+                         "\"FocusTorque\": 0x3, \"ZoomTorque\": 010}");
+    EXPECT_TRUE(service->parseJsonStringStreamAndSetValues(text));
+    EXPECT_EQ(gen::memPersistent().RadioPower, 8);
+    EXPECT_EQ(gen::memPersistent().LastKnownFocusValue, 0);
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 3);
+    EXPECT_EQ(gen::memPersistent().ZoomTorque, 2);
+    EXPECT_THAT(messages(log.lines()),
+                ElementsAre("The value of variable: RadioPower is out of range!",
+                            "Value must be between min: 1 and max: 10, but is: 08",
+                            "The value of variable: LastKnownFocusValue is out of range!",
+                            "Value must be between min: 0 and max: 65535, but is: 0x7fffffff",
+                            "The value of variable: ZoomTorque is out of range!",
+                            "Value must be between min: 1 and max: 4, but is: 010"));
+}
+
 TEST_F(LoaderTest, UnconvertibleValueLogsTheCheckersText) {
     testsupport::KmsgCapture log;
     auto text = document("{\"AUXTorque\": abc}");
@@ -131,11 +149,35 @@ TEST_F(LoaderTest, SyntaxErrorLogsAnExcerptAndChangesNothing) {
                                        "                    ^ here"));
 }
 
-TEST_F(LoaderTest, SyntaxErrorWithinTheFirstTwentyCharactersThrowsOutOfRange) {
+TEST_F(LoaderTest, SyntaxErrorWithinTheFirstTwentyCharactersHasBlanksBeforeTheExcerpt) {
     testsupport::KmsgCapture log;
-    auto text = document("{\"FocusTorque\" 3}");
-    EXPECT_THROW(service->parseJsonStringStreamAndSetValues(text), std::out_of_range);
-    EXPECT_THAT(messages(log.lines()), ElementsAre("JSON parse error at 15"));
+    const std::string text = "{\"FocusTorque\" 3}";
+    auto stream = document(text);
+    EXPECT_FALSE(service->parseJsonStringStreamAndSetValues(stream));
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 2);
+    EXPECT_THAT(posted(), IsEmpty());
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "settingsloader.cpp",
+                                       "JSON parse error at 15"));
+    EXPECT_TRUE(testsupport::isLogLine(lines[1], gen::Error, "settingsloader.cpp",
+                                       std::string(5, ' ') + text));
+    EXPECT_TRUE(testsupport::isLogLine(lines[2], gen::Error, "settingsloader.cpp",
+                                       "                    ^ here"));
+}
+
+TEST_F(LoaderTest, AnErrorAtTheFirstCharacterIsReportedUnderTheCaret) {
+    const std::string text = "\xef\xbb\xbf{\"FocusTorque\": 3} and then some more text";
+    for (const std::string& bad : {std::string("x"), std::string("garbage"), text}) {
+        testsupport::KmsgCapture log;
+        auto stream = document(bad);
+        EXPECT_FALSE(service->parseJsonStringStreamAndSetValues(stream));
+        const auto texts = messages(log.lines());
+        ASSERT_EQ(texts.size(), 3u);
+        EXPECT_EQ(texts[0], "JSON parse error at 0");
+        EXPECT_EQ(texts[1], std::string(20, ' ') + bad.substr(0, 21));
+        EXPECT_EQ(texts[2], "                    ^ here");
+    }
 }
 
 TEST_F(LoaderTest, StructArrayElementsAreStoredFieldByField) {
@@ -148,14 +190,20 @@ TEST_F(LoaderTest, StructArrayElementsAreStoredFieldByField) {
     EXPECT_EQ(gen::memPersistent().RecentLensFiles[0].LensFileUseCount, 0);
 }
 
-TEST_F(LoaderTest, StructArrayFieldWithoutValueThrowsNotFound) {
-    auto text = document("{\"RecentLensFiles\": [{\"LensFileUseCount\": {\"text\":\"7\"}}]}");
-    try {
-        service->parseJsonStringStreamAndSetValues(text);
-        FAIL() << "no exception";
-    } catch (const std::runtime_error& error) {
-        EXPECT_STREQ(error.what(), "Not found");
-    }
+TEST_F(LoaderTest, AStructArrayFieldWithoutValueIsASetterErrorAndTheOthersApply) {
+    testsupport::KmsgCapture log;
+    const std::string value = "[{\"LensFileUseCount\": {\"text\":\"7\"}, "
+                              "\"LensFileName\": {\"value\":\"Zeta\"}}]";
+    auto text = document("{\"RecentLensFiles\": " + value + ", \"FocusTorque\": 4}");
+    EXPECT_FALSE(service->parseJsonStringStreamAndSetValues(text));
+    EXPECT_STREQ(gen::memPersistent().RecentLensFiles[0].LensFileName.data(), "Zeta");
+    EXPECT_EQ(gen::memPersistent().RecentLensFiles[0].LensFileUseCount, 0);
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 4);
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Warn, "settingsloader.cpp",
+                                       "Could not set RecentLensFiles to " + value +
+                                           " : LensFileUseCount: no \"value\""));
 }
 
 TEST_F(LoaderTest, MissingFileSetsFileNotFoundOnceAndFails) {

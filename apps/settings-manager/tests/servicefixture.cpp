@@ -2,6 +2,7 @@
 
 #include "introspection.h"
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -53,6 +54,18 @@ std::vector<std::string> messages(const std::vector<std::string>& lines) {
         result.push_back(line.size() > MESSAGE_START ? line.substr(MESSAGE_START) : "");
     }
     return result;
+}
+
+FileSizeLimit::FileSizeLimit(unsigned long bytes) : previousHandler(std::signal(SIGXFSZ, SIG_IGN)) {
+    ::getrlimit(RLIMIT_FSIZE, &previous);
+    rlimit limited = previous;
+    limited.rlim_cur = bytes;
+    ::setrlimit(RLIMIT_FSIZE, &limited);
+}
+
+FileSizeLimit::~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &previous);
+    std::signal(SIGXFSZ, previousHandler);
 }
 
 void ServiceTest::SetUpTestSuite() {

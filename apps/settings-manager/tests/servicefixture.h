@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <sys/resource.h>
 #include <vector>
 
 namespace servicetest {
@@ -26,6 +27,20 @@ std::vector<EventId> ids(const std::vector<Notify>& records);
 std::string persistentValue(const char* name);
 // The messages of the kernel-log lines (everything after the location field).
 std::vector<std::string> messages(const std::vector<std::string>& lines);
+
+// While it lives, files of this process cannot grow beyond `bytes` (a write
+// past it fails with EFBIG, SIGXFSZ ignored): a disk that fills up.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(unsigned long bytes);
+    ~FileSizeLimit();
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit previous{};
+    void (*previousHandler)(int);
+};
 
 class ServiceTest : public testing::Test {
 protected:

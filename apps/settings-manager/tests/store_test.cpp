@@ -138,12 +138,43 @@ TEST_F(StoreTest, StoreWritesTheWholeDocumentTruncatingTheOldFile) {
     EXPECT_EQ(readFile(path), service->getCurrentValues().str());
 }
 
-TEST_F(StoreTest, AFileThatCannotBeOpenedIsSkippedSilently) {
+TEST_F(StoreTest, AFileThatCannotBeWrittenIsReportedWithItsReason) {
     std::filesystem::create_directory(SETUPS);
     ASSERT_EQ(::chmod(SETUPS, 0555), 0);
     testsupport::KmsgCapture log;
     EXPECT_FALSE(service->storeToMemory("Blocked"));
-    EXPECT_FALSE(exists(std::string(SETUPS) + "Blocked.stp"));
-    EXPECT_THAT(log.lines(), IsEmpty());
     ::chmod(SETUPS, 0755);
+    EXPECT_FALSE(exists(std::string(SETUPS) + "Blocked.stp"));
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(
+        lines[0], gen::Error, "settingsstore.cpp",
+        "Could not save Blocked.stp: create /var//SETUPS/.Blocked.stp.tmp: Permission denied"));
+}
+
+TEST_F(StoreTest, TextsWithQuotesBackslashesAndControlCharactersReadBackAsTheyWere) {
+    const auto setText = [](auto& variable, const char* text) {
+        std::snprintf(variable.data(), variable.size(), "%s", text);
+    };
+    setText(gen::memPersistent().UserButton4_Name, "a\"b\\c\n");
+    setText(gen::memPersistent().LensFileFavouriteFolder, "/var/\"x\"/\\u0041");
+    setText(gen::memPersistent().RecentLensFiles[2].LensFileName, "Zeta \"50\" [a]}{,");
+    setText(gen::memPersistent().RecentLensFiles[2].LensFileSerial, "S\\N\t1");
+    const std::string text = service->getCurrentValues().str();
+    const std::vector<std::string> lines = documentLines(text);
+    EXPECT_NE(std::find(lines.begin(), lines.end(),
+                        "\"UserButton4_Name\": \"a\\u0022b\\u005cc\\u000a\","),
+              lines.end());
+    EXPECT_NE(text.find("{\"value\":\"Zeta \\u002250\\u0022 \\u005ba\\u005d\\u007d\\u007b,\", "
+                        "\"type\": \"string\" }"),
+              std::string::npos);
+
+    startService();
+    ASSERT_STREQ(gen::memPersistent().UserButton4_Name.data(), "User 4");
+    EXPECT_TRUE(service->parseJsonStringStreamAndSetValues(std::stringstream(text)));
+    EXPECT_STREQ(gen::memPersistent().UserButton4_Name.data(), "a\"b\\c\n");
+    EXPECT_STREQ(gen::memPersistent().LensFileFavouriteFolder.data(), "/var/\"x\"/\\u0041");
+    EXPECT_STREQ(gen::memPersistent().RecentLensFiles[2].LensFileName.data(), "Zeta \"50\" [a]}{,");
+    EXPECT_STREQ(gen::memPersistent().RecentLensFiles[2].LensFileSerial.data(), "S\\N\t1");
+    EXPECT_EQ(service->getCurrentValues().str(), text);
 }

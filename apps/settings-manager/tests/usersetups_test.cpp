@@ -4,14 +4,17 @@
 #include "records.h"
 #include "servicefixture.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 
 using namespace servicetest;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
@@ -53,10 +56,12 @@ protected:
     }
 };
 
+// Hidden names include the service's temporary files, its backup and the damaged file kept aside.
 TEST_F(UserSetupsTest, FoldersComeFirstEachGroupSortedWithoutCaseHiddenNamesLeftOut) {
     std::filesystem::create_directory(inFolder("b"));
     std::filesystem::create_directory(inFolder("A"));
-    for (const char* name : {"c.stp", "B.stp", "x.txt", ".hidden.stp"}) {
+    for (const char* name : {"c.stp", "B.stp", "x.txt", ".hidden.stp", ".c.stp.tmp",
+                             "..current.stp.tmp", ".current.stp.backup", ".current.stp.damaged"}) {
         writeFile(inFolder(name), "{}");
     }
     service->updateUserSettingList();
@@ -192,18 +197,32 @@ TEST_F(UserSetupsTest, RenamingOntoAnExistingFileAsksAndTheOverwriteReplacesIt) 
     EXPECT_STREQ(setups.UserSetupSave.data(), "");
 }
 
-TEST_F(UserSetupsTest, RenamingAnIndexBeyondTheListDoesNothingAndKeepsTheFlag) {
+TEST_F(UserSetupsTest, RenamingAnIndexOutsideTheListIsRefused) {
     auto& setups = gen::memUserSetups();
     writeFile(inFolder("Old.stp"), "old");
     service->updateUserSettingList();
-    posted();
-    setups.UserSetupSelectedFileIndex = 1;
-    setName("New");
-    request(setups.UserSetupRename, VarUserSetupRenameChanged);
-    EXPECT_TRUE(setups.UserSetupRename);
-    EXPECT_TRUE(exists(inFolder("Old.stp")));
-    EXPECT_FALSE(setups.UserSetupFileCheckDone);
-    EXPECT_THAT(posted(), IsEmpty());
+    for (int index : {1, -1, 20, 1000}) {
+        posted();
+        setups.UserSetupFileCheckDone = false;
+        setups.UserSetupSelectedFileIndex = index;
+        setName("New");
+        testsupport::KmsgCapture log;
+        request(setups.UserSetupRename, VarUserSetupRenameChanged);
+        EXPECT_FALSE(setups.UserSetupRename);
+        EXPECT_TRUE(setups.UserSetupFileCheckDone);
+        EXPECT_FALSE(gen::memDeviceState().FileAlreadyExists);
+        EXPECT_STREQ(setups.UserSetupSave.data(), "New");
+        EXPECT_TRUE(exists(inFolder("Old.stp")));
+        EXPECT_FALSE(exists(inFolder("New.stp")));
+        EXPECT_THAT(ids(posted()),
+                    ElementsAre(VarUserSetupRenameChanged, VarUserSetupFileCheckDoneChanged));
+        const auto lines = log.lines();
+        ASSERT_EQ(lines.size(), 1u) << index;
+        EXPECT_TRUE(
+            testsupport::isLogLine(lines[0], gen::Error, "eventhandling.cpp",
+                                   "Could not handle VarUserSetupRenameChanged: List index is "
+                                   "out of range"));
+    }
 }
 
 TEST_F(UserSetupsTest, DeletingRemovesTheSelectedFileButNeverAFolder) {
@@ -219,8 +238,14 @@ TEST_F(UserSetupsTest, DeletingRemovesTheSelectedFileButNeverAFolder) {
     EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupDeleteChanged));
 
     setups.UserSetupSelectedFileIndex = 0;
+    testsupport::KmsgCapture log;
     request(setups.UserSetupDelete, VarUserSetupDeleteChanged);
     EXPECT_TRUE(exists(inFolder("folder")));
+    EXPECT_FALSE(setups.UserSetupDelete);
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "usersetups.cpp",
+                                       "Not deleting /var//SETUPS/folder: it is a folder"));
 }
 
 TEST_F(UserSetupsTest, LoadingTheSelectedSetupAppliesItAndRewritesTheCurrentFile) {
@@ -270,11 +295,23 @@ TEST_F(UserSetupsTest, ACutNameIsWhatLoadRenameAndDeleteUse) {
     EXPECT_TRUE(exists(longName));
 
     setName("Short");
-    setups.UserSetupRename = true;
-    EXPECT_THROW(service->handleEvent(Notify{VarUserSetupRenameChanged, 0, 0}),
-                 std::filesystem::filesystem_error);
+    setups.UserSetupFileCheckDone = false;
+    posted();
+    testsupport::KmsgCapture renameLog;
+    EXPECT_NO_THROW(request(setups.UserSetupRename, VarUserSetupRenameChanged));
     EXPECT_TRUE(exists(longName));
     EXPECT_FALSE(exists(inFolder("Short.stp")));
+    EXPECT_FALSE(setups.UserSetupRename);
+    EXPECT_TRUE(setups.UserSetupFileCheckDone);
+    EXPECT_STREQ(setups.UserSetupSave.data(), "Short");
+    EXPECT_THAT(ids(posted()),
+                ElementsAre(VarUserSetupRenameChanged, VarUserSetupFileCheckDoneChanged));
+    const auto lines = renameLog.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(
+        lines[0], gen::Error, "eventhandling.cpp",
+        "Could not handle VarUserSetupRenameChanged: filesystem error: cannot rename: No such "
+        "file or directory [/var//SETUPS/abcdefghijklmnopqrstu] [/var//SETUPS/Short.stp]"));
 }
 
 TEST_F(UserSetupsTest, ANewNameIsProposedFromTheClockAfterClearingTheFlag) {
@@ -326,4 +363,202 @@ TEST_F(UserSetupsTest, RequestsWhoseFlagIsClearedDoNothing) {
     EXPECT_FALSE(exists(inFolder("New.stp")));
     EXPECT_STREQ(setups.UserSetupSave.data(), "New");
     EXPECT_FALSE(service->isDirty());
+}
+
+class RefusedRequestsTest : public UserSetupsTest {
+protected:
+    void SetUp() override {
+        UserSetupsTest::SetUp();
+        writeFile(inFolder("Old.stp"), "old");
+        service->updateUserSettingList();
+        gen::memUserSetups().UserSetupSelectedFileIndex = 0;
+        posted();
+    }
+
+    // Asserts that the only log line is the refusal of `event` for `reason`.
+    static void expectRefusal(const testsupport::KmsgCapture& log, const char* event,
+                              const std::string& reason) {
+        const auto lines = log.lines();
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_TRUE(
+            testsupport::isLogLine(lines[0], gen::Error, "eventhandling.cpp",
+                                   std::string("Could not handle ") + event + ": " + reason))
+            << lines[0];
+    }
+
+    // The folder holds what the fixture made, nothing else; nothing escaped.
+    static void expectFolderUnchanged() {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(SETUPS)) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        EXPECT_THAT(names, ElementsAre(".current.stp", "Old.stp"));
+        EXPECT_EQ(readFile(inFolder("Old.stp")), "old");
+        EXPECT_FALSE(exists("/var/escaped.stp"));
+        EXPECT_FALSE(exists("/escaped.stp"));
+    }
+};
+
+TEST_F(RefusedRequestsTest, NamesThatAreNoPlainFileNamesAreRefusedBySaveRenameAndOverwrite) {
+    auto& setups = gen::memUserSetups();
+    for (const char* name : {"../escaped", "/", ".", "..", "a/b", ".hidden", "../../escaped"}) {
+        SCOPED_TRACE(name);
+        const std::string reason =
+            std::string("the user-setup name \"") + name + "\" is not a plain file name";
+        struct Case {
+            bool* flag;
+            EventId event;
+            const char* eventName;
+            bool pending;
+        };
+        for (const Case& step :
+             {Case{&setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged,
+                   "VarUserSetupAcceptSaveFileNameChanged", false},
+              Case{&setups.UserSetupRename, VarUserSetupRenameChanged, "VarUserSetupRenameChanged",
+                   false},
+              Case{&setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged,
+                   "VarUserSetupOverwriteFileChanged", false},
+              Case{&setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged,
+                   "VarUserSetupOverwriteFileChanged", true}}) {
+            if (step.pending) {
+                // A rename that met an existing file leaves the overwrite pending as a rename.
+                writeFile(inFolder("Taken.stp"), "taken");
+                setName("Taken");
+                request(setups.UserSetupRename, VarUserSetupRenameChanged);
+                std::filesystem::remove(inFolder("Taken.stp"));
+                gen::memDeviceState().FileAlreadyExists = false;
+            }
+            setName(name);
+            setups.UserSetupFileCheckDone = false;
+            posted();
+            testsupport::KmsgCapture log;
+            request(*step.flag, step.event);
+            expectRefusal(log, step.eventName, reason);
+            EXPECT_FALSE(*step.flag);
+            EXPECT_TRUE(setups.UserSetupFileCheckDone);
+            EXPECT_FALSE(gen::memDeviceState().FileAlreadyExists);
+            EXPECT_STREQ(setups.UserSetupSave.data(), name);
+            const std::vector<EventId> order = ids(posted());
+            EXPECT_THAT(order, Contains(VarUserSetupFileCheckDoneChanged));
+            EXPECT_THAT(order, Not(Contains(VarFileAlreadyExistsChanged)));
+            expectFolderUnchanged();
+        }
+    }
+}
+
+TEST_F(RefusedRequestsTest, ListEntriesOutsideTheFolderAreRefusedByLoadDeleteAndRename) {
+    auto& setups = gen::memUserSetups();
+    writeFile("/var/victim.stp", "{\"FocusTorque\": 4}");
+    for (const char* entry : {"../victim.stp", ".current.stp", "", "/var/victim.stp"}) {
+        SCOPED_TRACE(entry);
+        auto& slot = setups.UserSetupList[0].UserSetupFileName;
+        std::snprintf(slot.data(), slot.size(), "%s", entry);
+        const std::string reason =
+            std::string("list entry \"") + entry + "\" is not a file of the settings folder";
+        testsupport::KmsgCapture log;
+        request(setups.UserSetupDelete, VarUserSetupDeleteChanged);
+        expectRefusal(log, "VarUserSetupDeleteChanged", reason);
+        EXPECT_FALSE(setups.UserSetupDelete);
+        testsupport::KmsgCapture loadLog;
+        request(setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged);
+        expectRefusal(loadLog, "VarUserSetupAcceptLoadFileNameChanged", reason);
+        EXPECT_FALSE(setups.UserSetupAcceptLoadFileName);
+        setName("New");
+        testsupport::KmsgCapture renameLog;
+        request(setups.UserSetupRename, VarUserSetupRenameChanged);
+        expectRefusal(renameLog, "VarUserSetupRenameChanged", reason);
+        EXPECT_EQ(gen::memPersistent().FocusTorque, 2);
+        EXPECT_EQ(readFile("/var/victim.stp"), "{\"FocusTorque\": 4}");
+        expectFolderUnchanged();
+    }
+}
+
+TEST_F(RefusedRequestsTest, DeletingAnIndexOutsideTheListIsRefused) {
+    auto& setups = gen::memUserSetups();
+    for (int index : {-1, 1, 19, 20}) {
+        setups.UserSetupSelectedFileIndex = index;
+        testsupport::KmsgCapture log;
+        request(setups.UserSetupDelete, VarUserSetupDeleteChanged);
+        expectRefusal(log, "VarUserSetupDeleteChanged", "List index is out of range");
+        EXPECT_FALSE(setups.UserSetupDelete);
+        expectFolderUnchanged();
+    }
+}
+
+TEST_F(RefusedRequestsTest, LoadingAFileThatIsNoSettingsDocumentChangesNothing) {
+    auto& setups = gen::memUserSetups();
+    writeFile(inFolder("notes.txt"), "Remember: focus pulls at 10:00.\n");
+    std::filesystem::create_directory(inFolder("A folder"));
+    service->updateUserSettingList();
+    gen::memDeviceState().FileNotFound = false;
+    for (const char* entry : {"notes.txt", "Old.stp", "A folder"}) {
+        SCOPED_TRACE(entry);
+        int index = 0;
+        while (std::string(setups.UserSetupList[index].UserSetupFileName.data()) != entry) {
+            ++index;
+        }
+        setups.UserSetupSelectedFileIndex = index;
+        testsupport::KmsgCapture log;
+        EXPECT_NO_THROW(
+            request(setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged));
+        EXPECT_FALSE(setups.UserSetupAcceptLoadFileName);
+        EXPECT_EQ(gen::memPersistent().FocusTorque, 2);
+        EXPECT_THAT(messages(log.lines()), Not(IsEmpty()));
+    }
+    EXPECT_TRUE(gen::memDeviceState().FileNotFound);
+}
+
+TEST_F(RefusedRequestsTest, AUserSetupThatCannotBeWrittenIsNotAnsweredAsSaved) {
+    auto& setups = gen::memUserSetups();
+    // A folder in the place of the temporary file makes the write fail.
+    std::filesystem::create_directory(inFolder(".Studio.stp.tmp"));
+    setName("Studio");
+    testsupport::KmsgCapture log;
+    request(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged);
+    std::filesystem::remove(inFolder(".Studio.stp.tmp"));
+    EXPECT_FALSE(exists(inFolder("Studio.stp")));
+    EXPECT_STREQ(setups.UserSetupSave.data(), "Studio");
+    EXPECT_TRUE(setups.UserSetupFileCheckDone);
+    EXPECT_FALSE(setups.UserSetupAcceptSaveFileName);
+    EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupFileCheckDoneChanged,
+                                           VarUserSetupAcceptSaveFileNameChanged));
+    EXPECT_THAT(messages(log.lines()),
+                ElementsAre("Could not save Studio.stp: create /var//SETUPS/.Studio.stp.tmp: Is a "
+                            "directory",
+                            "Could not handle VarUserSetupAcceptSaveFileNameChanged: the user "
+                            "setup was not saved"));
+    expectFolderUnchanged();
+
+    std::filesystem::create_directory(inFolder(".Old.stp.tmp"));
+    setName("Old");
+    setups.UserSetupFileCheckDone = false;
+    request(setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged);
+    std::filesystem::remove(inFolder(".Old.stp.tmp"));
+    EXPECT_STREQ(setups.UserSetupSave.data(), "Old");
+    EXPECT_TRUE(setups.UserSetupFileCheckDone);
+    expectFolderUnchanged();
+}
+
+TEST_F(RefusedRequestsTest, TheSameRequestAHundredTimesIsAnsweredEveryTime) {
+    auto& setups = gen::memUserSetups();
+    for (int i = 0; i < 100; ++i) {
+        setName("../escaped");
+        request(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged);
+        EXPECT_FALSE(setups.UserSetupAcceptSaveFileName);
+        setups.UserSetupSelectedFileIndex = -1;
+        request(setups.UserSetupRename, VarUserSetupRenameChanged);
+        EXPECT_FALSE(setups.UserSetupRename);
+        request(setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged);
+        EXPECT_FALSE(setups.UserSetupAcceptLoadFileName);
+    }
+    expectFolderUnchanged();
+}
+
+TEST_F(RefusedRequestsTest, ANameWithoutTerminatorIsReadNoFurtherThanItsVariable) {
+    auto& setups = gen::memUserSetups();
+    setups.UserSetupSave.fill('n');
+    request(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged);
+    EXPECT_TRUE(exists(inFolder(std::string(18, 'n') + ".stp")));
+    EXPECT_EQ(setups.UserSetupSave[0], '\0');
 }

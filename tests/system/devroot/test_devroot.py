@@ -252,6 +252,16 @@ class ExecTest(DevrootTest):
                               env={"NOTIFY_SOCKET": "/run/systemd/notify"})
         self.assertEqual(result.returncode, 0, result.stderr)
 
+    def test_var_size_makes_var_a_small_private_disk(self):
+        root = self.path("root")
+        script = ("test -d /var/volatile && test -z \"$(ls /var/volatile)\" && "
+                  "! head -c 300000 /dev/zero > /var/filler 2>/dev/null && "
+                  "test $(stat -c %s /var/filler) -le 262144")
+        small = self.devroot("exec", "--keep", root, "--var-size", "262144",
+                             command=["/bin/sh", "-c", script])
+        self.assertEqual(small.returncode, 0, small.stderr)
+        self.assertEqual(os.listdir(os.path.join(root, "var")), ["volatile"])
+
     def test_file_modes_hold_inside(self):
         result = self.devroot("exec", command=[
             "/bin/sh", "-c", "chmod 555 /var && ! mkdir /var/x 2>/dev/null"])

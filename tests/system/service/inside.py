@@ -12,6 +12,7 @@ import json
 import os
 import re
 import shlex
+import signal
 import socket
 import struct
 import subprocess
@@ -155,8 +156,55 @@ def user_setups(_options, memtool):
     check(re.fullmatch(r"\d{6}_\d{4}", proposed) is not None, "no proposed name")
 
 
+def current_identity():
+    """The inode and modification time of .current.stp: a save replaces the file."""
+    status = os.stat(CURRENT)
+    return status.st_ino, status.st_mtime_ns
+
+
+def idle(_options, _memtool):
+    time.sleep(SETTLE)
+    seen = current_identity()
+    writes = 0
+    end = time.monotonic() + 5.0
+    while time.monotonic() < end:
+        now = current_identity()
+        if now != seen:
+            writes += 1
+            seen = now
+        time.sleep(0.02)
+    say("writes while idle", writes)
+    check(writes == 0, "an idle service wrote its settings")
+
+
+def second_instance(options, memtool):
+    time.sleep(SETTLE)
+    memtool.run("set", "MemPersistent", "FocusTorque", "4")
+    check(wait_for(current_has('"FocusTorque": 4,\n'), 5.0) is not None,
+          "the change never reached .current.stp")
+    before = current_identity()
+    memories = sorted(os.listdir("/dev/shm"))
+    signals = []
+    previous = signal.signal(signal.SIGUSR1, lambda number, _frame: signals.append(number))
+    try:
+        done = subprocess.run(shlex.split(options.service), capture_output=True, text=True,
+                              timeout=60)
+        time.sleep(0.5)
+    finally:
+        signal.signal(signal.SIGUSR1, previous)
+    say("second instance", f"exit status {done.returncode}")
+    say("second instance says", done.stderr.strip())
+    check(done.returncode == 1, "the second instance did not fail")
+    check("already running" in done.stderr, "no 'already running'")
+    check(signals == [], "the second instance signalled its parent")
+    check(sorted(os.listdir("/dev/shm")) == memories, "the memories changed")
+    check(memtool.run("get", "MemPersistent", "FocusTorque") == "4",
+          "the running service's memory was re-initialised")
+    check(current_identity() == before, "the settings file was written")
+
+
 SCENARIOS = {"subscriptions": subscriptions, "change": change, "factory-reset": factory_reset,
-             "user-setups": user_setups}
+             "user-setups": user_setups, "idle": idle, "second-instance": second_instance}
 
 
 def main():
@@ -164,6 +212,7 @@ def main():
     parser.add_argument("scenario", choices=sorted(SCENARIOS))
     parser.add_argument("--memtool", required=True, help="memtool, emulator included")
     parser.add_argument("--catalogue")
+    parser.add_argument("--service", help="settings-manager, emulator included")
     options = parser.parse_args()
     try:
         SCENARIOS[options.scenario](options, Memtool(options.memtool))

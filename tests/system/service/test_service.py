@@ -10,6 +10,7 @@ import json
 import os
 import re
 import shlex
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -46,11 +47,20 @@ class ServiceTest(unittest.TestCase):
             argv += ["--", *command]
         return subprocess.run(argv, capture_output=True, text=True, timeout=240)
 
-    def scenario(self, name):
+    def devroot_exec(self, *command, root=None, root_option="--keep"):
+        """Runs one program of the build (through the emulator, unless it is a tool of the
+        host) in a new device root, or with root_option "--root" in the existing one."""
+        emulator = shlex.split(ARGS.emulator) if command[0].startswith(ARGS.build) else []
+        argv = [ARGS.devroot, "exec", root_option, root or self.root, "--bind-ro", ARGS.build,
+                "--", *emulator, *command]
+        return subprocess.run(argv, capture_output=True, text=True, timeout=240)
+
+    def scenario(self, name, *options):
         memtool = shlex.join(shlex.split(ARGS.emulator) + [ARGS.memtool])
+        service = shlex.join(shlex.split(ARGS.emulator) + [ARGS.service])
         command = ["/usr/bin/python3", os.path.join(HERE, "inside.py"), name,
-                   "--memtool", memtool, "--catalogue", ARGS.catalogue]
-        done = self.devroot_run(command=command)
+                   "--memtool", memtool, "--catalogue", ARGS.catalogue, "--service", service]
+        done = self.devroot_run(*options, command=command)
         report = done.stdout + done.stderr
         self.assertEqual(done.returncode, 0, report)
         self.assertIn("ready\n", done.stdout)
@@ -91,8 +101,7 @@ class LifecycleTest(ServiceTest):
         made = self.devroot_run("--stop-after", "0")
         self.assertEqual(made.returncode, 0, made.stdout + made.stderr)
         var = os.path.join(self.root, "var")
-        os.remove(os.path.join(var, "SETUPS", ".current.stp"))
-        os.rmdir(os.path.join(var, "SETUPS"))
+        shutil.rmtree(os.path.join(var, "SETUPS"))
         os.truncate(os.path.join(self.root, "kmsg.log"), 0)
         os.chmod(var, 0o555)
         try:
@@ -114,6 +123,69 @@ class LifecycleTest(ServiceTest):
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
         self.assertLogged("Error", "productinfo.cpp", "Could not read product info.")
         self.assertIn('"ProductVersion": "Unknown",\n', self.file("SETUPS/.current.stp"))
+
+
+class CommandLineTest(ServiceTest):
+    def assert_untouched_device(self):
+        self.assertEqual(os.listdir(os.path.join(self.root, "shm")), [])
+        self.assertEqual(os.listdir(os.path.join(self.root, "var", "volatile")), [])
+        self.assertFalse(os.path.exists(os.path.join(self.root, "var", "SETUPS")))
+        with open(os.path.join(self.root, "kmsg"), encoding="utf-8") as log:
+            self.assertEqual(log.read(), "")
+
+    def test_version_prints_the_project_version_and_touches_nothing(self):
+        done = self.devroot_exec(ARGS.service, "--version")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertRegex(done.stdout, r"^settings-manager \d+\.\d+\.\d+\n$")
+        self.assert_untouched_device()
+
+    def test_help_prints_the_usage_and_touches_nothing(self):
+        done = self.devroot_exec(ARGS.service, "--help")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertTrue(done.stdout.startswith("Usage: settings-manager [--help | --version]\n"))
+        self.assert_untouched_device()
+
+    def test_any_other_argument_is_a_usage_error_that_touches_nothing(self):
+        done = self.devroot_exec(ARGS.service, "--frobnicate")
+        self.assertEqual(done.returncode, 2)
+        self.assertEqual(done.stdout, "")
+        self.assertIn("unexpected argument '--frobnicate'", done.stderr)
+        self.assert_untouched_device()
+
+    def test_a_second_instance_touches_nothing_of_the_running_one(self):
+        output = self.scenario("second-instance")
+        self.assertIn("second instance: exit status 1\n", output)
+        self.assertIn("already running", output)
+        self.assertNotIn("Waiting for server", self.service_messages()[1:])
+
+
+class FailedStartTest(ServiceTest):
+    def test_an_error_that_ends_the_start_is_logged_and_the_settings_file_stays(self):
+        made = self.devroot_exec("/bin/true")
+        self.assertEqual(made.returncode, 0, made.stderr)
+        seed = os.path.join(self.root, "var", "SETUPS")
+        os.makedirs(seed)
+        good = '{\n"FocusTorque": 4\n}'
+        with open(os.path.join(seed, ".current.stp"), "w", encoding="utf-8") as stream:
+            stream.write(good)
+        # No broker: the connection cannot be made and start-up ends with an exception.
+        done = self.devroot_exec(ARGS.service, root_option="--root")
+        self.assertEqual(done.returncode, 1, done.stdout + done.stderr)
+        self.assertEqual(self.file("SETUPS/.current.stp"), good)
+        log = kmsglines.read_lines(os.path.join(self.root, "kmsg"))
+        ending = re.compile(re.escape(SERVICE_FIELD + f"{'Error':<12}" + f"{'main.cpp':>20}:") +
+                            r"[ \d]{3}\d Ending after an unexpected error: .+$")
+        self.assertTrue(any(ending.match(line) for line in log), "\n".join(log))
+
+
+class IdleTest(ServiceTest):
+    def test_an_idle_unit_with_a_long_board_name_writes_nothing(self):
+        seed = os.path.join(self.work.name, "seed")
+        made = self.devroot_exec(ARGS.hwinfo, "set", "board=ABCDEFGHIJKLMNOPQRSTUVWXY", root=seed)
+        self.assertEqual(made.returncode, 0, made.stdout + made.stderr)
+        output = self.scenario("idle", "--mmc", os.path.join(seed, "mmcblk1"))
+        self.assertIn("writes while idle: 0\n", output)
+        self.assertIn('"ProductName": "ABCDEFGHIJKLMNOPQRS",\n', self.file("SETUPS/.current.stp"))
 
 
 class BrokerTest(ServiceTest):
@@ -159,6 +231,7 @@ def main():
     parser.add_argument("--service", required=True)
     parser.add_argument("--broker", required=True)
     parser.add_argument("--memtool", required=True)
+    parser.add_argument("--hwinfo", required=True)
     parser.add_argument("--catalogue", required=True)
     parser.add_argument("--build", required=True, help="build folder, bound read-only")
     parser.add_argument("--emulator", default="")

@@ -26,4 +26,18 @@ TEST(Printers, EscapeFollowsThePattern) {
     EXPECT_EQ(Introspection::escape("a\"b"), "a\"b");
 }
 
+TEST(Printers, ADocumentEscapeWritesSettingsDocumentEscapesWhileItLives) {
+    Introspection::setEscapeCharacters("[a]");
+    {
+        const Introspection::DocumentEscape outer;
+        {
+            const Introspection::DocumentEscape inner;
+            EXPECT_EQ(Introspection::escape("a\"{x}\\\n"), "a\\u0022\\u007bx\\u007d\\u005c\\u000a");
+        }
+        EXPECT_EQ(Introspection::escape("[a]"), "\\u005ba\\u005d");
+    }
+    EXPECT_EQ(Introspection::escape("[a]"), "[\\a]");
+    Introspection::setEscapeCharacters("");
+}
+
 } // namespace

@@ -198,4 +198,27 @@ TEST_F(Setters, SetVariableOfTextsOfEverySize) {
               (Ids{VarProductVersionChanged, VarUserSetupSaveChanged, VarProductSerialChanged}));
 }
 
+TEST_F(Setters, SetVariableOfATextLongerThanTheVariablePostsOnlyWhenTheCutTextChanges) {
+    auto& name = gen::memPersistent().ProductName;
+    const Notify event = entry("ProductName").event;
+    setVariable<char, 20>(name, event, "ABCDEFGHIJKLMNOPQRSTUVWXY");
+    setVariable<char, 20>(name, event, "ABCDEFGHIJKLMNOPQRSTUVWXY");
+    setVariable<char, 20>(name, event, "ABCDEFGHIJKLMNOPQRSTUVWXZ");
+    EXPECT_STREQ(name.data(), "ABCDEFGHIJKLMNOPQRS");
+    EXPECT_EQ(postedIds(), (Ids{VarProductNameChanged}));
+
+    setVariable<char, 20>(name, event, "ABCDEFGHIJKLMNOPQRST");
+    setVariable<char, 20>(name, event, "ABCDEFGHIJKLMNOPQR");
+    EXPECT_STREQ(name.data(), "ABCDEFGHIJKLMNOPQR");
+    EXPECT_EQ(postedIds(), (Ids{VarProductNameChanged}));
+}
+
+TEST_F(Setters, SetVariableStoresAgainWhenTheStoredTextLacksItsTerminator) {
+    auto& serial = gen::memStatic().ProductSerial;
+    serial.fill('A');
+    setVariable<char, 50>(serial, entry("ProductSerial").event, std::string(60, 'A').c_str());
+    EXPECT_EQ(std::string(serial.data()), std::string(49, 'A'));
+    EXPECT_EQ(postedIds(), (Ids{VarProductSerialChanged}));
+}
+
 } // namespace

@@ -1,0 +1,36 @@
+// Escaping of texts inside settings documents.
+//
+// The settings reader has no escape sequences: the first quote equal to the
+// opening one ends a string, and inside a nested value only brackets of the
+// opening kind are counted, quotes not at all.  So a value text that holds a
+// double quote, or a text inside a nested value that holds a bracket, would
+// end its value early when read back.  The writer of settings documents
+// therefore writes such characters as \u00XX (the byte in two lower-case
+// hexadecimal digits), and the loader turns every \u00XX back into its byte.
+// The reader itself stays as it is: the escapes are plain characters to it.
+//
+// Escaped always: the backslash (so that a text holding "\u0041" reads back
+// as itself), the double quote, and the control characters (bytes below 0x20
+// and 0x7f).  With `brackets`, also '[', ']', '{' and '}' (for texts that
+// stand inside a nested value).  Every other byte, UTF-8 included, is written
+// as it is, so a text without such characters is written unchanged.
+//
+// A complete document is one that the reader accepts whole: it parses, its
+// top level is an object, and the object's closing brace was read.  The
+// reader accepts a document cut short (see json.h); this check tells such a
+// document from a whole one.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace DocumentText {
+
+std::string escape(std::string_view text, bool brackets = false);
+// Every \u00XX (X a hexadecimal digit of either case) becomes the byte 0xXX;
+// everything else, other backslashes included, is kept.
+std::string unescape(std::string_view text);
+// True when `text` is a complete settings document (see above).
+bool isCompleteDocument(const std::string& text);
+
+} // namespace DocumentText

@@ -1,0 +1,97 @@
+// Escaping of texts in settings documents and the completeness check.
+#include "documenttext.h"
+#include "json.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+// The value that the reader gives for `escaped` written as a quoted value.
+std::string readBack(const std::string& escaped) {
+    Json reader;
+    EXPECT_TRUE(reader.parse("{\"key\": \"" + escaped + "\"}"));
+    EXPECT_EQ(reader.state, Json::Finished);
+    return reader.items.size() == 1 ? reader.items[0].second.value : std::string("<no item>");
+}
+
+std::string everyByte() {
+    std::string text;
+    for (int byte = 1; byte < 256; ++byte) {
+        text += static_cast<char>(byte);
+    }
+    return text;
+}
+
+TEST(DocumentText, TextWithoutSpecialCharactersIsWrittenUnchanged) {
+    const std::string text = "/var/LENSFILES/ [A] {B} 'c' \xc3\xa4 & 100%";
+    EXPECT_EQ(DocumentText::escape(text), text);
+    EXPECT_EQ(DocumentText::unescape(text), text);
+}
+
+TEST(DocumentText, QuoteBackslashAndControlCharactersAreWrittenAsUnicodeEscapes) {
+    EXPECT_EQ(DocumentText::escape("a\"b"), "a\\u0022b");
+    EXPECT_EQ(DocumentText::escape("C:\\dir"), "C:\\u005cdir");
+    EXPECT_EQ(DocumentText::escape("line\nnext\ttab\x7f\x01"),
+              "line\\u000anext\\u0009tab\\u007f\\u0001");
+    EXPECT_EQ(DocumentText::escape("[{x}]"), "[{x}]");
+    EXPECT_EQ(DocumentText::escape("[{x}]", true), "\\u005b\\u007bx\\u007d\\u005d");
+}
+
+TEST(DocumentText, EveryByteRoundTripsThroughAQuotedValue) {
+    const std::string text = everyByte();
+    const std::string escaped = DocumentText::escape(text);
+    EXPECT_EQ(escaped.find('"'), std::string::npos);
+    EXPECT_EQ(DocumentText::unescape(readBack(escaped)), text);
+}
+
+TEST(DocumentText, EveryByteRoundTripsInsideANestedValue) {
+    const std::string text = everyByte();
+    const std::string member =
+        "{\"value\":\"" + DocumentText::escape(text, true) + "\", \"type\": \"string\" }";
+    Json outer;
+    ASSERT_TRUE(outer.parse("{\"list\": [{\"name\": " + member + "}, {}]}"));
+    ASSERT_EQ(outer.items.size(), 1u);
+    Json elements;
+    ASSERT_TRUE(elements.parse(outer.items[0].second.value));
+    ASSERT_EQ(elements.items.size(), 2u);
+    Json fields;
+    ASSERT_TRUE(fields.parse(elements.items[0].second.value));
+    ASSERT_EQ(fields.items.size(), 1u);
+    Json value;
+    ASSERT_TRUE(value.parse(fields.items[0].second.value));
+    const Json::ObjectValue* inner = value.find("value");
+    ASSERT_NE(inner, nullptr);
+    EXPECT_EQ(DocumentText::unescape(inner->value), text);
+}
+
+TEST(DocumentText, ATextHoldingAnEscapeSequenceReadsBackAsItself) {
+    const std::string text = "\\u0041 and \\u00zz";
+    EXPECT_EQ(DocumentText::unescape(readBack(DocumentText::escape(text))), text);
+}
+
+TEST(DocumentText, UnescapeKeepsEverythingThatIsNoCompleteSequence) {
+    EXPECT_EQ(DocumentText::unescape("\\u0041\\u004A\\u004a"), "AJJ");
+    EXPECT_EQ(DocumentText::unescape("\\u0000x").size(), 2u);
+    for (const char* kept : {"\\", "\\u", "\\u00", "\\u004", "\\u00g1", "\\u0141", "\\n", "a\\b"}) {
+        EXPECT_EQ(DocumentText::unescape(kept), kept);
+    }
+}
+
+TEST(DocumentText, OnlyAWholeObjectIsACompleteDocument) {
+    EXPECT_TRUE(DocumentText::isCompleteDocument("{}"));
+    EXPECT_TRUE(DocumentText::isCompleteDocument(" {\n} \n"));
+    EXPECT_TRUE(DocumentText::isCompleteDocument("{\n\"a\": 1,\n\"b\": \"x\"\n}\n  "));
+    const std::string whole = "{\"a\": 1, \"b\": [1, 2]}";
+    for (std::size_t cut = 0; cut < whole.size(); ++cut) {
+        EXPECT_FALSE(DocumentText::isCompleteDocument(whole.substr(0, cut))) << cut;
+    }
+    for (const char* broken :
+         {"", "   ", "x", "[1, 2]", "{\"a\" 1}", "{\"a\": 1} x", "\xef\xbb\xbf{}", "{}x", "{x}",
+          "{\"a\": 1, \"b\" true, \"c\": 2}"}) {
+        EXPECT_FALSE(DocumentText::isCompleteDocument(broken)) << broken;
+    }
+}
+
+} // namespace

@@ -1,0 +1,116 @@
+#include "atomicfile.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace AtomicFile {
+
+namespace {
+
+constexpr std::string_view TEMPORARY_PREFIX = ".";
+constexpr std::string_view TEMPORARY_SUFFIX = ".tmp";
+constexpr mode_t FILE_MODE = 0666;
+
+std::string failure(const char* step, const std::string& path) {
+    return std::string(step) + " " + path + ": " + std::strerror(errno);
+}
+
+// The folder part of `path`, its last separator included ("" for a bare name).
+std::string folderOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+bool writeAll(int fd, const std::string& content) {
+    std::size_t done = 0;
+    while (done < content.size()) {
+        const ssize_t written = ::write(fd, content.data() + done, content.size() - done);
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            if (written == 0) {
+                errno = ENOSPC;
+            }
+            return false;
+        }
+        done += static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+// Flushes the folder that holds `path`, so that a rename in it is durable.
+std::string syncFolder(const std::string& path) {
+    std::string folder = folderOf(path);
+    if (folder.empty()) {
+        folder = ".";
+    }
+    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        return failure("open folder", folder);
+    }
+    const bool synced = ::fsync(fd) == 0 || errno == EINVAL;
+    const std::string error = synced ? std::string() : failure("fsync folder", folder);
+    ::close(fd);
+    return error;
+}
+
+// Renames `from` over `to` and flushes the folder; `from` is removed on failure.
+std::string renameOver(const std::string& from, const std::string& to) {
+    if (std::rename(from.c_str(), to.c_str()) != 0) {
+        const std::string error = failure("rename to", to);
+        ::unlink(from.c_str());
+        return error;
+    }
+    return syncFolder(to);
+}
+
+} // namespace
+
+std::string temporaryPath(const std::string& target) {
+    const std::string folder = folderOf(target);
+    return folder + std::string(TEMPORARY_PREFIX) + target.substr(folder.size()) +
+           std::string(TEMPORARY_SUFFIX);
+}
+
+bool isTemporaryName(std::string_view name) {
+    return name.size() > TEMPORARY_PREFIX.size() + TEMPORARY_SUFFIX.size() &&
+           name.substr(0, TEMPORARY_PREFIX.size()) == TEMPORARY_PREFIX &&
+           name.substr(name.size() - TEMPORARY_SUFFIX.size()) == TEMPORARY_SUFFIX;
+}
+
+std::string write(const std::string& target, const std::string& content) {
+    const std::string temporary = temporaryPath(target);
+    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, FILE_MODE);
+    if (fd < 0) {
+        return failure("create", temporary);
+    }
+    std::string error;
+    if (!writeAll(fd, content)) {
+        error = failure("write", temporary);
+    } else if (::fsync(fd) != 0) {
+        error = failure("fsync", temporary);
+    }
+    if (::close(fd) != 0 && error.empty()) {
+        error = failure("close", temporary);
+    }
+    if (!error.empty()) {
+        ::unlink(temporary.c_str());
+        return error;
+    }
+    return renameOver(temporary, target);
+}
+
+std::string linkOver(const std::string& existing, const std::string& link) {
+    const std::string temporary = temporaryPath(link);
+    ::unlink(temporary.c_str());
+    if (::link(existing.c_str(), temporary.c_str()) != 0) {
+        return failure("link", temporary);
+    }
+    return renameOver(temporary, link);
+}
+
+} // namespace AtomicFile

@@ -1,0 +1,34 @@
+// Durable, all-or-nothing replacement of a file.
+//
+// write() puts the content into a temporary file with a hidden name in the
+// target's folder, flushes it to the device (fsync), renames it over the
+// target and flushes the folder, so that the rename itself survives a power
+// cut.  At every moment the target is either the old file or the new one,
+// whole; a failure leaves the old one as it was and removes the temporary
+// file.  linkOver() replaces a file with a hard link to another in the same
+// all-or-nothing way.
+//
+// Choices made here:
+// - The temporary file of "<folder>/<name>" is "<folder>/.<name>.tmp": hidden,
+//   so folder listings never show it, and one per target, so a write that was
+//   cut off is overwritten by the next write of the same target.
+// - A folder whose file system cannot flush folders (fsync answers EINVAL)
+//   counts as flushed; any other failure of that flush fails the write.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace AtomicFile {
+
+// The temporary file used for `target`.
+std::string temporaryPath(const std::string& target);
+// True when `name` (a file name without folder) is the name of a temporary file.
+bool isTemporaryName(std::string_view name);
+// Replaces `target` with `content`; an empty text on success, otherwise the
+// failed step, its path and the system's reason.
+std::string write(const std::string& target, const std::string& content);
+// Replaces `link` with a hard link to `existing`; the error text as for write().
+std::string linkOver(const std::string& existing, const std::string& link);
+
+} // namespace AtomicFile
