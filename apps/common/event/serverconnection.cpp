@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <exception>
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
@@ -72,7 +73,11 @@ void sendAll(int fd, const void* data, size_t size) {
 ServerConnection::ServerConnection(EventPoll& poll) : poll(poll), fd(-1), handler(nullptr) {
     LOG(LogLight, "Waiting for server");
     int failures = 0;
-    sem_t* ready = openReadySemaphore(failures);
+    connectThrough(openReadySemaphore(failures));
+    LOG(LogLight, "Connected after %i attempts", failures);
+}
+
+void ServerConnection::connectThrough(sem_t* ready) {
     bool taken;
     try {
         taken = takeReadySemaphore(ready);
@@ -89,11 +94,28 @@ ServerConnection::ServerConnection(EventPoll& poll) : poll(poll), fd(-1), handle
         sem_close(ready);
         throw;
     }
-    LOG(LogLight, "Connected after %i attempts", failures);
     if (taken && sem_post(ready) < 0) {
+        sem_close(ready);
         THROW_ERROR_NUMBER("sem_post");
     }
     sem_close(ready);
+}
+
+bool ServerConnection::reconnect() {
+    if (isConnected()) {
+        return true;
+    }
+    sem_t* ready = sem_open(BrokerProtocol::READY_SEMAPHORE, 0);
+    if (ready == SEM_FAILED) {
+        return false;
+    }
+    try {
+        connectThrough(ready);
+    } catch (const std::exception&) {
+        return false;
+    }
+    LOG(LogLight, "Connected again");
+    return true;
 }
 
 ServerConnection::~ServerConnection() {
@@ -130,6 +152,13 @@ void ServerConnection::close() {
     reader = RecordReader();
 }
 
+void ServerConnection::lose() {
+    close();
+    if (handler != nullptr) {
+        handler->connectionLost();
+    }
+}
+
 void ServerConnection::event(EventType type) {
     switch (type) {
     case Readable: {
@@ -138,7 +167,7 @@ void ServerConnection::event(EventType type) {
         size_t count = 0;
         if (reader.readFrom(fd, batch, count) < 0) {
             LOG(Error, "Read error");
-            close();
+            lose();
             break;
         }
         for (size_t i = 0; i < count; ++i) {
@@ -151,7 +180,7 @@ void ServerConnection::event(EventType type) {
         break;
     }
     case Hangup:
-        close();
+        lose();
         break;
     case Priority:
         break;

@@ -26,6 +26,12 @@
 //   fails outright is "Could not send message to server".
 // - A failed read is logged at Error ("Read error") and closes the connection
 //   as a hang-up does, instead of throwing out of the event loop.
+// - A connection that the broker ended (a hang-up or a failed read) tells the
+//   handler through connectionLost(); the owner may then call reconnect(),
+//   which makes one quiet attempt (nothing is logged while the broker's
+//   semaphore does not exist) and, once connected, logs "Connected again".
+//   A process that lost its broker thus does not stay deaf for good; the
+//   owner subscribes again after a reconnect.
 // - eventName() of an id outside the event table names EVENT_NAME[Invalid],
 //   so that a stray record from a faulty peer is logged instead of read out of
 //   bounds.
@@ -35,12 +41,17 @@
 #include "eventpoll.h"
 #include "notify.h"
 
+#include <semaphore.h>
+
 class ServerConnection : public EventPoll::Callback {
 public:
     // Receiver of the records that arrive on the connection.
     class EventHandler {
     public:
         virtual void handleEvent(const Notify& notify) = 0;
+        // The broker ended the connection; it is closed.  close() of the
+        // owner does not call it.
+        virtual void connectionLost() {}
     };
 
     // Failed opens of the readiness semaphore after which the constructor gives up.
@@ -61,12 +72,24 @@ public:
 
     void connect();
     void close();
+    bool isConnected() const { return fd != -1; }
+    // One attempt to connect again after the connection was lost, through the
+    // readiness semaphore as at construction; false when the broker is not
+    // there (its semaphore missing, or connect failing).  True at once when
+    // connected.
+    bool reconnect();
     void postEvent(const Notify& notify);
     void subscribe(const Notify& notify);
     void subscribeAll();
     void setEventHandler(EventHandler* eventHandler) { handler = eventHandler; }
 
 private:
+    // Takes the readiness semaphore `ready` (bounded), connects and gives the
+    // semaphore back; closes this process's handle to it in every case.
+    void connectThrough(sem_t* ready);
+    // close() after the broker ended the connection, and tell the handler.
+    void lose();
+
     EventPoll& poll;
     int fd;
     EventHandler* handler;

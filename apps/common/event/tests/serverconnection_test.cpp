@@ -64,7 +64,9 @@ testing::AssertionResult loggedExactly(const testsupport::KmsgCapture& log,
 class Recorder : public ServerConnection::EventHandler {
 public:
     void handleEvent(const Notify& notify) override { records.push_back(notify); }
+    void connectionLost() override { ++losses; }
     std::vector<Notify> records;
+    int losses = 0;
 };
 
 MATCHER_P3(IsNotify, id, indexed, index, "") {
@@ -467,6 +469,77 @@ TEST_F(ServerConnectionTest, AFailedReadIsLoggedAndClosesTheConnection) {
     EXPECT_TRUE(recorder.records.empty());
     EXPECT_TRUE(loggedExactly(log, {{gen::Error, "Read error"}}));
     EXPECT_THROW(connection->postEvent({VarFocusTorqueChanged, 0, 0}), std::runtime_error);
+}
+
+TEST_F(ServerConnectionTest, AHangupAndAFailedReadTellTheHandlerButTheOwnersCloseDoesNot) {
+    Recorder recorder;
+    {
+        FakeBroker broker;
+        auto connection = connect(broker);
+        connection->setEventHandler(&recorder);
+        broker.closePeer();
+        serveUntil([&] { return recorder.losses > 0; });
+        EXPECT_EQ(recorder.losses, 1);
+        EXPECT_FALSE(connection->isConnected());
+    }
+    {
+        FakeBroker broker;
+        auto connection = connect(broker);
+        connection->setEventHandler(&recorder);
+        connection->postEvent({VarFocusTorqueChanged, 0, 0});
+        broker.closePeer();
+        connection->event(EventPoll::Callback::Readable);
+        EXPECT_EQ(recorder.losses, 2) << "a failed read";
+    }
+    FakeBroker broker;
+    auto connection = connect(broker);
+    connection->setEventHandler(&recorder);
+    EXPECT_TRUE(connection->isConnected());
+    connection->close();
+    EXPECT_FALSE(connection->isConnected());
+    EXPECT_EQ(recorder.losses, 2) << "the owner's close is no loss";
+}
+
+TEST_F(ServerConnectionTest, ReconnectWithoutABrokerFailsQuietly) {
+    auto broker = std::make_unique<FakeBroker>();
+    auto connection = connect(*broker);
+    broker.reset();
+    serveUntil([&] { return !connection->isConnected(); });
+    ASSERT_FALSE(connection->isConnected());
+    testsupport::KmsgCapture log;
+    EXPECT_FALSE(connection->reconnect());
+    EXPECT_FALSE(connection->isConnected());
+    EXPECT_TRUE(log.lines().empty()) << "no line per attempt while the broker is away";
+}
+
+TEST_F(ServerConnectionTest, ReconnectReachesARestartedBrokerThroughItsSemaphore) {
+    Recorder recorder;
+    auto first = std::make_unique<FakeBroker>();
+    auto connection = connect(*first);
+    connection->setEventHandler(&recorder);
+    first.reset();
+    serveUntil([&] { return recorder.losses > 0; });
+    ASSERT_EQ(recorder.losses, 1);
+
+    FakeBroker second;
+    testsupport::KmsgCapture log;
+    ASSERT_TRUE(connection->reconnect());
+    EXPECT_TRUE(connection->isConnected());
+    EXPECT_GE(second.accept(), 0);
+    EXPECT_EQ(second.semaphoreValue(), 1) << "the semaphore is given back";
+    EXPECT_TRUE(loggedExactly(log, {{gen::LogLight, "Connected again"}}));
+
+    connection->postEvent({VarFocusTorqueChanged, 0, 3});
+    EXPECT_THAT(second.received(), ElementsAre(167, 0, 3));
+    const uint32_t words[3] = {7, 0, 0};
+    second.send(words, sizeof words);
+    serveUntil([&] { return !recorder.records.empty(); });
+    ASSERT_EQ(recorder.records.size(), 1u);
+    EXPECT_THAT(recorder.records[0], IsNotify(7, 0, 0));
+
+    spy::start();
+    EXPECT_TRUE(connection->reconnect()) << "already connected";
+    EXPECT_TRUE(spy::stop().empty());
 }
 
 TEST_F(ServerConnectionTest, WithoutAHandlerARecordIsLoggedAsUnhandled) {
