@@ -9,6 +9,7 @@
 
 #include <bit>
 #include <cstring>
+#include <span>
 
 static_assert(std::endian::native == std::endian::little,
               "the default records are stored little-endian");
@@ -84,15 +85,14 @@ void init() {
     processPostInit();
 }
 
-// Subscribes, in this order, the change events that the service handles.
+// Subscribes, in this order, the change events that the service handles, with
+// one write to the broker.
 void subscribeNotifications() {
     ServerConnection* connection = getServerConnection();
     if (connection == nullptr) {
         THROW_ERROR("Trying to subscribe without server connection");
     }
-    for (uint32_t i = 0; i < SUBSCRIPTION_COUNT; ++i) {
-        connection->subscribe(Notify{SUBSCRIPTIONS[i], 0, 0});
-    }
+    connection->subscribeEach(std::span(SUBSCRIPTIONS, SUBSCRIPTION_COUNT));
 }
 
 } // namespace gen

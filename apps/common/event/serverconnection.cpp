@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <vector>
 
 ServerConnection* gServerConnection = nullptr;
 
@@ -194,6 +195,16 @@ void ServerConnection::postEvent(const Notify& notify) {
 void ServerConnection::subscribe(const Notify& notify) {
     const Notify request[2] = {{Subscribe, 0, 0}, notify};
     sendAll(fd, request, sizeof request);
+}
+
+void ServerConnection::subscribeEach(std::span<const EventId> events) {
+    std::vector<Notify> requests;
+    requests.reserve(2 * events.size());
+    for (const EventId event : events) {
+        requests.push_back({Subscribe, 0, 0});
+        requests.push_back({event, 0, 0});
+    }
+    sendAll(fd, requests.data(), requests.size() * sizeof(Notify));
 }
 
 void ServerConnection::subscribeAll() {

@@ -347,6 +347,34 @@ TEST_F(ServerConnectionTest, SubscribeWritesTheCommandAndTheRecordInOneWrite) {
     EXPECT_THAT(broker.received(), ElementsAre(1, 0, 0, 167, 0, 0, 1, 0, 0, 167, 1, 5));
 }
 
+TEST_F(ServerConnectionTest, SubscribeEachWritesEveryPairInOrderInOneWrite) {
+    FakeBroker broker;
+    auto connection = connect(broker);
+    const EventId events[] = {VarFocusTorqueChanged, VarIrisTorqueChanged, VarFocusTorqueChanged};
+    spy::start();
+    connection->subscribeEach(events);
+    auto writes = spy::only(spy::stop(), "write");
+
+    ASSERT_EQ(writes.size(), 1u);
+    EXPECT_EQ(writes[0].fd, clientFd);
+    EXPECT_EQ(writes[0].value, 72);
+    EXPECT_THAT(broker.received(),
+                ElementsAre(1, 0, 0, VarFocusTorqueChanged, 0, 0, 1, 0, 0, VarIrisTorqueChanged, 0,
+                            0, 1, 0, 0, VarFocusTorqueChanged, 0, 0));
+}
+
+TEST_F(ServerConnectionTest, SubscribeEachOfNoEventWritesNothing) {
+    FakeBroker broker;
+    auto connection = connect(broker);
+    spy::start();
+    connection->subscribeEach({});
+    connection->postEvent({VarFocusTargetValueChanged, 0, 0});
+    auto writes = spy::only(spy::stop(), "write");
+
+    ASSERT_EQ(writes.size(), 1u);
+    EXPECT_EQ(writes[0].value, 12);
+}
+
 TEST_F(ServerConnectionTest, PostEventAndSubscribeAllWriteOneRecordEach) {
     FakeBroker broker;
     auto connection = connect(broker);
