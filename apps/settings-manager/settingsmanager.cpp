@@ -9,9 +9,9 @@
 #include "log.h"
 #include "memories.h"
 #include "readiness.h"
+#include "signalbyname.h"
 
 #include <csignal>
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <string>
@@ -24,6 +24,8 @@ namespace {
 constexpr mode_t SETTINGS_FOLDER_MODE = 0766;
 constexpr int SAVE_CHECK_WAIT_MS = 1000;
 constexpr std::chrono::nanoseconds SAVE_CHECK_PERIOD{999'999'999};
+// The supervisor's process name, signalled under a debugger.
+constexpr const char* SUPERVISOR_NAME = "super";
 
 } // namespace
 
@@ -88,7 +90,8 @@ bool SettingsManager::init() {
 }
 
 // Tells the supervisor that start-up is done.  Under a debugger the parent is
-// the debugger, so the supervisor is signalled by name instead.  When the
+// the debugger, so every process whose name contains "super" is signalled
+// instead, as "pkill -USR1 super" does, without a shell.  When the
 // parent's program cannot be found out, the parent is signalled.  Under a
 // service manager that asked for a notification (NOTIFY_SOCKET), the
 // notification alone tells it: the parent is then the init process, which
@@ -104,7 +107,7 @@ void SettingsManager::signalReadiness() {
         LOG(Warn, "Could not read the parent's program: %s", error.message().c_str());
     }
     if (parentExe.string().find("gdb") != std::string::npos) {
-        static_cast<void>(std::system("pkill -USR1 super"));
+        Readiness::signalProcessesNamed(SUPERVISOR_NAME, SIGUSR1);
     } else {
         ::kill(::getppid(), SIGUSR1);
     }
