@@ -184,46 +184,44 @@ bool SettingsManager::parseJsonStringStreamAndSetValues(const std::stringstream&
     return result;
 }
 
-// Stores `value` into every persistent variable named `key`; false when a
-// setter reported an error.  Values out of range are logged and skipped.
+// Stores `value` into the persistent variable named `key` (names are unique in
+// a memory); false when a setter reported an error.  Values out of range are
+// logged and skipped, unknown names are passed over.
 bool SettingsManager::applyValue(const std::string& key, const std::string& text,
                                  const std::vector<Json::Item>& document) {
     const uint32_t memory = persistentMemoryIndex;
-    bool result = true;
-    const uint32_t count = Introspection::getVarCount(memory);
-    for (uint32_t variable = 0; variable < count; ++variable) {
-        if (key != Introspection::getVarName(memory, variable)) {
-            continue;
-        }
-        const uint32_t baseType = Introspection::getVarBaseType(memory, variable);
-        const std::string value =
-            isQuotedInDocument(baseType) ? DocumentText::unescape(text) : text;
-        std::string error;
-        if (!Introspection::checkMinMax(memory, variable, rangeCheckText(baseType, value), error)) {
-            LOG(Error, "The value of variable: %s is out of range!", key.c_str());
-            if (!error.empty()) {
-                LOG(Error, "%s", error.c_str());
-            } else {
-                LOG(Error, "Value must be between min: %s and max: %s, but is: %s",
-                    Introspection::getVarMin(memory, variable).c_str(),
-                    Introspection::getVarMax(memory, variable).c_str(), value.c_str());
-            }
-            continue;
-        }
-        if (baseType != BaseStruct) {
-            error = Introspection::setVarValue(memory, variable, value.c_str());
-        } else if (!Introspection::isArray(memory, variable)) {
-            // A struct's fields are looked up among the document's top-level members.
-            error = Introspection::setVarValueJson(memory, variable, document, 0);
-        } else {
-            error = setStructArray(variable, value);
-        }
-        if (!error.empty()) {
-            LOG(Warn, "Could not set %s to %s : %s", key.c_str(), value.c_str(), error.c_str());
-            result = false;
-        }
+    const std::optional<uint32_t> found = Introspection::findVarIndex(memory, key);
+    if (!found) {
+        return true;
     }
-    return result;
+    const uint32_t variable = *found;
+    const uint32_t baseType = Introspection::getVarBaseType(memory, variable);
+    const std::string value = isQuotedInDocument(baseType) ? DocumentText::unescape(text) : text;
+    std::string error;
+    if (!Introspection::checkMinMax(memory, variable, rangeCheckText(baseType, value), error)) {
+        LOG(Error, "The value of variable: %s is out of range!", key.c_str());
+        if (!error.empty()) {
+            LOG(Error, "%s", error.c_str());
+        } else {
+            LOG(Error, "Value must be between min: %s and max: %s, but is: %s",
+                Introspection::getVarMin(memory, variable).c_str(),
+                Introspection::getVarMax(memory, variable).c_str(), value.c_str());
+        }
+        return true;
+    }
+    if (baseType != BaseStruct) {
+        error = Introspection::setVarValue(memory, variable, value.c_str());
+    } else if (!Introspection::isArray(memory, variable)) {
+        // A struct's fields are looked up among the document's top-level members.
+        error = Introspection::setVarValueJson(memory, variable, document, 0);
+    } else {
+        error = setStructArray(variable, value);
+    }
+    if (!error.empty()) {
+        LOG(Warn, "Could not set %s to %s : %s", key.c_str(), value.c_str(), error.c_str());
+        return false;
+    }
+    return true;
 }
 
 // Stores the elements of a struct array given as a JSON array of objects whose

@@ -3,12 +3,14 @@
 #include "log.h"
 #include "setjson.h"
 
+#include <algorithm>
 #include <array>
 #include <cfloat>
 #include <climits>
 #include <exception>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace Introspection {
 
@@ -27,6 +29,30 @@ void checkMemory(uint32_t memory) {
     if (memory >= tables().memoryCount) {
         THROW_ERROR("Index exceeds limit");
     }
+}
+
+// The variable indexes of a memory sorted by name (the lower index first among
+// equal names), built on first use for the installed catalogue.
+const std::vector<uint32_t>& nameOrder(uint32_t memory) {
+    static const CatalogueTables* builtFor = nullptr;
+    static std::vector<std::vector<uint32_t>> orders;
+    if (builtFor != &tables()) {
+        builtFor = &tables();
+        orders.assign(tables().memoryCount, {});
+    }
+    std::vector<uint32_t>& order = orders[memory];
+    const uint32_t count = tables().memories[memory].variableCount;
+    if (order.size() != count) {
+        order.resize(count);
+        for (uint32_t variable = 0; variable < count; ++variable) {
+            order[variable] = variable;
+        }
+        std::stable_sort(order.begin(), order.end(), [memory](uint32_t left, uint32_t right) {
+            return std::string_view(Catalogue::variable(memory, left).name) <
+                   Catalogue::variable(memory, right).name;
+        });
+    }
+    return order;
 }
 
 VariableDescriptor& descriptor(uint32_t memory, uint32_t variable) {
@@ -218,13 +244,16 @@ bool checkMinMax(uint32_t memory, uint32_t variable, const std::string& value, s
 }
 
 std::optional<uint32_t> findVarIndex(uint32_t memory, std::string_view name) {
-    const uint32_t count = getVarCount(memory);
-    for (uint32_t variable = 0; variable < count; ++variable) {
-        if (name == Catalogue::variable(memory, variable).name) {
-            return variable;
-        }
+    checkMemory(memory);
+    const std::vector<uint32_t>& order = nameOrder(memory);
+    const auto found = std::lower_bound(
+        order.begin(), order.end(), name, [memory](uint32_t variable, std::string_view wanted) {
+            return std::string_view(Catalogue::variable(memory, variable).name) < wanted;
+        });
+    if (found == order.end() || Catalogue::variable(memory, *found).name != name) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    return *found;
 }
 
 const StructTypeInfo* findStructType(std::string_view name) {

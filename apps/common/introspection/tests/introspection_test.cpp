@@ -128,6 +128,17 @@ TEST(Variables, FindByExactName) {
     EXPECT_EQ(thrownMessage([] { findVarIndex(20, "AUXTorque"); }), "Index exceeds limit");
 }
 
+TEST(Variables, FindsEveryVariableOfEveryMemoryAtItsOwnIndex) {
+    for (uint32_t m = 0; m < getMemCount(); ++m) {
+        for (uint32_t v = 0; v < getVarCount(m); ++v) {
+            const std::string name = getVarName(m, v);
+            EXPECT_EQ(findVarIndex(m, name), v) << getMemName(m) << " " << name;
+            EXPECT_EQ(findVarIndex(m, name + "_"), std::nullopt) << name;
+            EXPECT_NE(findVarIndex(m, name.substr(0, name.size() - 1)), v) << name;
+        }
+    }
+}
+
 TEST(Variables, TellingRowsOfMemPersistent) {
     struct Row {
         const char* name;
