@@ -132,16 +132,17 @@ bool SettingsManager::loadsWhole(const std::string& fileName) {
         LOG(Error, "Could not read settings file: %s", fileName.c_str());
         return false;
     }
-    if (!DocumentText::isCompleteDocument(*text)) {
-        Json reader;
-        if (!reader.parse(*text)) {
+    Json reader;
+    const bool parsed = reader.parse(*text);
+    if (!parsed || !DocumentText::isCompleteDocument(reader, *text)) {
+        if (!parsed) {
             printJsonError(reader.errorPosition, *text);
         }
         LOG(Error, "Settings file %s is not a complete settings document", fileName.c_str());
         return false;
     }
     try {
-        parseJsonStringStreamAndSetValues(std::stringstream(*text));
+        applyDocument(reader);
         return true;
     } catch (const std::exception& error) {
         LOG(Error, "Could not apply settings file %s: %s", fileName.c_str(), error.what());
@@ -170,6 +171,12 @@ bool SettingsManager::parseJsonStringStreamAndSetValues(const std::stringstream&
         printJsonError(reader.errorPosition, text);
         return false;
     }
+    return applyDocument(reader);
+}
+
+// Unsubscribed from everything while storing, so that the service does not
+// hear its own writes.
+bool SettingsManager::applyDocument(const Json& reader) {
     gen::getServerConnection()->postEvent(Notify{UnsubscribeAll, 0, 0});
     bool result = true;
     for (const auto& [key, value] : reader.items) {

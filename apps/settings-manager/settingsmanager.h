@@ -135,6 +135,8 @@ public:
     // Applies a settings document to MemPersistent; true when every matched
     // value could be stored (values out of range are skipped, not failures).
     bool parseJsonStringStreamAndSetValues(const std::stringstream& document);
+    // The same for a document already parsed.
+    bool applyDocument(const Json& reader);
     // Logs a parse error with 41 characters of text around the position.
     void printJsonError(int position, const std::string& text);
     // Captures the defaults document; writes ".current.stp" when it is missing.

@@ -63,7 +63,11 @@ std::string unescape(std::string_view text) {
 
 bool isCompleteDocument(const std::string& text) {
     Json reader;
-    if (!reader.parse(text) || reader.outerIsArray) {
+    return reader.parse(text) && isCompleteDocument(reader, text);
+}
+
+bool isCompleteDocument(const Json& reader, const std::string& text) {
+    if (reader.outerIsArray) {
         return false;
     }
     if (reader.state == Json::Finished) {

@@ -21,6 +21,8 @@
 // document from a whole one.
 #pragma once
 
+#include "json.h"
+
 #include <string>
 #include <string_view>
 
@@ -32,5 +34,8 @@ std::string escape(std::string_view text, bool brackets = false);
 std::string unescape(std::string_view text);
 // True when `text` is a complete settings document (see above).
 bool isCompleteDocument(const std::string& text);
+// The same for a reader whose parse of `text` succeeded, so that a document
+// that is also applied is read once.
+bool isCompleteDocument(const Json& parsed, const std::string& text);
 
 } // namespace DocumentText

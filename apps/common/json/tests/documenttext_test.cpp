@@ -94,4 +94,28 @@ TEST(DocumentText, OnlyAWholeObjectIsACompleteDocument) {
     }
 }
 
+TEST(DocumentText, AParsedReaderIsJudgedAsItsText) {
+    const std::string whole = "{\"a\": 1, \"b\": [1, 2]}";
+    for (std::size_t cut = 0; cut <= whole.size(); ++cut) {
+        const std::string text = whole.substr(0, cut);
+        Json reader;
+        if (reader.parse(text)) {
+            EXPECT_EQ(DocumentText::isCompleteDocument(reader, text),
+                      DocumentText::isCompleteDocument(text))
+                << cut;
+        }
+    }
+    for (const char* text : {"{}", " {\n} \n", "[1, 2]", "{\"a\": 1} x"}) {
+        Json reader;
+        if (reader.parse(text)) {
+            EXPECT_EQ(DocumentText::isCompleteDocument(reader, text),
+                      DocumentText::isCompleteDocument(text))
+                << text;
+        }
+    }
+    Json wholeReader;
+    ASSERT_TRUE(wholeReader.parse(whole));
+    EXPECT_TRUE(DocumentText::isCompleteDocument(wholeReader, whole));
+}
+
 } // namespace
