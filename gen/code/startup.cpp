@@ -18,24 +18,34 @@ namespace gen {
 
 namespace {
 
-// Writes the start values of one memory into its mapped data.
-void writeStartValues(uint32_t memory, uint8_t* data) {
+// Writes the start values of one memory into its mapped data.  A fresh
+// object (one that did not exist before) reads as zeros already: only its
+// default pieces are written there, so that pages that stay zero are never
+// touched.  An object left from an earlier run is overwritten whole.
+void writeStartValues(uint32_t memory, uint8_t* data, bool fresh) {
     const MemoryData& entry = MEMORY_DATA[memory];
     const uint32_t size = entry.segment->getSize();
     switch (entry.start) {
     case MemoryStart::Zeroed:
-        std::memset(data, 0, size);
+        if (!fresh) {
+            std::memset(data, 0, size);
+        }
         break;
     case MemoryStart::Fill:
         for (uint32_t offset = 0; offset < size; offset += sizeof entry.fill) {
             std::memcpy(data + offset, &entry.fill, sizeof entry.fill);
         }
         break;
-    case MemoryStart::Defaults: {
-        const std::vector<uint8_t> image = defaultImage(memory);
-        std::memcpy(data, image.data(), size);
+    case MemoryStart::Defaults:
+        if (fresh) {
+            for (const DefaultPiece* piece = entry.defaults; piece->bytes; ++piece) {
+                std::memcpy(data + piece->offset, piece->bytes, piece->length);
+            }
+        } else {
+            const std::vector<uint8_t> image = defaultImage(memory);
+            std::memcpy(data, image.data(), size);
+        }
         break;
-    }
     }
 }
 
@@ -56,10 +66,10 @@ std::vector<uint8_t> defaultImage(uint32_t memory) {
 void initMemories() {
     for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
         SharedMemory& segment = *MEMORY_DATA[memory].segment;
-        segment.create();
+        const bool existed = segment.create();
         uint8_t* data = segment.address();
         *MEMORY_DATA[memory].base = data;
-        writeStartValues(memory, data);
+        writeStartValues(memory, data, !existed);
     }
 }
 

@@ -5,8 +5,9 @@
 // with, so a program built against another catalogue cannot read a foreign layout.
 //
 // create() reports whether an object of that name existed already (its contents are kept); the
-// catalogue's start-up does not look at it. close() clears the created mark once the name has
-// been removed, so that a later close() (the destructor's) does not try to remove it again.
+// catalogue's start-up writes only the default pieces into one that did not (it reads as zeros).
+// close() clears the created mark once the name has been removed, so that a later close() (the
+// destructor's) does not try to remove it again.
 #pragma once
 
 #include <cstdint>
