@@ -18,6 +18,7 @@
 // Run inside a device root, with the build bound in:
 //   tools/devroot/devroot exec --bind-ro $PWD/build/native --
 //       build/native/benchmarks/startup_benchmark --benchmark_repetitions=20
+// --service=PATH starts another build's service instead (bind it in too).
 #include "brokerprocess.h"
 
 #include <benchmark/benchmark.h>
@@ -25,6 +26,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <memory>
@@ -43,6 +45,10 @@ sigset_t waitedSignals;
 sigset_t originalMask;
 
 std::unique_ptr<brokertest::BrokerProcess> broker;
+
+// The service program: this build's, or the one that --service=PATH names (to
+// compare two builds on the same machine).
+std::string serviceProgram = SERVICE_PROGRAM;
 
 // Takes signals left pending by earlier starts (SIGCHLD of a reaped child).
 void drainPendingSignals() {
@@ -138,7 +144,7 @@ void BM_SettingsService(benchmark::State& state) {
         state.SkipWithError("the broker is not running");
         return;
     }
-    measureStarts(state, SERVICE_PROGRAM);
+    measureStarts(state, serviceProgram.c_str());
 }
 BENCHMARK(BM_SettingsService)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
@@ -147,7 +153,7 @@ BENCHMARK(BM_SettingsService)->Iterations(1)->UseManualTime()->Unit(benchmark::k
 bool prepareService() {
     pid_t child = -1;
     std::string error;
-    const bool ready = timeStart(SERVICE_PROGRAM, child, error).has_value();
+    const bool ready = timeStart(serviceProgram.c_str(), child, error).has_value();
     stop(child);
     return ready;
 }
@@ -161,6 +167,15 @@ int main(int argc, char** argv) {
     sigaddset(&waitedSignals, SIGCHLD);
     sigprocmask(SIG_BLOCK, &waitedSignals, &originalMask);
     benchmark::Initialize(&argc, argv);
+    const std::string serviceOption = "--service=";
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (argument.rfind(serviceOption, 0) != 0) {
+            std::fprintf(stderr, "startup_benchmark: unknown argument %s\n", argv[i]);
+            return EXIT_FAILURE;
+        }
+        serviceProgram = argument.substr(serviceOption.size());
+    }
     if (broker->running() && !prepareService()) {
         broker.reset();
     }
