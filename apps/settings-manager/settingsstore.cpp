@@ -25,15 +25,16 @@ constexpr const char* BACKUP_SUFFIX = ".backup";
 
 } // namespace
 
+// The variable comes from the catalogue's event index (every event belongs to
+// one variable at most); only a persistent one is logged.
 void SettingsManager::addUpdate(EventId event) {
-    const uint32_t memory = persistentMemoryIndex;
-    const uint32_t count = Introspection::getVarCount(memory);
-    for (uint32_t variable = 0; variable < count; ++variable) {
-        if (Introspection::getVarEvent(memory, variable).id == event) {
-            LOG(LogLight, "%s changed to %s", Introspection::getVarName(memory, variable),
-                Introspection::getVarValue(memory, variable, 0).c_str());
-            break;
-        }
+    uint32_t memory = 0;
+    uint32_t variable = 0;
+    Introspection::getVarLocation(Notify{event, 0, 0}, memory, variable);
+    if (memory == persistentMemoryIndex &&
+        Introspection::getVarEvent(memory, variable).id == event) {
+        LOG(LogLight, "%s changed to %s", Introspection::getVarName(memory, variable),
+            Introspection::getVarValue(memory, variable, 0).c_str());
     }
     dirty = true;
 }
