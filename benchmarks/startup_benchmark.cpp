@@ -113,18 +113,35 @@ void stop(pid_t child) {
     }
 }
 
+// One measured start of `program` with its stop; nullopt (the benchmark
+// skipped with the reason) when it failed.
+std::optional<double> measuredStart(benchmark::State& state, const char* program) {
+    pid_t child = -1;
+    std::string error;
+    const std::optional<double> seconds = timeStart(program, child, error);
+    stop(child);
+    if (!seconds) {
+        state.SkipWithError(error.c_str());
+    }
+    return seconds;
+}
+
 void measureStarts(benchmark::State& state, const char* program) {
     for (auto _ : state) {
-        pid_t child = -1;
-        std::string error;
-        const std::optional<double> seconds = timeStart(program, child, error);
-        stop(child);
+        const std::optional<double> seconds = measuredStart(state, program);
         if (!seconds) {
-            state.SkipWithError(error.c_str());
             return;
         }
         state.SetIterationTime(*seconds);
     }
+}
+
+bool brokerRunning(benchmark::State& state) {
+    if (!broker || !broker->running()) {
+        state.SkipWithError("the broker is not running");
+        return false;
+    }
+    return true;
 }
 
 void BM_Floor(benchmark::State& state) {
@@ -140,13 +157,35 @@ void BM_FloorWithCxxRuntime(benchmark::State& state) {
 BENCHMARK(BM_FloorWithCxxRuntime)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 void BM_SettingsService(benchmark::State& state) {
-    if (!broker || !broker->running()) {
-        state.SkipWithError("the broker is not running");
-        return;
+    if (brokerRunning(state)) {
+        measureStarts(state, serviceProgram.c_str());
     }
-    measureStarts(state, serviceProgram.c_str());
 }
 BENCHMARK(BM_SettingsService)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+// The floor and the service started one right after the other, so that both
+// meet the same load of the machine: the time is the service's, the counters
+// are the floor's time (floor_us) and the service's time over it (ratio).
+void BM_SettingsServiceAfterFloor(benchmark::State& state) {
+    if (!brokerRunning(state)) {
+        return;
+    }
+    for (auto _ : state) {
+        const std::optional<double> floor = measuredStart(state, FLOOR_PROGRAM);
+        const std::optional<double> service =
+            floor ? measuredStart(state, serviceProgram.c_str()) : std::nullopt;
+        if (!service) {
+            return;
+        }
+        state.SetIterationTime(*service);
+        state.counters["floor_us"] = *floor * 1e6;
+        state.counters["ratio"] = *service / *floor;
+    }
+}
+BENCHMARK(BM_SettingsServiceAfterFloor)
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
 
 // The first start of the service writes ".current.stp" (when the root has
 // none yet), so that every measured start loads one.
