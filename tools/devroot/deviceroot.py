@@ -88,14 +88,16 @@ def kmsg_is_fifo(folder):
     return stat.S_ISFIFO(os.stat(os.path.join(folder, "kmsg")).st_mode)
 
 
-def bwrap_command(folder, binds_ro, binds_rw, extra=(), var_size=None):
+def bwrap_command(folder, binds_ro, binds_rw, extra=(), var_size=None, shm_size=None):
     """The bubblewrap options that mount the device root over a fresh tmpfs.
 
     Only /usr and /etc of the host are visible (read-only) besides the binds
     asked for; /dev is a fresh minimal one with the device files laid over it.
     With var_size (bytes), /var is a tmpfs of that size holding an empty
     /var/volatile instead of the root folder's var/: a small disk that fills
-    up, private to this sandbox and gone when it ends.
+    up, private to this sandbox and gone when it ends.  With shm_size (bytes),
+    /dev/shm is likewise a private tmpfs of that size, as on the device,
+    instead of the root folder's shm/ (which lives on the host's disk).
     """
     def inside(name):
         return os.path.join(folder, name)
@@ -105,10 +107,13 @@ def bwrap_command(folder, binds_ro, binds_rw, extra=(), var_size=None):
         "--symlink", "usr/bin", "/bin", "--symlink", "usr/lib", "/lib",
         "--symlink", "usr/lib64", "/lib64", "--symlink", "usr/sbin", "/sbin",
         "--ro-bind", "/etc", "/etc", "--dev", "/dev", "--proc", "/proc", "--tmpfs", "/tmp",
-        "--bind", inside("shm"), "/dev/shm",
         "--bind", inside("kmsg"), "/dev/kmsg", "--bind", inside("mmcblk1"), "/dev/mmcblk1",
         "--bind", inside("mem"), "/dev/mem",
     ]
+    if shm_size is None:
+        command += ["--bind", inside("shm"), "/dev/shm"]
+    else:
+        command += ["--size", str(shm_size), "--tmpfs", "/dev/shm"]
     if var_size is None:
         command += ["--bind", inside("var"), "/var"]
     else:

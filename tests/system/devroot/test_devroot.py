@@ -262,6 +262,15 @@ class ExecTest(DevrootTest):
         self.assertEqual(small.returncode, 0, small.stderr)
         self.assertEqual(os.listdir(os.path.join(root, "var")), ["volatile"])
 
+    def test_shm_size_makes_shm_a_small_private_tmpfs(self):
+        root = self.path("root")
+        script = ("test \"$(stat -f -c %T /dev/shm)\" = tmpfs && touch /dev/shm/object && "
+                  "! head -c 300000 /dev/zero > /dev/shm/filler 2>/dev/null")
+        small = self.devroot("exec", "--keep", root, "--shm-size", "262144",
+                             command=["/bin/sh", "-c", script])
+        self.assertEqual(small.returncode, 0, small.stderr)
+        self.assertEqual(os.listdir(os.path.join(root, "shm")), [])
+
     def test_file_modes_hold_inside(self):
         result = self.devroot("exec", command=[
             "/bin/sh", "-c", "chmod 555 /var && ! mkdir /var/x 2>/dev/null"])
