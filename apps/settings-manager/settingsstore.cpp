@@ -1,18 +1,16 @@
-// Change tracking and writing settings documents from the live values of
-// MemPersistent.
-#include "settingsmanager.h"
+#include "settingsstore.h"
 
 #include "atomicfile.h"
 #include "constants.h"
 #include "documentformat.h"
 #include "documenttext.h"
-#include "folderpath.h"
 #include "introspection.h"
 #include "log.h"
 #include "printers.h"
+#include "productinfo.h"
+#include "settingsfolder.h"
 
-#include <filesystem>
-#include <fstream>
+#include <optional>
 #include <string>
 
 namespace {
@@ -20,13 +18,14 @@ namespace {
 // The code of a buffer; BaseType has no name for it, the catalogue gives
 // buffers the code of strings.
 constexpr uint32_t BUFFER_BASE_TYPE = 4;
-// The hidden backup of ".current.stp": the file it last replaced.
-constexpr const char* BACKUP_SUFFIX = ".backup";
 
 } // namespace
 
-void SettingsManager::addUpdate(EventId event) {
-    const uint32_t memory = persistentMemoryIndex;
+SettingsStore::SettingsStore(const SettingsFolder& folder, const ProductInfo& product,
+                             uint32_t memory)
+    : folder(folder), product(product), memory(memory) {}
+
+void SettingsStore::addUpdate(EventId event) {
     const uint32_t count = Introspection::getVarCount(memory);
     for (uint32_t variable = 0; variable < count; ++variable) {
         if (Introspection::getVarEvent(memory, variable).id == event) {
@@ -38,10 +37,9 @@ void SettingsManager::addUpdate(EventId event) {
     dirty = true;
 }
 
-std::stringstream SettingsManager::getCurrentValues() {
-    writeProductInfo();
+std::stringstream SettingsStore::currentValues() const {
+    product.publish();
     const Introspection::DocumentEscape escapeStructTexts;
-    const uint32_t memory = persistentMemoryIndex;
     const uint32_t count = Introspection::getVarCount(memory);
     std::stringstream document;
     document << "{" << std::endl;
@@ -74,28 +72,17 @@ std::stringstream SettingsManager::getCurrentValues() {
     return document;
 }
 
-bool SettingsManager::isMissing(const std::string& path) {
-    std::error_code error;
-    const auto type = std::filesystem::status(path, error).type();
-    return type == std::filesystem::file_type::not_found ||
-           type == std::filesystem::file_type::none;
-}
-
-std::string SettingsManager::backupFileName() {
-    return currentFileName() + BACKUP_SUFFIX;
-}
-
-bool SettingsManager::storeToMemory(const char* name) {
+bool SettingsStore::store(const char* name) {
     const std::string fileName = std::string(name) + Constants::SETUPS_EXTENSION;
-    const std::string path = settingsPath + fileName;
-    const bool current = fileName == currentFileName();
+    const bool current = fileName == SettingsFolder::currentFileName();
+    const std::optional<std::string> path = folder.pathOf(fileName);
     std::string error = "the name does not stay inside the settings folder";
-    if (FolderPath::liesIn(settingsPath, path)) {
-        const std::string document = getCurrentValues().str();
+    if (path) {
+        const std::string document = currentValues().str();
         if (current) {
             keepBackup();
         }
-        error = AtomicFile::write(path, document);
+        error = AtomicFile::write(*path, document);
     }
     if (error.empty()) {
         if (current) {
@@ -112,23 +99,29 @@ bool SettingsManager::storeToMemory(const char* name) {
     return false;
 }
 
-bool SettingsManager::saveCurrentSettings() {
-    const bool saved = storeToMemory(Constants::CURRENT_USERSETTINGS_FILE);
+bool SettingsStore::saveCurrent() {
+    const bool saved = store(Constants::CURRENT_USERSETTINGS_FILE);
     if (!saved) {
         dirty = true;
     }
     return saved;
 }
 
+void SettingsStore::saveIfDirty() {
+    if (dirty) {
+        dirty = false;
+        saveCurrent();
+    }
+}
+
 // The file that ".current.stp" is about to replace becomes the backup, when it
 // is a complete document; an incomplete one never replaces a good backup.
-void SettingsManager::keepBackup() {
-    const std::optional<std::string> text = readSettingsText(currentFileName());
+void SettingsStore::keepBackup() {
+    const std::optional<std::string> text = folder.readText(SettingsFolder::currentFileName());
     if (!text || !DocumentText::isCompleteDocument(*text)) {
         return;
     }
-    const std::string error =
-        AtomicFile::linkOver(settingsPath + currentFileName(), settingsPath + backupFileName());
+    const std::string error = AtomicFile::linkOver(folder.currentPath(), folder.backupPath());
     if (!error.empty()) {
         LOG(Warn, "Could not keep a backup of the settings: %s", error.c_str());
     }
