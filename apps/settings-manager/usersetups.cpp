@@ -101,23 +101,10 @@ UserSetups::Refusal UserSetups::save() {
     if (!setups.UserSetupAcceptSaveFileName) {
         return std::nullopt;
     }
-    if (!isEmpty(setups.UserSetupSave)) {
-        const std::string name = nameOf(setups.UserSetupSave);
-        std::string path;
-        if (Refusal refusal = checkedSetupPath(name, path)) {
-            return refusal;
-        }
-        if (SettingsFolder::isMissing(path)) {
-            if (!store.store(name.c_str())) {
-                return NOT_SAVED;
-            }
-            setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
-        } else {
-            setFlag(gen::memDeviceState().FileAlreadyExists, VarFileAlreadyExistsChanged, true);
-            renamePending = false;
-        }
+    if (Refusal refusal = writeUnlessTaken(
+            false, [this](const std::string& name, const std::string&) { return saveAs(name); })) {
+        return refusal;
     }
-    setFlag(setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
     setFlag(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged, false);
     return std::nullopt;
 }
@@ -143,23 +130,8 @@ UserSetups::Refusal UserSetups::rename() {
         return refusal;
     }
     setFlag(setups.UserSetupRename, VarUserSetupRenameChanged, false);
-    if (!isEmpty(setups.UserSetupSave)) {
-        std::string target;
-        if (Refusal refusal = checkedSetupPath(nameOf(setups.UserSetupSave), target)) {
-            return refusal;
-        }
-        if (SettingsFolder::isMissing(target)) {
-            if (Refusal refusal = attempt([&] { std::filesystem::rename(source, target); })) {
-                return refusal;
-            }
-            setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
-        } else {
-            setFlag(gen::memDeviceState().FileAlreadyExists, VarFileAlreadyExistsChanged, true);
-            renamePending = true;
-        }
-    }
-    setFlag(setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
-    return std::nullopt;
+    return writeUnlessTaken(
+        true, [&](const std::string&, const std::string& target) { return move(source, target); });
 }
 
 UserSetups::Refusal UserSetups::overwrite() {
@@ -176,19 +148,50 @@ UserSetups::Refusal UserSetups::overwrite() {
     if (Refusal refusal = checkedSetupPath(name, target)) {
         return refusal;
     }
+    std::string source;
     if (renamePending) {
-        std::string source;
         if (Refusal refusal = listedPath(setups.UserSetupSelectedFileIndex, source)) {
             return refusal;
         }
-        if (Refusal refusal = attempt([&] { std::filesystem::rename(source, target); })) {
-            return refusal;
-        }
-    } else if (!store.store(name.c_str())) {
-        return NOT_SAVED;
+    }
+    if (Refusal refusal = renamePending ? move(source, target) : saveAs(name)) {
+        return refusal;
     }
     setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
     return std::nullopt;
+}
+
+UserSetups::Refusal UserSetups::writeUnlessTaken(bool isRename, const Writer& write) {
+    auto& setups = gen::memUserSetups();
+    if (!isEmpty(setups.UserSetupSave)) {
+        const std::string name = nameOf(setups.UserSetupSave);
+        std::string target;
+        if (Refusal refusal = checkedSetupPath(name, target)) {
+            return refusal;
+        }
+        if (SettingsFolder::isMissing(target)) {
+            if (Refusal refusal = write(name, target)) {
+                return refusal;
+            }
+            setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
+        } else {
+            setFlag(gen::memDeviceState().FileAlreadyExists, VarFileAlreadyExistsChanged, true);
+            renamePending = isRename;
+        }
+    }
+    setFlag(setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
+    return std::nullopt;
+}
+
+UserSetups::Refusal UserSetups::saveAs(const std::string& name) {
+    if (!store.store(name.c_str())) {
+        return NOT_SAVED;
+    }
+    return std::nullopt;
+}
+
+UserSetups::Refusal UserSetups::move(const std::string& source, const std::string& target) {
+    return attempt([&] { std::filesystem::rename(source, target); });
 }
 
 UserSetups::Refusal UserSetups::remove() {

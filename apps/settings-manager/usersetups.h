@@ -30,6 +30,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -67,6 +68,17 @@ public:
     static std::array<char, SETUP_NAME_SIZE> proposedName(std::time_t when);
 
 private:
+    // Writes the user setup named `name` at `target`; the reason when it failed.
+    using Writer = std::function<Refusal(const std::string& name, const std::string& target)>;
+
+    // The check of save and rename: when nothing exists at the setup named by
+    // UserSetupSave, `write` makes it and the name is cleared; otherwise
+    // FileAlreadyExists is raised and the overwrite to confirm is remembered as
+    // a rename or a save.  UserSetupFileCheckDone is raised in both cases.
+    Refusal writeUnlessTaken(bool isRename, const Writer& write);
+    // Stores the current settings as the user setup `name`.
+    Refusal saveAs(const std::string& name);
+    Refusal move(const std::string& source, const std::string& target);
     // List entry `index` as text; empty outside the slots.
     std::string listEntry(int32_t index) const;
     // The path of list entry `index` into `path`; the reason when the index is
