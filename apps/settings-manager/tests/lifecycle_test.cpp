@@ -491,8 +491,8 @@ TEST_F(ForkedServiceTest, ABrokerThatGoesAwayIsReachedAgainAndWhatHappenedMeanwh
     ASSERT_GE(records.size(), subscriptions + 3);
     EXPECT_TRUE(isSubscriptionSequence({records.begin(), records.begin() + subscriptions}));
     EXPECT_THAT(ids({records.begin() + subscriptions, records.end()}),
-                testing::IsSupersetOf({VarUserSetupAddNewChanged, VarUserSetupSaveChanged,
-                                       VarUserSetupListChanged}));
+                testing::IsSupersetOf(
+                    {VarUserSetupAddNewChanged, VarUserSetupSaveChanged, VarUserSetupListChanged}));
     EXPECT_FALSE(gen::memUserSetups().UserSetupAddNew);
     EXPECT_NE(gen::memUserSetups().UserSetupSave[0], '\0');
 
