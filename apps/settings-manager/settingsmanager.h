@@ -119,7 +119,6 @@ public:
 
     const std::string& settingsFolder() const { return folder.path(); }
     bool isDirty() const { return store.isDirty(); }
-    bool isBrokerLost() const { return brokerLost; }
 
 private:
     // Creates the memories and the broker connection with this object as its
