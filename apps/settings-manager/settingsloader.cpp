@@ -1,6 +1,5 @@
 #include "settingsloader.h"
 
-#include "constants.h"
 #include "documentformat.h"
 #include "documenttext.h"
 #include "flagvariable.h"
@@ -15,7 +14,6 @@
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace {
