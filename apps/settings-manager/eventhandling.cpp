@@ -1,7 +1,8 @@
 // The broker's notifications: the user interface's requests are served here,
-// every other event is a change of a persistent variable.  No exception leaves
-// handleEvent: an event that could not be handled is logged and a request is
-// answered as refused (see the header's choices).
+// every other event is a change of a persistent variable.  A request handler
+// reports a request it cannot carry out as a reason; it is logged here and the
+// request answered as refused.  An exception of a library call is turned into
+// such a reason here, so none leaves handleEvent.
 #include "settingsmanager.h"
 
 #include "flagvariable.h"
@@ -21,31 +22,35 @@ void SettingsManager::handleEvent(const Notify& notification) {
 }
 
 void SettingsManager::dispatch(const Notify& notification) {
+    UserSetups::Refusal refusal;
     switch (notification.id) {
     case VarFactoryResetChanged:
-        factoryReset();
+        loader.factoryReset([this] { userSetups.removeAll(); });
         break;
     case VarUserSetupAcceptLoadFileNameChanged:
-        loadUserSetup();
+        refusal = userSetups.load();
         break;
     case VarUserSetupAcceptSaveFileNameChanged:
-        saveUserSetup();
+        refusal = userSetups.save();
         break;
     case VarUserSetupAddNewChanged:
-        proposeNewUserSetup();
+        refusal = userSetups.proposeNew();
         break;
     case VarUserSetupRenameChanged:
-        renameUserSetup();
+        refusal = userSetups.rename();
         break;
     case VarUserSetupOverwriteFileChanged:
-        overwriteUserSetup();
+        refusal = userSetups.overwrite();
         break;
     case VarUserSetupDeleteChanged:
-        deleteUserSetup();
+        refusal = userSetups.remove();
         break;
     default:
         addUpdate(notification.id);
         break;
+    }
+    if (refusal) {
+        refuse(notification.id, refusal->c_str());
     }
 }
 

@@ -1,6 +1,4 @@
-// The unit's hardware and software identity: read at start from the hardware
-// record and "/product.info", logged, and published in shared memory.
-#include "settingsmanager.h"
+#include "productinfo.h"
 
 #include "constants.h"
 #include "hwinfo.h"
@@ -35,7 +33,7 @@ std::unique_ptr<HwInfo> openHardwareRecord() {
 
 } // namespace
 
-void SettingsManager::readHardwareIdentity() {
+void ProductInfo::readHardwareIdentity() {
     const std::unique_ptr<HwInfo> record = openHardwareRecord();
     if (!readRecord(record.get(), Constants::HWINFO_BOARD, productName)) {
         LOG(Error, "Could not read product name.");
@@ -58,7 +56,7 @@ void SettingsManager::readHardwareIdentity() {
     LOG(LogLight, "HW: %s %s %s", productName.c_str(), serial.c_str(), revision.c_str());
 }
 
-void SettingsManager::readSoftwareIdentity() {
+void ProductInfo::readSoftwareIdentity() {
     std::ifstream info(Constants::PRODUCT_INFO_FILE);
     if (!info.is_open()) {
         LOG(Error, "Could not read product info.");
@@ -74,7 +72,7 @@ void SettingsManager::readSoftwareIdentity() {
     LOG(LogLight, "SW: %s %s", productVersion.c_str(), lastCommit.c_str());
 }
 
-void SettingsManager::writeProductInfo() {
+void ProductInfo::publish() const {
     setVariable(gen::memPersistent().ProductName, Notify{VarProductNameChanged, 0, 0},
                 productName.c_str());
     setVariable(gen::memPersistent().ProductVersion, Notify{VarProductVersionChanged, 0, 0},

@@ -1,23 +1,19 @@
-// Reading settings documents into MemPersistent: loading a file, applying a
-// document with range checks, reporting parse errors, capturing the defaults
-// and the factory reset.
-#include "settingsmanager.h"
+#include "settingsloader.h"
 
-#include "constants.h"
 #include "documentformat.h"
 #include "documenttext.h"
 #include "flagvariable.h"
-#include "folderpath.h"
 #include "introspection.h"
 #include "json.h"
 #include "log.h"
 #include "records.h"
+#include "settingsfolder.h"
+#include "settingsstore.h"
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
+#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace {
@@ -27,8 +23,6 @@ constexpr int EXCERPT_LEAD = 20;
 constexpr std::size_t EXCERPT_LENGTH = 41;
 // Keys of the product information, written into every document but never read back.
 constexpr const char* PRODUCT_PREFIX = "Product";
-constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
-constexpr const char* DAMAGED_SUFFIX = ".damaged";
 
 // EXCERPT_LENGTH characters of `text` with the one at `position` at index
 // EXCERPT_LEAD; blanks stand in for characters before the text's start.
@@ -60,74 +54,49 @@ std::string rangeCheckText(uint32_t baseType, const std::string& value) {
 
 } // namespace
 
-std::string SettingsManager::currentFileName() {
-    return std::string(Constants::CURRENT_USERSETTINGS_FILE) + Constants::SETUPS_EXTENSION;
-}
+SettingsLoader::SettingsLoader(const SettingsFolder& folder, SettingsStore& store, uint32_t memory)
+    : folder(folder), store(store), memory(memory) {}
 
-std::string SettingsManager::damagedFileName() {
-    return currentFileName() + DAMAGED_SUFFIX;
-}
-
-std::optional<std::string> SettingsManager::readSettingsText(const std::string& fileName) const {
-    const std::string path = settingsPath + fileName;
-    std::error_code error;
-    if (!FolderPath::liesIn(settingsPath, path) || !std::filesystem::is_regular_file(path, error)) {
-        return std::nullopt;
-    }
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    if (!file.is_open() || file.bad()) {
-        return std::nullopt;
-    }
-    std::string content = text.str();
-    if (std::string_view(content).substr(0, BYTE_ORDER_MARK.size()) == BYTE_ORDER_MARK) {
-        content.erase(0, BYTE_ORDER_MARK.size());
-    }
-    return content;
-}
-
-bool SettingsManager::loadSetting(const std::string& fileName, bool storeAfterLoad) {
-    const std::optional<std::string> text = readSettingsText(fileName);
+bool SettingsLoader::load(const std::string& fileName, bool storeAfterLoad) {
+    const std::optional<std::string> text = folder.readText(fileName);
     if (!text) {
         setFlag(gen::memDeviceState().FileNotFound, VarFileNotFoundChanged, true);
         LOG(Error, "Could not open settings file: %s", fileName.c_str());
         return false;
     }
-    const bool result = parseJsonStringStreamAndSetValues(std::stringstream(*text));
+    const bool result = apply(std::stringstream(*text));
     if (storeAfterLoad) {
-        saveCurrentSettings();
+        store.saveCurrent();
     }
     return result;
 }
 
-// Start-up: ".current.stp", or its backup when it is damaged, or the defaults
-// when neither is a complete document (see the header's choices).
-void SettingsManager::loadCurrentSettings() {
-    const std::string current = currentFileName();
-    if (isMissing(settingsPath + current) && isMissing(settingsPath + backupFileName())) {
-        loadSetting(current, false);
+void SettingsLoader::loadCurrent() {
+    const std::string current = SettingsFolder::currentFileName();
+    const bool currentMissing = SettingsFolder::isMissing(folder.currentPath());
+    if (currentMissing && SettingsFolder::isMissing(folder.backupPath())) {
+        load(current, false);
         return;
     }
-    if (!isMissing(settingsPath + current)) {
+    if (!currentMissing) {
         if (loadsWhole(current)) {
             return;
         }
         keepDamagedFile();
     }
-    if (loadsWhole(backupFileName())) {
-        LOG(Warn, "Settings restored from the backup %s", backupFileName().c_str());
+    if (loadsWhole(SettingsFolder::backupFileName())) {
+        LOG(Warn, "Settings restored from the backup %s", SettingsFolder::backupFileName().c_str());
     } else {
         LOG(Error, "No usable backup of the settings; the defaults apply");
-        parseJsonStringStreamAndSetValues(defaults);
+        apply(defaults);
     }
-    saveCurrentSettings();
+    store.saveCurrent();
 }
 
 // Applies the settings file when it is a complete document; false, with the
 // reason logged, when it is not (nothing is applied then).
-bool SettingsManager::loadsWhole(const std::string& fileName) {
-    const std::optional<std::string> text = readSettingsText(fileName);
+bool SettingsLoader::loadsWhole(const std::string& fileName) {
+    const std::optional<std::string> text = folder.readText(fileName);
     if (!text) {
         LOG(Error, "Could not read settings file: %s", fileName.c_str());
         return false;
@@ -142,7 +111,7 @@ bool SettingsManager::loadsWhole(const std::string& fileName) {
         return false;
     }
     try {
-        applyDocument(reader);
+        apply(reader);
         return true;
     } catch (const std::exception& error) {
         LOG(Error, "Could not apply settings file %s: %s", fileName.c_str(), error.what());
@@ -152,31 +121,32 @@ bool SettingsManager::loadsWhole(const std::string& fileName) {
 
 // Moves a damaged ".current.stp" aside, where no save replaces it; an earlier
 // damaged file gives way.
-void SettingsManager::keepDamagedFile() {
-    const std::string damaged = settingsPath + damagedFileName();
+void SettingsLoader::keepDamagedFile() {
+    const std::string damaged = folder.damagedPath();
     std::error_code error;
     std::filesystem::remove_all(damaged, error);
-    std::filesystem::rename(settingsPath + currentFileName(), damaged, error);
+    std::filesystem::rename(folder.currentPath(), damaged, error);
     if (error) {
         LOG(Error, "Could not keep the damaged settings file aside: %s", error.message().c_str());
     } else {
-        LOG(Error, "The damaged settings file is kept as %s", damagedFileName().c_str());
+        LOG(Error, "The damaged settings file is kept as %s",
+            SettingsFolder::damagedFileName().c_str());
     }
 }
 
-bool SettingsManager::parseJsonStringStreamAndSetValues(const std::stringstream& document) {
+bool SettingsLoader::apply(const std::stringstream& document) {
     const std::string text = document.str();
     Json reader;
     if (!reader.parse(text)) {
         printJsonError(reader.errorPosition, text);
         return false;
     }
-    return applyDocument(reader);
+    return apply(reader);
 }
 
 // Unsubscribed from everything while storing, so that the service does not
 // hear its own writes.
-bool SettingsManager::applyDocument(const Json& reader) {
+bool SettingsLoader::apply(const Json& reader) {
     gen::getServerConnection()->postEvent(Notify{UnsubscribeAll, 0, 0});
     bool result = true;
     for (const auto& [key, value] : reader.items) {
@@ -194,9 +164,8 @@ bool SettingsManager::applyDocument(const Json& reader) {
 // Stores `value` into the persistent variable named `key` (names are unique in
 // a memory); false when a setter reported an error.  Values out of range are
 // logged and skipped, unknown names are passed over.
-bool SettingsManager::applyValue(const std::string& key, const std::string& text,
-                                 const std::vector<Json::Item>& document) {
-    const uint32_t memory = persistentMemoryIndex;
+bool SettingsLoader::applyValue(const std::string& key, const std::string& text,
+                                const std::vector<Json::Item>& document) {
     const std::optional<uint32_t> found = Introspection::findVarIndex(memory, key);
     if (!found) {
         return true;
@@ -233,7 +202,7 @@ bool SettingsManager::applyValue(const std::string& key, const std::string& text
 
 // Stores the elements of a struct array given as a JSON array of objects whose
 // fields each hold a member "value"; the setters' error texts, joined.
-std::string SettingsManager::setStructArray(uint32_t variable, const std::string& value) {
+std::string SettingsLoader::setStructArray(uint32_t variable, const std::string& value) {
     std::string errors;
     Json array;
     if (!array.parse(value)) {
@@ -264,39 +233,40 @@ std::string SettingsManager::setStructArray(uint32_t variable, const std::string
                 stored.value = DocumentText::unescape(stored.value);
             }
             const std::vector<Json::Item> list{{field, stored}};
-            errors += Introspection::setVarValueJson(persistentMemoryIndex, variable, list,
-                                                     static_cast<int>(element));
+            errors +=
+                Introspection::setVarValueJson(memory, variable, list, static_cast<int>(element));
         }
     }
     return errors;
 }
 
-void SettingsManager::printJsonError(int position, const std::string& text) {
+void SettingsLoader::printJsonError(int position, const std::string& text) const {
     LOG(Error, "JSON parse error at %d", position);
     LOG(Error, "%s", excerpt(position, text).c_str());
     LOG(Error, "                    ^ here");
 }
 
 // A missing ".current.stp" is written from the defaults only when there is no
-// backup either: with a backup, loadCurrentSettings restores from it.
-void SettingsManager::getDefaultSettings() {
-    defaults = getCurrentValues();
-    if (isMissing(settingsPath + currentFileName()) && isMissing(settingsPath + backupFileName())) {
-        saveCurrentSettings();
+// backup either: with a backup, loadCurrent restores from it.
+void SettingsLoader::captureDefaults() {
+    defaults = store.currentValues();
+    if (SettingsFolder::isMissing(folder.currentPath()) &&
+        SettingsFolder::isMissing(folder.backupPath())) {
+        store.saveCurrent();
     }
 }
 
-void SettingsManager::factoryReset() {
+void SettingsLoader::factoryReset(const std::function<void()>& emptyFolder) {
     if (!gen::memGuiLocal().FactoryReset) {
         return;
     }
     LOG(LogLight, "Factory reset started");
     try {
-        navigator.removeAll();
+        emptyFolder();
     } catch (const std::exception& error) {
         LOG(Error, "Factory reset could not empty the settings folder: %s", error.what());
     }
-    parseJsonStringStreamAndSetValues(defaults);
+    apply(defaults);
     setFlag(gen::memGuiLocal().FactoryReset, VarFactoryResetChanged, false);
     LOG(LogLight, "Factory reset done");
 }

@@ -1,14 +1,14 @@
 // The service's lifecycle: construction, start-up, the event loop with its
-// once-a-second save check, and shutdown.
+// once-a-second save check and its reconnection to the broker, and shutdown.
 #include "settingsmanager.h"
 
-#include "atomicfile.h"
 #include "constants.h"
 #include "eventpoll.h"
 #include "introspection.h"
 #include "log.h"
 #include "memories.h"
 #include "readiness.h"
+#include "records.h"
 #include "signalbyname.h"
 
 #include <csignal>
@@ -22,16 +22,24 @@ namespace {
 
 // Octal 0766: deliberately group- and other-writable without execute bits.
 constexpr mode_t SETTINGS_FOLDER_MODE = 0766;
-constexpr int SAVE_CHECK_WAIT_MS = 1000;
-constexpr std::chrono::nanoseconds SAVE_CHECK_PERIOD{999'999'999};
 // The supervisor's process name, signalled under a debugger.
 constexpr const char* SUPERVISOR_NAME = "super";
+
+// The request events, each served by handleEvent when its flag is set.
+constexpr EventId REQUEST_EVENTS[] = {
+    VarFactoryResetChanged,
+    VarUserSetupAcceptLoadFileNameChanged,
+    VarUserSetupAcceptSaveFileNameChanged,
+    VarUserSetupAddNewChanged,
+    VarUserSetupRenameChanged,
+    VarUserSetupOverwriteFileChanged,
+    VarUserSetupDeleteChanged,
+};
 
 } // namespace
 
 SettingsManager::SettingsManager()
-    : lastSaveCheck(), persistentMemoryIndex(0),
-      folderMonitor(gen::getEventPoll(),
+    : folderMonitor(gen::getEventPoll(),
                     [this](inotify_event const& event) {
                         // Hidden names are never listed: the service's own
                         // files change nothing in the list.
@@ -39,11 +47,9 @@ SettingsManager::SettingsManager()
                             refreshUserSettingList();
                         }
                     }),
-      navigator({}, {}), dirty(false), renamePending(false), loaded(false) {
-    createAndInitMemories();
-    settingsPath = Constants::LOCAL_FOLDER;
-    settingsPath += Constants::SETUPS_FOLDER;
-}
+      persistentMemoryIndex(createAndInitMemories()),
+      store(folder, productInfo, persistentMemoryIndex),
+      loader(folder, store, persistentMemoryIndex), userSetups(folder, store, loader) {}
 
 SettingsManager::~SettingsManager() {
     try {
@@ -56,36 +62,37 @@ SettingsManager::~SettingsManager() {
     }
 }
 
-void SettingsManager::createAndInitMemories() {
+uint32_t SettingsManager::createAndInitMemories() {
     gen::init();
-    persistentMemoryIndex = Introspection::getMemIndex("MemPersistent");
+    const uint32_t memory = Introspection::getMemIndex("MemPersistent");
     gen::getServerConnection()->setEventHandler(this);
+    return memory;
 }
 
 bool SettingsManager::init() {
     bool result = false;
-    readHardwareIdentity();
-    readSoftwareIdentity();
+    productInfo.readHardwareIdentity();
+    productInfo.readSoftwareIdentity();
+    const std::string& path = folder.path();
     struct stat status {};
-    if (::stat(settingsPath.c_str(), &status) != 0 &&
-        ::mkdir(settingsPath.c_str(), SETTINGS_FOLDER_MODE) != 0) {
+    if (::stat(path.c_str(), &status) != 0 && ::mkdir(path.c_str(), SETTINGS_FOLDER_MODE) != 0) {
         LOG(Error, "Could not create the settings folder.");
     } else {
-        removeStaleTemporaries();
+        folder.removeTemporaries();
         getDefaultSettings();
-        loadCurrentSettings();
+        loader.loadCurrent();
         loaded = true;
         result = true;
     }
     signalReadiness();
     try {
-        navigator.setRootPath(settingsPath);
+        userSetups.openFolder();
     } catch (const std::filesystem::filesystem_error& error) {
         LOG(LogLight, "Could not set settings path: %s", error.what());
     }
     updateUserSettingList();
     openFolderMonitor();
-    lastSaveCheck = std::chrono::steady_clock::now();
+    saveCheck.restart();
     return result;
 }
 
@@ -113,18 +120,6 @@ void SettingsManager::signalReadiness() {
     }
 }
 
-// Temporary files of writes that were cut off (see atomicfile.h).
-void SettingsManager::removeStaleTemporaries() {
-    std::error_code error;
-    for (auto entry = std::filesystem::directory_iterator(settingsPath, error);
-         !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-        if (AtomicFile::isTemporaryName(entry->path().filename().string())) {
-            std::error_code ignored;
-            std::filesystem::remove(entry->path(), ignored);
-        }
-    }
-}
-
 void SettingsManager::refreshUserSettingList() {
     try {
         updateUserSettingList();
@@ -135,7 +130,7 @@ void SettingsManager::refreshUserSettingList() {
 
 void SettingsManager::openFolderMonitor() {
     try {
-        folderMonitor.open(settingsPath.c_str(), FOLDER_EVENTS);
+        folderMonitor.open(folder.path().c_str(), FOLDER_EVENTS);
     } catch (...) {
         LOG(Error, "Monitoring the user-setup folder is not possible");
     }
@@ -145,15 +140,15 @@ int SettingsManager::doWork() {
     EventPoll& poll = gen::getEventPoll();
     int result = poll.wait(-1, false);
     while (result != EventPoll::Terminate) {
-        const auto now = std::chrono::steady_clock::now();
-        if (now - lastSaveCheck <= SAVE_CHECK_PERIOD) {
-            result = poll.wait(SAVE_CHECK_WAIT_MS, false);
+        if (brokerLost) {
+            reconnectBroker();
+        }
+        if (!saveCheck.due()) {
+            result = poll.wait(OncePerSecond::WAIT_MS, false);
             continue;
         }
-        lastSaveCheck = now;
-        if (dirty) {
-            dirty = false;
-            saveCurrentSettings();
+        if (store.isDirty()) {
+            store.saveIfDirty();
             // The save's own folder events are taken now, so that they do not
             // count as activity that starts another one-second wait.
             result = poll.wait(0, false);
@@ -161,15 +156,88 @@ int SettingsManager::doWork() {
                 break;
             }
         }
-        // A save that failed, or a change taken with the save's folder events,
-        // left the settings dirty: check again in a second.
-        result = poll.wait(dirty ? SAVE_CHECK_WAIT_MS : -1, false);
+        // A save that failed, a change taken with the save's folder events, or
+        // a broker that is away: look again in a second.
+        const bool waiting = store.isDirty() || brokerLost;
+        result = poll.wait(waiting ? OncePerSecond::WAIT_MS : -1, false);
     }
     return result;
+}
+
+void SettingsManager::connectionLost() {
+    if (!brokerLost) {
+        LOG(Error, "Lost the connection to the message broker");
+    }
+    brokerLost = true;
+    reconnectAttempt.restart();
+}
+
+void SettingsManager::reconnectBroker() {
+    ServerConnection* connection = gen::getServerConnection();
+    if (connection == nullptr || !reconnectAttempt.due() || !connection->reconnect()) {
+        return;
+    }
+    brokerLost = false;
+    try {
+        gen::subscribeNotifications();
+    } catch (const std::exception& error) {
+        LOG(Error, "Could not subscribe again: %s", error.what());
+        return;
+    }
+    servePendingRequests();
+    refreshUserSettingList();
+    store.markDirty();
+}
+
+void SettingsManager::servePendingRequests() {
+    for (const EventId event : REQUEST_EVENTS) {
+        handleEvent(Notify{event, 0, 0});
+    }
 }
 
 bool SettingsManager::close() {
     const bool stored = loaded && storeToMemory(Constants::CURRENT_USERSETTINGS_FILE);
     gen::closeServerConnection();
     return stored;
+}
+
+bool SettingsManager::loadSetting(const std::string& fileName, bool storeAfterLoad) {
+    return loader.load(fileName, storeAfterLoad);
+}
+
+bool SettingsManager::parseJsonStringStreamAndSetValues(const std::stringstream& document) {
+    return loader.apply(document);
+}
+
+void SettingsManager::printJsonError(int position, const std::string& text) {
+    loader.printJsonError(position, text);
+}
+
+void SettingsManager::getDefaultSettings() {
+    loader.captureDefaults();
+}
+
+void SettingsManager::addUpdate(EventId event) {
+    store.addUpdate(event);
+}
+
+std::stringstream SettingsManager::getCurrentValues() {
+    return store.currentValues();
+}
+
+bool SettingsManager::storeToMemory(const char* name) {
+    return store.store(name);
+}
+
+void SettingsManager::updateUserSettingList() {
+    userSetups.updateList();
+}
+
+void SettingsManager::writeProductInfo() {
+    productInfo.publish();
+}
+
+std::array<char, SettingsManager::SETUP_NAME_SIZE>
+SettingsManager::proposedSetupName(std::time_t when) {
+    return UserSetups::proposedName(when);
 }

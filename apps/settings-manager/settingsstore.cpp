@@ -1,18 +1,16 @@
-// Change tracking and writing settings documents from the live values of
-// MemPersistent.
-#include "settingsmanager.h"
+#include "settingsstore.h"
 
 #include "atomicfile.h"
 #include "constants.h"
 #include "documentformat.h"
 #include "documenttext.h"
-#include "folderpath.h"
 #include "introspection.h"
 #include "log.h"
 #include "printers.h"
+#include "productinfo.h"
+#include "settingsfolder.h"
 
-#include <filesystem>
-#include <fstream>
+#include <optional>
 #include <string>
 
 namespace {
@@ -20,29 +18,29 @@ namespace {
 // The code of a buffer; BaseType has no name for it, the catalogue gives
 // buffers the code of strings.
 constexpr uint32_t BUFFER_BASE_TYPE = 4;
-// The hidden backup of ".current.stp": the file it last replaced.
-constexpr const char* BACKUP_SUFFIX = ".backup";
 
 } // namespace
 
+SettingsStore::SettingsStore(const SettingsFolder& folder, const ProductInfo& product,
+                             uint32_t memory)
+    : folder(folder), product(product), memory(memory) {}
+
 // The variable comes from the catalogue's event index (every event belongs to
 // one variable at most); only a persistent one is logged.
-void SettingsManager::addUpdate(EventId event) {
-    uint32_t memory = 0;
+void SettingsStore::addUpdate(EventId event) {
+    uint32_t eventMemory = 0;
     uint32_t variable = 0;
-    Introspection::getVarLocation(Notify{event, 0, 0}, memory, variable);
-    if (memory == persistentMemoryIndex &&
-        Introspection::getVarEvent(memory, variable).id == event) {
+    Introspection::getVarLocation(Notify{event, 0, 0}, eventMemory, variable);
+    if (eventMemory == memory && Introspection::getVarEvent(memory, variable).id == event) {
         LOG(LogLight, "%s changed to %s", Introspection::getVarName(memory, variable),
             Introspection::getVarValue(memory, variable, 0).c_str());
     }
     dirty = true;
 }
 
-std::stringstream SettingsManager::getCurrentValues() {
-    writeProductInfo();
+std::stringstream SettingsStore::currentValues() const {
+    product.publish();
     const Introspection::DocumentEscape escapeStructTexts;
-    const uint32_t memory = persistentMemoryIndex;
     const uint32_t count = Introspection::getVarCount(memory);
     std::stringstream document;
     document << "{" << std::endl;
@@ -75,28 +73,17 @@ std::stringstream SettingsManager::getCurrentValues() {
     return document;
 }
 
-bool SettingsManager::isMissing(const std::string& path) {
-    std::error_code error;
-    const auto type = std::filesystem::status(path, error).type();
-    return type == std::filesystem::file_type::not_found ||
-           type == std::filesystem::file_type::none;
-}
-
-std::string SettingsManager::backupFileName() {
-    return currentFileName() + BACKUP_SUFFIX;
-}
-
-bool SettingsManager::storeToMemory(const char* name) {
+bool SettingsStore::store(const char* name) {
     const std::string fileName = std::string(name) + Constants::SETUPS_EXTENSION;
-    const std::string path = settingsPath + fileName;
-    const bool current = fileName == currentFileName();
+    const bool current = fileName == SettingsFolder::currentFileName();
+    const std::optional<std::string> path = folder.pathOf(fileName);
     std::string error = "the name does not stay inside the settings folder";
-    if (FolderPath::liesIn(settingsPath, path)) {
-        const std::string document = getCurrentValues().str();
+    if (path) {
+        const std::string document = currentValues().str();
         if (current) {
             keepBackup();
         }
-        error = AtomicFile::write(path, document);
+        error = AtomicFile::write(*path, document);
     }
     if (error.empty()) {
         if (current) {
@@ -113,23 +100,29 @@ bool SettingsManager::storeToMemory(const char* name) {
     return false;
 }
 
-bool SettingsManager::saveCurrentSettings() {
-    const bool saved = storeToMemory(Constants::CURRENT_USERSETTINGS_FILE);
+bool SettingsStore::saveCurrent() {
+    const bool saved = store(Constants::CURRENT_USERSETTINGS_FILE);
     if (!saved) {
         dirty = true;
     }
     return saved;
 }
 
+void SettingsStore::saveIfDirty() {
+    if (dirty) {
+        dirty = false;
+        saveCurrent();
+    }
+}
+
 // The file that ".current.stp" is about to replace becomes the backup, when it
 // is a complete document; an incomplete one never replaces a good backup.
-void SettingsManager::keepBackup() {
-    const std::optional<std::string> text = readSettingsText(currentFileName());
+void SettingsStore::keepBackup() {
+    const std::optional<std::string> text = folder.readText(SettingsFolder::currentFileName());
     if (!text || !DocumentText::isCompleteDocument(*text)) {
         return;
     }
-    const std::string error =
-        AtomicFile::linkOver(settingsPath + currentFileName(), settingsPath + backupFileName());
+    const std::string error = AtomicFile::linkOver(folder.currentPath(), folder.backupPath());
     if (!error.empty()) {
         LOG(Warn, "Could not keep a backup of the settings: %s", error.c_str());
     }

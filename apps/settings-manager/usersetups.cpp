@@ -1,42 +1,59 @@
-// User setups: the list of setup files in MemUserSetups and the requests of
-// the user-setup dialogue (load, save, new name, rename, overwrite, delete).
-#include "settingsmanager.h"
+#include "usersetups.h"
 
-#include "constants.h"
 #include "flagvariable.h"
-#include "folderpath.h"
 #include "log.h"
 #include "records.h"
 #include "setters.h"
+#include "settingsfolder.h"
+#include "settingsloader.h"
+#include "settingsstore.h"
 
 #include <cstdio>
 #include <cstring>
-#include <ctime>
+#include <exception>
 #include <filesystem>
-#include <stdexcept>
+#include <functional>
 
 namespace {
 
 constexpr const char* SETUP_NAME_FORMAT = "%y%m%d_%H%M";
 constexpr const char* INDEX_OUT_OF_RANGE = "List index is out of range";
+constexpr const char* NOT_SAVED = "the user setup was not saved";
 
-bool isEmpty(const std::array<char, SettingsManager::SETUP_NAME_SIZE>& name) {
+bool isEmpty(const std::array<char, UserSetups::SETUP_NAME_SIZE>& name) {
     return name[0] == '\0';
 }
 
 // The name as text, read no further than its variable even when another
 // process left it without a terminator.
-std::string nameOf(const std::array<char, SettingsManager::SETUP_NAME_SIZE>& name) {
+std::string nameOf(const std::array<char, UserSetups::SETUP_NAME_SIZE>& name) {
     return std::string(name.data(), strnlen(name.data(), name.size()));
+}
+
+// Runs a file-system operation; its error text when it throws.
+UserSetups::Refusal attempt(const std::function<void()>& operation) {
+    try {
+        operation();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return std::nullopt;
 }
 
 } // namespace
 
-void SettingsManager::updateUserSettingList() {
+UserSetups::UserSetups(const SettingsFolder& folder, SettingsStore& store, SettingsLoader& loader)
+    : folder(folder), store(store), loader(loader), navigator({}, {}) {}
+
+void UserSetups::openFolder() {
+    navigator.setRootPath(folder.path());
+}
+
+void UserSetups::updateList() {
     auto& setups = gen::memUserSetups();
     int32_t count = 0;
     navigator.ls([&](const FileBrowserBase::EntryInfo& entry) {
-        if (count >= USER_SETUP_SLOTS) {
+        if (count >= SLOTS) {
             return;
         }
         auto& slot = setups.UserSetupList[count].UserSetupFileName;
@@ -48,8 +65,11 @@ void SettingsManager::updateUserSettingList() {
     setVariable(setups.UserSetupListSize, Notify{VarUserSetupListSizeChanged, 0, 0}, count);
 }
 
-std::array<char, SettingsManager::SETUP_NAME_SIZE>
-SettingsManager::proposedSetupName(std::time_t when) {
+void UserSetups::removeAll() {
+    navigator.removeAll();
+}
+
+std::array<char, UserSetups::SETUP_NAME_SIZE> UserSetups::proposedName(std::time_t when) {
     char text[64] = {};
     std::strftime(text, sizeof text, SETUP_NAME_FORMAT, std::localtime(&when));
     std::array<char, SETUP_NAME_SIZE> name{};
@@ -57,140 +77,172 @@ SettingsManager::proposedSetupName(std::time_t when) {
     return name;
 }
 
-void SettingsManager::loadUserSetup() {
+UserSetups::Refusal UserSetups::load() {
     auto& setups = gen::memUserSetups();
     if (!setups.UserSetupAcceptLoadFileName) {
-        return;
+        return std::nullopt;
     }
     const int32_t index = setups.UserSetupSelectedFileIndex;
     if (index < 0 || index >= setups.UserSetupListSize) {
         LOG(Error, INDEX_OUT_OF_RANGE);
     } else {
-        loadSetting(listedEntry(index), true);
+        std::string path;
+        if (Refusal refusal = listedPath(index, path)) {
+            return refusal;
+        }
+        loader.load(listEntry(index), true);
     }
     setFlag(setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged, false);
+    return std::nullopt;
 }
 
-void SettingsManager::saveUserSetup() {
+UserSetups::Refusal UserSetups::save() {
     auto& setups = gen::memUserSetups();
     if (!setups.UserSetupAcceptSaveFileName) {
-        return;
+        return std::nullopt;
     }
+    if (Refusal refusal = writeUnlessTaken(
+            false, [this](const std::string& name, const std::string&) { return saveAs(name); })) {
+        return refusal;
+    }
+    setFlag(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged, false);
+    return std::nullopt;
+}
+
+UserSetups::Refusal UserSetups::proposeNew() {
+    auto& setups = gen::memUserSetups();
+    if (!setups.UserSetupAddNew) {
+        return std::nullopt;
+    }
+    setFlag(setups.UserSetupAddNew, VarUserSetupAddNewChanged, false);
+    setups.UserSetupSave = proposedName(std::time(nullptr));
+    postEvent(Notify{VarUserSetupSaveChanged, 0, 0});
+    return std::nullopt;
+}
+
+UserSetups::Refusal UserSetups::rename() {
+    auto& setups = gen::memUserSetups();
+    if (!setups.UserSetupRename) {
+        return std::nullopt;
+    }
+    std::string source;
+    if (Refusal refusal = listedPath(setups.UserSetupSelectedFileIndex, source)) {
+        return refusal;
+    }
+    setFlag(setups.UserSetupRename, VarUserSetupRenameChanged, false);
+    return writeUnlessTaken(
+        true, [&](const std::string&, const std::string& target) { return move(source, target); });
+}
+
+UserSetups::Refusal UserSetups::overwrite() {
+    auto& setups = gen::memUserSetups();
+    if (!setups.UserSetupOverwriteFile) {
+        return std::nullopt;
+    }
+    setFlag(setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged, false);
+    if (isEmpty(setups.UserSetupSave)) {
+        return std::nullopt;
+    }
+    const std::string name = nameOf(setups.UserSetupSave);
+    std::string target;
+    if (Refusal refusal = checkedSetupPath(name, target)) {
+        return refusal;
+    }
+    std::string source;
+    if (renamePending) {
+        if (Refusal refusal = listedPath(setups.UserSetupSelectedFileIndex, source)) {
+            return refusal;
+        }
+    }
+    if (Refusal refusal = renamePending ? move(source, target) : saveAs(name)) {
+        return refusal;
+    }
+    setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
+    return std::nullopt;
+}
+
+UserSetups::Refusal UserSetups::writeUnlessTaken(bool isRename, const Writer& write) {
+    auto& setups = gen::memUserSetups();
     if (!isEmpty(setups.UserSetupSave)) {
         const std::string name = nameOf(setups.UserSetupSave);
-        if (isMissing(checkedSetupPath(name.c_str()))) {
-            if (!storeToMemory(name.c_str())) {
-                throw std::runtime_error("the user setup was not saved");
+        std::string target;
+        if (Refusal refusal = checkedSetupPath(name, target)) {
+            return refusal;
+        }
+        if (SettingsFolder::isMissing(target)) {
+            if (Refusal refusal = write(name, target)) {
+                return refusal;
             }
             setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
         } else {
             setFlag(gen::memDeviceState().FileAlreadyExists, VarFileAlreadyExistsChanged, true);
-            renamePending = false;
+            renamePending = isRename;
         }
     }
     setFlag(setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
-    setFlag(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged, false);
+    return std::nullopt;
 }
 
-void SettingsManager::proposeNewUserSetup() {
-    auto& setups = gen::memUserSetups();
-    if (!setups.UserSetupAddNew) {
-        return;
+UserSetups::Refusal UserSetups::saveAs(const std::string& name) {
+    if (!store.store(name.c_str())) {
+        return NOT_SAVED;
     }
-    setFlag(setups.UserSetupAddNew, VarUserSetupAddNewChanged, false);
-    setups.UserSetupSave = proposedSetupName(std::time(nullptr));
-    postEvent(Notify{VarUserSetupSaveChanged, 0, 0});
+    return std::nullopt;
 }
 
-void SettingsManager::renameUserSetup() {
-    auto& setups = gen::memUserSetups();
-    const int32_t index = setups.UserSetupSelectedFileIndex;
-    if (!setups.UserSetupRename) {
-        return;
-    }
-    const std::string source = settingsPath + listedEntry(index);
-    setFlag(setups.UserSetupRename, VarUserSetupRenameChanged, false);
-    if (!isEmpty(setups.UserSetupSave)) {
-        const std::string target = checkedSetupPath(nameOf(setups.UserSetupSave).c_str());
-        if (isMissing(target)) {
-            std::filesystem::rename(source, target);
-            setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
-        } else {
-            setFlag(gen::memDeviceState().FileAlreadyExists, VarFileAlreadyExistsChanged, true);
-            renamePending = true;
-        }
-    }
-    setFlag(setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
+UserSetups::Refusal UserSetups::move(const std::string& source, const std::string& target) {
+    return attempt([&] { std::filesystem::rename(source, target); });
 }
 
-void SettingsManager::overwriteUserSetup() {
-    auto& setups = gen::memUserSetups();
-    if (!setups.UserSetupOverwriteFile) {
-        return;
-    }
-    setFlag(setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged, false);
-    if (isEmpty(setups.UserSetupSave)) {
-        return;
-    }
-    const std::string name = nameOf(setups.UserSetupSave);
-    const std::string target = checkedSetupPath(name.c_str());
-    if (renamePending) {
-        std::filesystem::rename(settingsPath + listedEntry(setups.UserSetupSelectedFileIndex),
-                                target);
-    } else if (!storeToMemory(name.c_str())) {
-        throw std::runtime_error("the user setup was not saved");
-    }
-    setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
-}
-
-void SettingsManager::deleteUserSetup() {
+UserSetups::Refusal UserSetups::remove() {
     auto& setups = gen::memUserSetups();
     if (!setups.UserSetupDelete) {
-        return;
+        return std::nullopt;
     }
-    const std::string path = settingsPath + listedEntry(setups.UserSetupSelectedFileIndex);
-    const auto status = std::filesystem::status(path);
-    if (std::filesystem::is_directory(status)) {
-        LOG(Error, "Not deleting %s: it is a folder", path.c_str());
-    } else if (std::filesystem::exists(status)) {
-        std::filesystem::remove(path);
+    std::string path;
+    if (Refusal refusal = listedPath(setups.UserSetupSelectedFileIndex, path)) {
+        return refusal;
+    }
+    if (Refusal refusal = attempt([&] {
+            const auto status = std::filesystem::status(path);
+            if (std::filesystem::is_directory(status)) {
+                LOG(Error, "Not deleting %s: it is a folder", path.c_str());
+            } else if (std::filesystem::exists(status)) {
+                std::filesystem::remove(path);
+            }
+        })) {
+        return refusal;
     }
     setFlag(setups.UserSetupDelete, VarUserSetupDeleteChanged, false);
+    return std::nullopt;
 }
 
-std::string SettingsManager::listEntry(int32_t index) const {
-    if (index < 0 || index >= USER_SETUP_SLOTS) {
+std::string UserSetups::listEntry(int32_t index) const {
+    if (index < 0 || index >= SLOTS) {
         return {};
     }
     const auto& slot = gen::memUserSetups().UserSetupList[index].UserSetupFileName;
     return std::string(slot.data(), strnlen(slot.data(), slot.size()));
 }
 
-std::string SettingsManager::setupPath(const char* name) const {
-    char path[PATH_BUFFER_SIZE];
-    std::snprintf(path, sizeof path, "%s%s%s", settingsPath.c_str(), name,
-                  Constants::SETUPS_EXTENSION);
-    return path;
-}
-
-std::string SettingsManager::listedEntry(int32_t index) const {
+UserSetups::Refusal UserSetups::listedPath(int32_t index, std::string& path) const {
     if (index < 0 || index >= gen::memUserSetups().UserSetupListSize) {
-        throw std::runtime_error(INDEX_OUT_OF_RANGE);
+        return INDEX_OUT_OF_RANGE;
     }
     const std::string entry = listEntry(index);
-    if (!FolderPath::isPlainName(entry) ||
-        !FolderPath::liesIn(settingsPath, settingsPath + entry)) {
-        throw std::runtime_error("list entry \"" + entry +
-                                 "\" is not a file of the settings folder");
+    const std::optional<std::string> checked = folder.pathOfVisible(entry);
+    if (!checked) {
+        return "list entry \"" + entry + "\" is not a file of the settings folder";
     }
-    return entry;
+    path = *checked;
+    return std::nullopt;
 }
 
-std::string SettingsManager::checkedSetupPath(const char* name) const {
-    const std::string path = setupPath(name);
-    if (!FolderPath::isPlainName(name) || !FolderPath::liesIn(settingsPath, path)) {
-        throw std::runtime_error(std::string("the user-setup name \"") + name +
-                                 "\" is not a plain file name");
+UserSetups::Refusal UserSetups::checkedSetupPath(const std::string& name, std::string& path) const {
+    const std::optional<std::string> checked = folder.setupPath(name);
+    if (!checked) {
+        return "the user-setup name \"" + name + "\" is not a plain file name";
     }
-    return path;
+    path = *checked;
+    return std::nullopt;
 }

@@ -464,3 +464,64 @@ TEST_F(LifecycleTest, AFailureOfTheFolderMonitorsCallbackIsLoggedAndTheLoopGoesO
     ASSERT_FALSE(texts.empty());
     EXPECT_EQ(texts.back().rfind("Could not refresh the user-setup list: ", 0), 0u) << texts.back();
 }
+
+TEST_F(ForkedServiceTest, ABrokerThatGoesAwayIsReachedAgainAndWhatHappenedMeanwhileIsServed) {
+    const pid_t child = startLoop();
+    ASSERT_GT(child, 0);
+    gen::openMemories();
+    testsupport::KmsgCapture log;
+
+    // The broker goes away; meanwhile a value changes unheard and the user
+    // interface asks for a new setup name.
+    broker.reset();
+    std::this_thread::sleep_for(200ms);
+    gen::memPersistent().FocusTorque = 5;
+    gen::memUserSetups().UserSetupSave = {};
+    gen::memUserSetups().UserSetupAddNew = true;
+    // Long enough for several attempts while no broker is there.
+    std::this_thread::sleep_for(2500ms);
+    EXPECT_TRUE(gen::memUserSetups().UserSetupAddNew);
+
+    CurrentFileWrites files;
+    const auto back = Clock::now();
+    broker = std::make_unique<BrokerStandIn>();
+    broker->accept();
+    const std::size_t subscriptions = 2 * SUBSCRIPTION_COUNT;
+    std::vector<Notify> records = broker->receive(subscriptions + 3, 5000);
+    ASSERT_GE(records.size(), subscriptions + 3);
+    EXPECT_TRUE(isSubscriptionSequence({records.begin(), records.begin() + subscriptions}));
+    EXPECT_THAT(ids({records.begin() + subscriptions, records.end()}),
+                testing::IsSupersetOf(
+                    {VarUserSetupAddNewChanged, VarUserSetupSaveChanged, VarUserSetupListChanged}));
+    EXPECT_FALSE(gen::memUserSetups().UserSetupAddNew);
+    EXPECT_NE(gen::memUserSetups().UserSetupSave[0], '\0');
+
+    // The change made while the broker was away is saved.
+    const auto saved = files.collect(back, 2500ms);
+    ASSERT_EQ(saved.size(), 1u);
+    EXPECT_NE(readFile(CURRENT).find("\"FocusTorque\": 5,"), std::string::npos);
+
+    // A change announced after the reconnect is heard and saved.
+    gen::memPersistent().FocusTorque = 6;
+    const auto change = Clock::now();
+    broker->send(Notify{VarFocusTorqueChanged, 0, 0});
+    ASSERT_EQ(files.collect(change, 2500ms).size(), 1u);
+    EXPECT_NE(readFile(CURRENT).find("\"FocusTorque\": 6,"), std::string::npos);
+
+    ::kill(child, SIGTERM);
+    EXPECT_TRUE(exitedWith(waitFor(child, 20s), 0));
+    std::vector<std::string> lost;
+    std::vector<std::string> again;
+    for (const std::string& line : log.lines()) {
+        if (line.find("Lost the connection to the message broker") != std::string::npos) {
+            lost.push_back(line);
+        }
+        if (line.find("Connected again") != std::string::npos) {
+            again.push_back(line);
+        }
+    }
+    ASSERT_EQ(lost.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(lost[0], gen::Error, "settingsmanager.cpp",
+                                       "Lost the connection to the message broker"));
+    EXPECT_EQ(again.size(), 1u);
+}

@@ -1,10 +1,15 @@
 // Loading settings documents into MemPersistent: the unsubscribe/subscribe
 // bracket, skipped keys, range checks, setter errors, parse errors, struct
 // arrays, missing files, the defaults and the factory reset.
+#include "introspection.h"
 #include "kmsgcapture.h"
 #include "logline.h"
+#include "productinfo.h"
 #include "records.h"
 #include "servicefixture.h"
+#include "settingsfolder.h"
+#include "settingsloader.h"
+#include "settingsstore.h"
 
 #include <filesystem>
 #include <sstream>
@@ -299,4 +304,41 @@ TEST_F(LoaderTest, FactoryResetDeletesTheFolderRestoresDefaultsAndClearsTheFlag)
                                        "Factory reset started"));
     EXPECT_TRUE(testsupport::isLogLine(lines.back(), gen::LogLight, "settingsloader.cpp",
                                        "Factory reset done"));
+}
+
+// The loader on its own: reading and applying a file through the folder.
+class SettingsLoaderTest : public ServiceTest {
+protected:
+    SettingsFolder folder;
+    ProductInfo product;
+    SettingsStore store{folder, product, Introspection::getMemIndex("MemPersistent")};
+    SettingsLoader loader{folder, store, Introspection::getMemIndex("MemPersistent")};
+};
+
+TEST_F(SettingsLoaderTest, AFileInTheFolderIsAppliedAndAFileOutsideIsNot) {
+    std::filesystem::create_directory(SETUPS);
+    writeFile(std::string(SETUPS) + "Studio.stp", "{\"ZoomTorque\": 4}");
+    writeFile("/var/Outside.stp", "{\"ZoomTorque\": 5}");
+    EXPECT_TRUE(loader.load("Studio.stp", false));
+    EXPECT_EQ(gen::memPersistent().ZoomTorque, 4);
+    EXPECT_FALSE(exists(CURRENT));
+    EXPECT_FALSE(loader.load("../Outside.stp", true));
+    EXPECT_EQ(gen::memPersistent().ZoomTorque, 4);
+    std::filesystem::remove("/var/Outside.stp");
+}
+
+TEST_F(SettingsLoaderTest, TheFactoryResetEmptiesTheFolderAndAppliesTheCapturedDefaults) {
+    std::filesystem::create_directory(SETUPS);
+    loader.captureDefaults();
+    EXPECT_TRUE(exists(CURRENT));
+    gen::memPersistent().ZoomTorque = 4;
+    bool emptied = false;
+    loader.factoryReset([&] { emptied = true; });
+    EXPECT_FALSE(emptied);
+    EXPECT_EQ(gen::memPersistent().ZoomTorque, 4);
+    gen::memGuiLocal().FactoryReset = true;
+    loader.factoryReset([&] { emptied = true; });
+    EXPECT_TRUE(emptied);
+    EXPECT_EQ(gen::memPersistent().ZoomTorque, 2);
+    EXPECT_FALSE(gen::memGuiLocal().FactoryReset);
 }

@@ -5,6 +5,7 @@
 #include "hwinfo.h"
 #include "kmsgcapture.h"
 #include "logline.h"
+#include "productinfo.h"
 #include "records.h"
 #include "servicefixture.h"
 
@@ -97,4 +98,20 @@ TEST_F(ProductInfoTest, PublishingAnUnchangedValuePostsNoEvent) {
     service->writeProductInfo();
     EXPECT_THAT(ids(posted()), ElementsAre(VarProductNameChanged));
     EXPECT_STREQ(gen::memPersistent().ProductName.data(), "Falcon 3");
+}
+
+TEST_F(ProductInfoTest, TheIdentityIsKeptAndPublishedByItsOwnObject) {
+    writeRecord("Heron 2", "SN-7", "1.0");
+    ProductInfo product;
+    EXPECT_EQ(product.name(), "");
+    product.readHardwareIdentity();
+    product.readSoftwareIdentity();
+    EXPECT_EQ(product.name(), "Heron 2");
+    EXPECT_EQ(product.version(), "0.0.0-dev");
+    EXPECT_STREQ(gen::memStatic().ProductSerial.data(), "SN-7");
+    posted();
+    product.publish();
+    EXPECT_STREQ(gen::memPersistent().ProductName.data(), "Heron 2");
+    EXPECT_STREQ(gen::memPersistent().ProductVersion.data(), "0.0.0-dev");
+    EXPECT_THAT(ids(posted()), testing::Contains(VarProductNameChanged));
 }

@@ -3,8 +3,11 @@
 #include "introspection.h"
 #include "kmsgcapture.h"
 #include "logline.h"
+#include "productinfo.h"
 #include "records.h"
 #include "servicefixture.h"
+#include "settingsfolder.h"
+#include "settingsstore.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -177,4 +180,33 @@ TEST_F(StoreTest, TextsWithQuotesBackslashesAndControlCharactersReadBackAsTheyWe
     EXPECT_STREQ(gen::memPersistent().RecentLensFiles[2].LensFileName.data(), "Zeta \"50\" [a]}{,");
     EXPECT_STREQ(gen::memPersistent().RecentLensFiles[2].LensFileSerial.data(), "S\\N\t1");
     EXPECT_EQ(service->getCurrentValues().str(), text);
+}
+
+// The store on its own: what it writes, and when it stays dirty.
+class SettingsStoreTest : public ServiceTest {
+protected:
+    SettingsFolder folder;
+    ProductInfo product;
+    SettingsStore store{folder, product, Introspection::getMemIndex("MemPersistent")};
+};
+
+TEST_F(SettingsStoreTest, SavingWhenDirtyWritesTheCurrentFileOnceAndClearsDirty) {
+    std::filesystem::create_directory(SETUPS);
+    store.saveIfDirty();
+    EXPECT_FALSE(exists(CURRENT));
+    gen::memPersistent().FocusTorque = 3;
+    store.addUpdate(VarFocusTorqueChanged);
+    EXPECT_TRUE(store.isDirty());
+    store.saveIfDirty();
+    EXPECT_FALSE(store.isDirty());
+    EXPECT_EQ(readFile(CURRENT), store.currentValues().str());
+    EXPECT_NE(readFile(CURRENT).find("\"FocusTorque\": 3,\n"), std::string::npos);
+}
+
+TEST_F(SettingsStoreTest, AFailedSaveLeavesTheSettingsDirty) {
+    store.markDirty();
+    store.saveIfDirty();
+    EXPECT_TRUE(store.isDirty());
+    EXPECT_FALSE(store.store("../escaped"));
+    EXPECT_FALSE(exists("/var/escaped.stp"));
 }

@@ -1,8 +1,14 @@
 // User setups: the list in MemUserSetups and the dialogue's requests.
+#include "introspection.h"
 #include "kmsgcapture.h"
 #include "logline.h"
+#include "productinfo.h"
 #include "records.h"
 #include "servicefixture.h"
+#include "settingsfolder.h"
+#include "settingsloader.h"
+#include "settingsstore.h"
+#include "usersetups.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -561,4 +567,62 @@ TEST_F(RefusedRequestsTest, ANameWithoutTerminatorIsReadNoFurtherThanItsVariable
     request(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged);
     EXPECT_TRUE(exists(inFolder(std::string(18, 'n') + ".stp")));
     EXPECT_EQ(setups.UserSetupSave[0], '\0');
+}
+
+// The dialogue on its own: a request it cannot carry out is answered with the
+// reason as a value, and it logs nothing itself.
+class UserSetupDialogueTest : public UserSetupsTest {
+protected:
+    SettingsFolder folder;
+    ProductInfo product;
+    SettingsStore store{folder, product, Introspection::getMemIndex("MemPersistent")};
+    SettingsLoader loader{folder, store, Introspection::getMemIndex("MemPersistent")};
+    UserSetups dialogue{folder, store, loader};
+};
+
+TEST_F(UserSetupDialogueTest, ARefusedRequestIsAReasonAndLogsNothing) {
+    auto& setups = gen::memUserSetups();
+    dialogue.openFolder();
+    dialogue.updateList();
+    setups.UserSetupSelectedFileIndex = 3;
+    setups.UserSetupRename = true;
+    setName("New");
+    testsupport::KmsgCapture log;
+    EXPECT_EQ(dialogue.rename(), "List index is out of range");
+    setName("../escaped");
+    setups.UserSetupAcceptSaveFileName = true;
+    EXPECT_EQ(dialogue.save(), "the user-setup name \"../escaped\" is not a plain file name");
+    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_FALSE(exists("/var/escaped.stp"));
+}
+
+TEST_F(UserSetupDialogueTest, ACarriedOutOrIgnoredRequestHasNoReason) {
+    auto& setups = gen::memUserSetups();
+    dialogue.openFolder();
+    setName("Studio");
+    setups.UserSetupAcceptSaveFileName = true;
+    EXPECT_EQ(dialogue.save(), std::nullopt);
+    EXPECT_TRUE(exists(inFolder("Studio.stp")));
+    EXPECT_FALSE(setups.UserSetupAcceptSaveFileName);
+    // The flag is cleared: nothing to do, no reason.
+    EXPECT_EQ(dialogue.save(), std::nullopt);
+    EXPECT_EQ(dialogue.remove(), std::nullopt);
+}
+
+TEST_F(UserSetupDialogueTest, AnExistingTargetWaitsForTheConfirmationAsARenameOrASave) {
+    auto& setups = gen::memUserSetups();
+    writeFile(inFolder("Old.stp"), "{\"ZoomTorque\": 4}");
+    writeFile(inFolder("Taken.stp"), "taken");
+    dialogue.openFolder();
+    dialogue.updateList();
+    setups.UserSetupSelectedFileIndex = 0;
+    setName("Taken");
+    setups.UserSetupRename = true;
+    EXPECT_EQ(dialogue.rename(), std::nullopt);
+    EXPECT_TRUE(gen::memDeviceState().FileAlreadyExists);
+    setups.UserSetupOverwriteFile = true;
+    EXPECT_EQ(dialogue.overwrite(), std::nullopt);
+    EXPECT_FALSE(exists(inFolder("Old.stp")));
+    EXPECT_EQ(readFile(inFolder("Taken.stp")), "{\"ZoomTorque\": 4}");
+    EXPECT_STREQ(setups.UserSetupSave.data(), "");
 }

@@ -203,8 +203,75 @@ def second_instance(options, memtool):
     check(current_identity() == before, "the settings file was written")
 
 
+BROKER_SEMAPHORE = "/dev/shm/sem.message-broker-ready"
+
+
+def broker_listens():
+    if not os.path.exists(BROKER_SEMAPHORE):
+        return False
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
+        try:
+            client.connect(SOCKET)
+        except OSError:
+            return False
+    return True
+
+
+def start_broker(options):
+    broker = subprocess.Popen(shlex.split(options.broker), stdin=subprocess.DEVNULL,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    check(wait_for(broker_listens, 20.0) is not None, "the broker does not listen")
+    return broker
+
+
+def stop(process, name):
+    process.send_signal(signal.SIGTERM)
+    status = process.wait(timeout=20)
+    say(name, f"exit status {status}")
+    return status
+
+
+def broker_restart(options, memtool):
+    """Plays the supervisor itself (devroot run stops at a broker's end): starts
+    broker and service, kills the broker, starts it again, and checks that the
+    service still saves changes and answers requests."""
+    broker = start_broker(options)
+    signals = []
+    signal.signal(signal.SIGUSR1, lambda number, _frame: signals.append(number))
+    service = subprocess.Popen(shlex.split(options.service), stdin=subprocess.DEVNULL)
+    try:
+        check(wait_for(lambda: signals, 20.0) is not None, "the service did not get ready")
+        time.sleep(SETTLE)
+        broker.kill()
+        broker.wait(timeout=20)
+        say("broker", "killed")
+        # Long enough for several reconnect attempts while no broker is there.
+        time.sleep(2.5)
+        check(service.poll() is None, "the service ended without its broker")
+        before = current_identity()
+        broker = start_broker(options)
+        say("broker", "started again")
+        # Once connected again the service saves what it may have missed.
+        check(wait_for(lambda: current_identity() != before, 10.0) is not None,
+              "the service did not save after the broker came back")
+        time.sleep(1.2)
+        start = time.monotonic()
+        memtool.run("set", "MemPersistent", "FocusTorque", "3")
+        landed = wait_for(current_has('"FocusTorque": 3,\n'), 5.0)
+        check(landed is not None, "a change after the restart never reached .current.stp")
+        say("written after", f"{time.monotonic() - start:.3f}")
+        memtool.run("request", "MemUserSetups", "UserSetupAddNew", "--timeout", "10")
+        proposed = memtool.run("get", "MemUserSetups", "UserSetupSave")
+        say("proposed", proposed)
+        check(re.fullmatch(r"\d{6}_\d{4}", proposed) is not None, "the request was not answered")
+    finally:
+        service_status = stop(service, "service")
+        stop(broker, "broker")
+    check(service_status == 0, "the service did not end with status 0")
+
+
 SCENARIOS = {"subscriptions": subscriptions, "change": change, "factory-reset": factory_reset,
-             "user-setups": user_setups, "idle": idle, "second-instance": second_instance}
+             "user-setups": user_setups, "idle": idle, "second-instance": second_instance, "broker-restart": broker_restart}
 
 
 def main():
@@ -213,6 +280,7 @@ def main():
     parser.add_argument("--memtool", required=True, help="memtool, emulator included")
     parser.add_argument("--catalogue")
     parser.add_argument("--service", help="settings-manager, emulator included")
+    parser.add_argument("--broker", help="message-broker, emulator included")
     options = parser.parse_args()
     try:
         SCENARIOS[options.scenario](options, Memtool(options.memtool))

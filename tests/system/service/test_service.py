@@ -224,6 +224,30 @@ class BrokerTest(ServiceTest):
         self.assertIn('entry 0: {"UserSetupFileName": {"value":"Studio.stp"', output)
 
 
+class BrokerRestartTest(ServiceTest):
+    def test_the_service_survives_a_restart_of_the_broker(self):
+        def command(path):
+            return shlex.join(shlex.split(ARGS.emulator) + [path])
+        argv = [ARGS.devroot, "exec", "--keep", self.root, "--bind-ro", ARGS.build,
+                "--bind-ro", HERE, "--", "/usr/bin/python3", os.path.join(HERE, "inside.py"),
+                "broker-restart", "--memtool", command(ARGS.memtool), "--service",
+                command(ARGS.service), "--broker", command(ARGS.broker)]
+        done = subprocess.run(argv, capture_output=True, text=True, timeout=240)
+        log = kmsglines.read_lines(os.path.join(self.root, "kmsg"))
+        report = done.stdout + done.stderr + "\n".join(log)
+        self.assertEqual(done.returncode, 0, report)
+        self.assertIn("broker: started again\n", done.stdout)
+        self.assertIn("service: exit status 0\n", done.stdout)
+        lost = [line for line in log if "Lost the connection to the message broker" in line]
+        self.assertEqual(len(lost), 1, report)
+        self.assertRegex(lost[0], line_pattern("Error", "settingsmanager.cpp",
+                                               "Lost the connection to the message broker"))
+        messages = [line[60:] for line in log if line.startswith(SERVICE_FIELD)]
+        self.assertEqual(messages.count("Connected again"), 1, report)
+        self.assertIn("FocusTorque changed to 3", messages)
+        self.assertIn('"FocusTorque": 3,\n', self.file("SETUPS/.current.stp"))
+
+
 def main():
     global ARGS
     parser = argparse.ArgumentParser()

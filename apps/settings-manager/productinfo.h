@@ -1,0 +1,31 @@
+// The unit's identity: the hardware identity from the hardware record and the
+// software identity from "/product.info", read at start, logged, and
+// published in shared memory.  The board name and software version are kept
+// here and copied into MemPersistent before every settings document is built,
+// so every settings file names the unit and software that wrote it.
+//
+// Choices made here:
+// - When the hardware record cannot be opened at all (HwInfo's constructor or
+//   initialize() throws, e.g. an eMMC device too short for the record), board,
+//   serial and revision all count as unreadable and become "Unknown" with their
+//   messages; the exception was logged where it was raised.
+#pragma once
+
+#include <string>
+
+class ProductInfo {
+public:
+    // Reads board, serial and revision; publishes serial and revision.
+    void readHardwareIdentity();
+    // Reads "/product.info"; publishes the last commit.
+    void readSoftwareIdentity();
+    // Copies the board name and software version into MemPersistent.
+    void publish() const;
+
+    const std::string& name() const { return productName; }
+    const std::string& version() const { return productVersion; }
+
+private:
+    std::string productName;
+    std::string productVersion;
+};

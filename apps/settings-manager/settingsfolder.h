@@ -1,0 +1,60 @@
+// The settings folder and every path the service builds in it.
+//
+// All paths of the service's files go through this class: the current
+// settings file with its backup and damaged copy, user setups by name, and
+// entries of the user-setup list.  Each path is checked to lie directly in
+// the folder (folderpath.h) before it is handed out; a name from the user
+// interface must moreover be a plain name.  Paths are joined as text, folder
+// followed by name, so the folder's doubled separator ("/var//SETUPS/") stays
+// as it is in every path and message.
+//
+// Choices made here:
+// - A settings file that begins with a UTF-8 byte-order mark is read without
+//   it.
+// - There is no length limit on a path: names are bounded by their variables
+//   (17 characters for a setup name, 21 for a list entry), so a path never
+//   reaches the 127 characters that a fixed buffer would cut.
+#pragma once
+
+#include <optional>
+#include <string>
+
+class SettingsFolder {
+public:
+    // ".current.stp", the file name of the current settings.
+    static std::string currentFileName();
+    // ".current.stp.backup", the current settings file that the last save replaced.
+    static std::string backupFileName();
+    // ".current.stp.damaged", a current settings file that could not be loaded.
+    static std::string damagedFileName();
+    // True when nothing exists at `path` (its status type is not_found or none).
+    static bool isMissing(const std::string& path);
+
+    // The folder "/var/" + "/SETUPS/".
+    SettingsFolder();
+
+    const std::string& path() const { return folder; }
+    // The path of `fileName` in the folder; nothing when it would not lie
+    // directly in the folder.
+    std::optional<std::string> pathOf(const std::string& fileName) const;
+    // The path of a file the user interface names or lists: nothing unless
+    // `fileName` is a plain name (not hidden, no separator) in the folder.
+    std::optional<std::string> pathOfVisible(const std::string& fileName) const;
+    // The path of the user setup `name` ("<name>.stp"), checked like a visible file.
+    std::optional<std::string> setupPath(const std::string& name) const;
+    // The path of a file of the service's own (the current settings and
+    // their copies).
+    std::string currentPath() const;
+    std::string backupPath() const;
+    std::string damagedPath() const;
+
+    // The text of the settings file `fileName` without a leading byte-order
+    // mark; nothing when it is not a regular file in the folder or cannot be
+    // read.
+    std::optional<std::string> readText(const std::string& fileName) const;
+    // Removes the temporary files of writes that were cut off (atomicfile.h).
+    void removeTemporaries() const;
+
+private:
+    std::string folder;
+};

@@ -1,0 +1,69 @@
+// Change tracking and writing settings documents from the live values of
+// MemPersistent.
+//
+// A settings document (".current.stp" and the user setups "<name>.stp" in
+// the settings folder) holds one line per variable of MemPersistent:
+//   {
+//   "<name>": <value>,
+//   ...
+//   "<name>": <value>
+//   }
+// with no line break after the closing brace.  Ints, floats, bools and
+// structs are written bare, every other type in double quotes; arrays of
+// types other than string and buffer as "[" elements joined by "," "]".
+// The product information is copied into MemPersistent before every document
+// is built.
+//
+// Choices made here:
+// - String values are written with the escapes of documenttext.h (struct
+//   string members too, see printers.h).
+// - Settings files are written all-or-nothing (atomicfile.h).  A failed write
+//   is logged at Error ("Could not save <file>: <reason>"; a failure of
+//   ".current.stp" that repeats the previous one is not logged again), leaves
+//   the previous file, and keeps the settings dirty, so the loop retries at
+//   every once-a-second check.
+// - Before ".current.stp" is replaced, the file being replaced becomes the
+//   hidden backup ".current.stp.backup" (a hard link), if it is a complete
+//   document (documenttext.h); an incomplete one never replaces a good backup.
+#pragma once
+
+#include "notify.h"
+
+#include <cstdint>
+#include <sstream>
+#include <string>
+
+class ProductInfo;
+class SettingsFolder;
+
+class SettingsStore {
+public:
+    SettingsStore(const SettingsFolder& folder, const ProductInfo& product, uint32_t memory);
+
+    // Records that the variable of `event` changed: logs it and marks the
+    // settings dirty.
+    void addUpdate(EventId event);
+    // The settings document of the live values of MemPersistent.
+    std::stringstream currentValues() const;
+    // Writes settings folder + name + ".stp"; false (and logged) when it
+    // could not be written.
+    bool store(const char* name);
+    // Writes ".current.stp"; when that fails the settings stay dirty.
+    bool saveCurrent();
+    // Writes ".current.stp" when the settings are dirty; they stay dirty when
+    // the write failed.
+    void saveIfDirty();
+
+    bool isDirty() const { return dirty; }
+    void markDirty() { dirty = true; }
+
+private:
+    void keepBackup();
+
+    const SettingsFolder& folder;
+    const ProductInfo& product;
+    uint32_t memory;
+    bool dirty = false;
+    // The last failure of writing ".current.stp", empty after a success.
+    std::string currentSaveError;
+};

@@ -1,0 +1,30 @@
+// The pace of the loop's save check and reconnect attempts.
+#include "oncepersecond.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(OncePerSecond, TheFirstTurnIsDueAtOnce) {
+    OncePerSecond pace;
+    EXPECT_TRUE(pace.due());
+}
+
+TEST(OncePerSecond, ATurnIsDueOnlyAfterMoreThanASecond) {
+    OncePerSecond pace;
+    pace.restart();
+    EXPECT_FALSE(pace.due());
+    std::this_thread::sleep_for(500ms);
+    EXPECT_FALSE(pace.due());
+    std::this_thread::sleep_for(600ms);
+    EXPECT_TRUE(pace.due());
+    // That turn counts as the last one.
+    EXPECT_FALSE(pace.due());
+}
+
+} // namespace
