@@ -11,6 +11,25 @@
 
 #include <exception>
 
+namespace {
+
+// The user-setup requests: the event whose flag asks for one, and its handler.
+struct UserSetupRequest {
+    EventId event;
+    UserSetups::Refusal (UserSetups::*serve)();
+};
+
+constexpr UserSetupRequest USER_SETUP_REQUESTS[] = {
+    {VarUserSetupAcceptLoadFileNameChanged, &UserSetups::load},
+    {VarUserSetupAcceptSaveFileNameChanged, &UserSetups::save},
+    {VarUserSetupAddNewChanged, &UserSetups::proposeNew},
+    {VarUserSetupRenameChanged, &UserSetups::rename},
+    {VarUserSetupOverwriteFileChanged, &UserSetups::overwrite},
+    {VarUserSetupDeleteChanged, &UserSetups::remove},
+};
+
+} // namespace
+
 void SettingsManager::handleEvent(const Notify& notification) {
     try {
         dispatch(notification);
@@ -22,35 +41,26 @@ void SettingsManager::handleEvent(const Notify& notification) {
 }
 
 void SettingsManager::dispatch(const Notify& notification) {
-    UserSetups::Refusal refusal;
-    switch (notification.id) {
-    case VarFactoryResetChanged:
+    if (notification.id == VarFactoryResetChanged) {
         loader.factoryReset([this] { userSetups.removeAll(); });
-        break;
-    case VarUserSetupAcceptLoadFileNameChanged:
-        refusal = userSetups.load();
-        break;
-    case VarUserSetupAcceptSaveFileNameChanged:
-        refusal = userSetups.save();
-        break;
-    case VarUserSetupAddNewChanged:
-        refusal = userSetups.proposeNew();
-        break;
-    case VarUserSetupRenameChanged:
-        refusal = userSetups.rename();
-        break;
-    case VarUserSetupOverwriteFileChanged:
-        refusal = userSetups.overwrite();
-        break;
-    case VarUserSetupDeleteChanged:
-        refusal = userSetups.remove();
-        break;
-    default:
-        addUpdate(notification.id);
-        break;
+        return;
     }
-    if (refusal) {
-        refuse(notification.id, refusal->c_str());
+    for (const UserSetupRequest& request : USER_SETUP_REQUESTS) {
+        if (request.event == notification.id) {
+            if (const UserSetups::Refusal refusal = (userSetups.*request.serve)()) {
+                refuse(notification.id, refusal->c_str());
+            }
+            return;
+        }
+    }
+    addUpdate(notification.id);
+}
+
+// Each handler acts only when its flag is set, so every request is offered.
+void SettingsManager::servePendingRequests() {
+    handleEvent(Notify{VarFactoryResetChanged, 0, 0});
+    for (const UserSetupRequest& request : USER_SETUP_REQUESTS) {
+        handleEvent(Notify{request.event, 0, 0});
     }
 }
 

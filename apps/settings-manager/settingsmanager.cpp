@@ -25,17 +25,6 @@ constexpr mode_t SETTINGS_FOLDER_MODE = 0766;
 // The supervisor's process name, signalled under a debugger.
 constexpr const char* SUPERVISOR_NAME = "super";
 
-// The request events, each served by handleEvent when its flag is set.
-constexpr EventId REQUEST_EVENTS[] = {
-    VarFactoryResetChanged,
-    VarUserSetupAcceptLoadFileNameChanged,
-    VarUserSetupAcceptSaveFileNameChanged,
-    VarUserSetupAddNewChanged,
-    VarUserSetupRenameChanged,
-    VarUserSetupOverwriteFileChanged,
-    VarUserSetupDeleteChanged,
-};
-
 } // namespace
 
 SettingsManager::SettingsManager()
@@ -187,12 +176,6 @@ void SettingsManager::reconnectBroker() {
     servePendingRequests();
     refreshUserSettingList();
     store.markDirty();
-}
-
-void SettingsManager::servePendingRequests() {
-    for (const EventId event : REQUEST_EVENTS) {
-        handleEvent(Notify{event, 0, 0});
-    }
 }
 
 bool SettingsManager::close() {
