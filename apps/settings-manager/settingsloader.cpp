@@ -64,7 +64,7 @@ bool SettingsLoader::load(const std::string& fileName, bool storeAfterLoad) {
         LOG(Error, "Could not open settings file: %s", fileName.c_str());
         return false;
     }
-    const bool result = apply(std::stringstream(*text));
+    const bool result = apply(*text);
     if (storeAfterLoad) {
         store.saveCurrent();
     }
@@ -134,8 +134,7 @@ void SettingsLoader::keepDamagedFile() {
     }
 }
 
-bool SettingsLoader::apply(const std::stringstream& document) {
-    const std::string text = document.str();
+bool SettingsLoader::apply(const std::string& text) {
     Json reader;
     if (!reader.parse(text)) {
         printJsonError(reader.errorPosition, text);
@@ -249,7 +248,7 @@ void SettingsLoader::printJsonError(int position, const std::string& text) const
 // A missing ".current.stp" is written from the defaults only when there is no
 // backup either: with a backup, loadCurrent restores from it.
 void SettingsLoader::captureDefaults() {
-    defaults = store.currentValues();
+    defaults = store.currentValues().str();
     if (SettingsFolder::isMissing(folder.currentPath()) &&
         SettingsFolder::isMissing(folder.backupPath())) {
         store.saveCurrent();

@@ -26,7 +26,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -46,7 +45,7 @@ public:
     void loadCurrent();
     // Applies a settings document to MemPersistent; true when every matched
     // value could be stored (values out of range are skipped, not failures).
-    bool apply(const std::stringstream& document);
+    bool apply(const std::string& document);
     // The same for a document already parsed.
     bool apply(const Json& reader);
     // Logs a parse error with 41 characters of text around the position.
@@ -69,5 +68,5 @@ private:
     const SettingsFolder& folder;
     SettingsStore& store;
     uint32_t memory;
-    std::stringstream defaults;
+    std::string defaults;
 };

@@ -189,7 +189,7 @@ bool SettingsManager::loadSetting(const std::string& fileName, bool storeAfterLo
 }
 
 bool SettingsManager::parseJsonStringStreamAndSetValues(const std::stringstream& document) {
-    return loader.apply(document);
+    return loader.apply(document.str());
 }
 
 void SettingsManager::printJsonError(int position, const std::string& text) {
