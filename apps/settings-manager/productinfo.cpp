@@ -15,9 +15,15 @@ namespace {
 
 constexpr const char* UNKNOWN = "Unknown";
 
-// True when the record is open and holds `key`; its text goes to `value`.
-bool readRecord(HwInfo* record, const char* key, std::string& value) {
-    return record != nullptr && record->read(key, value);
+// The text of `key` in the record; "Unknown", with `failure` logged, when the
+// record is not open or does not hold it.
+std::string readRecord(HwInfo* record, const char* key, const char* failure) {
+    std::string value;
+    if (record == nullptr || !record->read(key, value)) {
+        LOG(Error, "%s", failure);
+        value = UNKNOWN;
+    }
+    return value;
 }
 
 // The hardware record, or null when it cannot be opened.
@@ -35,22 +41,14 @@ std::unique_ptr<HwInfo> openHardwareRecord() {
 
 void ProductInfo::readHardwareIdentity() {
     const std::unique_ptr<HwInfo> record = openHardwareRecord();
-    if (!readRecord(record.get(), Constants::HWINFO_BOARD, productName)) {
-        LOG(Error, "Could not read product name.");
-        productName = UNKNOWN;
-    }
-    std::string serial;
-    if (!readRecord(record.get(), Constants::HWINFO_SERIAL, serial)) {
-        LOG(Error, "Could not read product name.");
-        serial = UNKNOWN;
-    }
+    productName = readRecord(record.get(), Constants::HWINFO_BOARD, "Could not read product name.");
+    // The serial number's failure is announced with the product name's text.
+    const std::string serial =
+        readRecord(record.get(), Constants::HWINFO_SERIAL, "Could not read product name.");
     setVariable(gen::memStatic().ProductSerial, Notify{VarProductSerialChanged, 0, 0},
                 serial.c_str());
-    std::string revision;
-    if (!readRecord(record.get(), Constants::HWINFO_REVISION, revision)) {
-        LOG(Error, "Could not read product revision.");
-        revision = UNKNOWN;
-    }
+    const std::string revision =
+        readRecord(record.get(), Constants::HWINFO_REVISION, "Could not read product revision.");
     setVariable(gen::memStatic().ProductRevision, Notify{VarProductRevisionChanged, 0, 0},
                 revision.c_str());
     LOG(LogLight, "HW: %s %s %s", productName.c_str(), serial.c_str(), revision.c_str());
