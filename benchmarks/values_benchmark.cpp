@@ -9,22 +9,19 @@
 //   tools/devroot/devroot exec --bind-ro $PWD/build/native --
 //       build/native/benchmarks/values_benchmark
 // (one command line)
+#include "brokerendpoint.h"
 #include "catalogue.h"
 #include "introspection.h"
 #include "json.h"
 #include "memories.h"
-#include "serverconnection.h"
 
 #include <nlohmann/json.hpp>
 
 #include <benchmark/benchmark.h>
 
 #include <cstring>
-#include <fcntl.h>
-#include <semaphore.h>
 #include <stdexcept>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
@@ -36,17 +33,9 @@ constexpr uint32_t PERSISTENT = 0;
 // the one client sends.
 class BrokerSink {
 public:
-    BrokerSink() : listenFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        const sockaddr_un address = BrokerProtocol::address();
-        ::unlink(BrokerProtocol::SOCKET_PATH);
-        if (::bind(listenFd, reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0 ||
-            ::listen(listenFd, 1) < 0) {
-            throw std::runtime_error("the broker sink cannot listen (run in a device root)");
-        }
-        sem_unlink(BrokerProtocol::READY_SEMAPHORE);
-        sem_close(sem_open(BrokerProtocol::READY_SEMAPHORE, O_CREAT, 0666, 1));
+    BrokerSink() {
         reader = std::thread([this] {
-            const int client = ::accept(listenFd, nullptr, nullptr);
+            const int client = ::accept(endpoint.listenFd(), nullptr, nullptr);
             char buffer[4096];
             while (::read(client, buffer, sizeof buffer) > 0) {
             }
@@ -55,7 +44,7 @@ public:
     }
 
 private:
-    int listenFd;
+    BrokerEndpoint endpoint;
     std::thread reader;
 };
 

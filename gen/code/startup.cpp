@@ -18,6 +18,13 @@ namespace gen {
 
 namespace {
 
+// Writes the default pieces of a memory over `data`, which holds zeros.
+void writeDefaultPieces(const DefaultPiece* pieces, uint8_t* data) {
+    for (const DefaultPiece* piece = pieces; piece->bytes; ++piece) {
+        std::memcpy(data + piece->offset, piece->bytes, piece->length);
+    }
+}
+
 // Writes the start values of one memory into its mapped data.  A fresh
 // object (one that did not exist before) reads as zeros already: only its
 // default pieces are written there, so that pages that stay zero are never
@@ -38,9 +45,7 @@ void writeStartValues(uint32_t memory, uint8_t* data, bool fresh) {
         break;
     case MemoryStart::Defaults:
         if (fresh) {
-            for (const DefaultPiece* piece = entry.defaults; piece->bytes; ++piece) {
-                std::memcpy(data + piece->offset, piece->bytes, piece->length);
-            }
+            writeDefaultPieces(entry.defaults, data);
         } else {
             const std::vector<uint8_t> image = defaultImage(memory);
             std::memcpy(data, image.data(), size);
@@ -57,9 +62,7 @@ SharedMemory& getSharedMemory(uint32_t memory) {
 
 std::vector<uint8_t> defaultImage(uint32_t memory) {
     std::vector<uint8_t> image(MEMORY_DATA[memory].segment->getSize(), 0);
-    for (const DefaultPiece* piece = MEMORY_DATA[memory].defaults; piece->bytes; ++piece) {
-        std::memcpy(image.data() + piece->offset, piece->bytes, piece->length);
-    }
+    writeDefaultPieces(MEMORY_DATA[memory].defaults, image.data());
     return image;
 }
 

@@ -22,7 +22,7 @@ def _expect(condition, fact, file, detail):
 
 def _variable(model, memory_name, name, fact):
     memory = model.memory(memory_name)
-    variable = next((v for v in memory.variables if v.name == name), None)
+    variable = memory.variable(name)
     _expect(variable is not None, fact, memory.file, f"{memory_name} has no variable \"{name}\"")
     return memory, variable
 

@@ -52,7 +52,7 @@ def _fill_value(memory, model):
 def source(model):
     memory_name, variable_name = model.service_log_level
     service_memory = model.memory(memory_name)
-    service_level = next(v for v in service_memory.variables if v.name == variable_name)
+    service_level = service_memory.variable(variable_name)
     return render(
         "memories.cpp",
         base_pointers="\n".join(f"uint8_t* gMem{_short(m)} = nullptr;" for m in model.memories),

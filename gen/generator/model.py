@@ -105,6 +105,9 @@ class Memory:
         self.start = "defaults"
         self.fill = None  # the enum entry of a "fill" start
 
+    def variable(self, name):
+        return next((v for v in self.variables if v.name == name), None)
+
 
 class Model:
     def __init__(self, memories, enums, structs, fixed_events, foreign_events):
@@ -116,7 +119,7 @@ class Model:
         self.event_names = None  # list indexed by id, filled by assign_events
 
     def memory(self, name):
-        return next(m for m in self.memories if m.name == name)
+        return next((m for m in self.memories if m.name == name), None)
 
     def enum(self, name):
         return next((e for e in self.enums if e.name == name), None)

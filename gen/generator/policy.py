@@ -20,10 +20,6 @@ def _expect(condition, check, file, entry, reason):
         raise PolicyError(check, file, entry, reason)
 
 
-def _find(items, name):
-    return next((item for item in items if item.name == name), None)
-
-
 def check_log_levels(model):
     """The log-level enum exists and its entries can be C++ enumerators."""
     check = "log-level enum"
@@ -40,9 +36,9 @@ def check_service_log_level(model):
     check = "service log level"
     file, entry = model.catalogue_file, "log.service"
     memory_name, variable_name = model.service_log_level
-    memory = _find(model.memories, memory_name)
+    memory = model.memory(memory_name)
     _expect(memory is not None, check, file, entry, f"there is no memory \"{memory_name}\"")
-    variable = _find(memory.variables, variable_name)
+    variable = memory.variable(variable_name)
     _expect(variable is not None, check, file, entry,
             f"{memory_name} has no variable \"{variable_name}\"")
     _expect(variable.type == model.log_levels and not variable.is_array, check, file, entry,

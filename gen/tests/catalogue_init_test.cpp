@@ -4,6 +4,7 @@
 #include "child.h"
 #include "eventid.h"
 #include "log.h"
+#include "logline.h"
 #include "memories.h"
 #include "serverconnection.h"
 
@@ -13,6 +14,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -171,6 +173,18 @@ TEST(CatalogueInit, InitConnectsSubscribesAndTakesTheLogLevel) {
     EXPECT_EQ(ids.back(), VarCinefadeDisplayModeValueChanged);
     gen::closeServerConnection();
     gComponentLogLevel = nullptr;
+}
+
+TEST(CatalogueInit, SubscribingWithoutAConnectionThrows) {
+    ASSERT_EQ(gServerConnection, nullptr);
+    std::string error = "no exception";
+    try {
+        gen::subscribeNotifications();
+    } catch (const std::runtime_error& thrown) {
+        error = thrown.what();
+    }
+    EXPECT_TRUE(testsupport::isLocatedMessage(error, "startup.cpp",
+                                              "Trying to subscribe without server connection"));
 }
 
 } // namespace

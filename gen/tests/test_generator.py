@@ -164,6 +164,12 @@ class GeneratorTest(unittest.TestCase):
         self.assert_refused("enums.toml", "enum \"LogLevel\"",
                             "entry \"Debug All\" must be an identifier", "check \"log-level enum\"")
 
+    def test_a_service_log_level_in_a_memory_that_does_not_exist(self):
+        self.edit("catalogue.toml", "{ memory = \"MemApp\", variable = \"AppSettingsManagerLogLevel\" }",
+                  "{ memory = \"MemApplication\", variable = \"AppSettingsManagerLogLevel\" }")
+        self.assert_refused("catalogue.toml", "log.service", "there is no memory \"MemApplication\"",
+                            "check \"service log level\"")
+
     def test_a_service_log_level_that_does_not_exist(self):
         self.edit("catalogue.toml", "variable = \"AppSettingsManagerLogLevel\"",
                   "variable = \"AppSettingsLogLevel\"")

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <exception>
 #include <fcntl.h>
+#include <memory>
 #include <poll.h>
 #include <sched.h>
 #include <semaphore.h>
@@ -79,27 +80,19 @@ ServerConnection::ServerConnection(EventPoll& poll) : poll(poll), fd(-1), handle
 }
 
 void ServerConnection::connectThrough(sem_t* ready) {
-    bool taken;
-    try {
-        taken = takeReadySemaphore(ready);
-    } catch (...) {
-        sem_close(ready);
-        throw;
-    }
+    const std::unique_ptr<sem_t, int (*)(sem_t*)> handle(ready, sem_close);
+    const bool taken = takeReadySemaphore(ready);
     try {
         connect();
     } catch (...) {
         if (taken) {
             sem_post(ready);
         }
-        sem_close(ready);
         throw;
     }
     if (taken && sem_post(ready) < 0) {
-        sem_close(ready);
         THROW_ERROR_NUMBER("sem_post");
     }
-    sem_close(ready);
 }
 
 bool ServerConnection::reconnect() {

@@ -32,14 +32,10 @@ void checkMemory(uint32_t memory) {
 }
 
 // The variable indexes of a memory sorted by name (the lower index first among
-// equal names), built on first use for the installed catalogue.
+// equal names), built on first use.  Only called for a valid memory, so the
+// catalogue is the installed one, which does not change afterwards.
 const std::vector<uint32_t>& nameOrder(uint32_t memory) {
-    static const CatalogueTables* builtFor = nullptr;
-    static std::vector<std::vector<uint32_t>> orders;
-    if (builtFor != &tables()) {
-        builtFor = &tables();
-        orders.assign(tables().memoryCount, {});
-    }
+    static std::vector<std::vector<uint32_t>> orders(tables().memoryCount);
     std::vector<uint32_t>& order = orders[memory];
     const uint32_t count = tables().memories[memory].variableCount;
     if (order.size() != count) {

@@ -37,8 +37,7 @@ std::string memberValue(const StructInfo& member, const uint8_t* address) {
                "\", \"type\": \"string\" }";
     }
     case BaseEnum: {
-        const EnumInfo& info =
-            Catalogue::tables().enums[IntrospectionEnum::getEnumIndex(member.typeName.c_str())];
+        const EnumInfo& info = Catalogue::enumNamed(member.typeName.c_str());
         return IntrospectionEnum::printEnum(
             getEnumIntrospection(address, 0, info.name, info.entries, info.entryCount), info);
     }

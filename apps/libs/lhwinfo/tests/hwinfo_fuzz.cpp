@@ -21,7 +21,7 @@
 // changes only that field's bits.
 #include "deviceimage.h"
 #include "hwinfo.h"
-#include "referencecrc.h"
+#include "recordimage.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -37,7 +37,7 @@
 
 namespace {
 
-constexpr unsigned int RECORD_SIZE = 348;
+using recordimage::RECORD_SIZE;
 constexpr unsigned int LOG_RUNS = 10000;
 
 struct Key {
@@ -106,13 +106,8 @@ void writeImage(char const* path, off_t offset, void const* bytes, std::size_t c
           "cannot write a device image");
 }
 
-std::uint32_t wordAt(deviceimage::Bytes const& bytes, std::size_t at) {
-    return bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 |
-           static_cast<std::uint32_t>(bytes[at + 3]) << 24;
-}
-
 std::uint32_t registerWord() {
-    return wordAt(readImage(deviceimage::MEM, deviceimage::REGISTER_ADDRESS, 4), 0);
+    return recordimage::word(readImage(deviceimage::MEM, deviceimage::REGISTER_ADDRESS, 4), 0);
 }
 
 // The record as last found valid: the bitwise reference CRC is slow, and most
@@ -121,11 +116,13 @@ deviceimage::Bytes lastValid;
 
 void checkRecord() {
     deviceimage::Bytes head = readImage(deviceimage::MMC, deviceimage::RECORD_OFFSET, 12);
-    std::uint32_t length = wordAt(head, 4);
+    std::uint32_t length = recordimage::word(head, recordimage::LENGTH);
     check(length >= RECORD_SIZE && length <= deviceimage::RECORD_REGION, "length");
     deviceimage::Bytes record = readImage(deviceimage::MMC, deviceimage::RECORD_OFFSET, length);
     if (record != lastValid) {
-        check(wordAt(head, 8) == referenceCrc(record.data() + 12, length - 12), "checksum");
+        check(recordimage::word(head, recordimage::CHECKSUM) ==
+                  recordimage::checksumOf(record, length),
+              "checksum");
         lastValid = std::move(record);
     }
 }
