@@ -1,6 +1,7 @@
 #include "outputbuffer.h"
 
 #include "brokerprotocol.h"
+#include "writefully.h"
 
 bool OutputBuffer::append(const Notify& record) {
     if (pending() + sizeof record > LIMIT) {
@@ -17,7 +18,7 @@ bool OutputBuffer::append(const Notify& record) {
 
 ssize_t OutputBuffer::flush(int fd) {
     std::span<const uint8_t> bytes = queued();
-    size_t written = BrokerProtocol::writeFully(fd, bytes.data(), bytes.size());
+    size_t written = writeFully(fd, bytes.data(), bytes.size());
     if (written == 0 && !bytes.empty()) {
         return -1;
     }

@@ -21,7 +21,7 @@ public:
     // Queues one record; false (and nothing queued) when that would pass LIMIT.
     bool append(const Notify& record);
     // Writes what the socket takes of everything queued (continuing after
-    // short writes and EINTR, BrokerProtocol::writeFully); returns the bytes
+    // short writes and EINTR, writeFully); returns the bytes
     // written, or -1 with errno set when a write failed before any byte was
     // written.  Written bytes leave the queue.
     ssize_t flush(int fd);

@@ -1,5 +1,7 @@
 #include "atomicfile.h"
 
+#include "writefully.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -24,22 +26,17 @@ std::string folderOf(const std::string& path) {
     return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
+// True when all of `content` was written; otherwise errno tells why, and a
+// write that stored nothing counts as a full device.
 bool writeAll(int fd, const std::string& content) {
-    std::size_t done = 0;
-    while (done < content.size()) {
-        const ssize_t written = ::write(fd, content.data() + done, content.size() - done);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            if (written == 0) {
-                errno = ENOSPC;
-            }
-            return false;
-        }
-        done += static_cast<std::size_t>(written);
+    errno = 0;
+    if (writeFully(fd, content.data(), content.size()) == content.size()) {
+        return true;
     }
-    return true;
+    if (errno == 0) {
+        errno = ENOSPC;
+    }
+    return false;
 }
 
 // Flushes the folder that holds `path`, so that a rename in it is durable.

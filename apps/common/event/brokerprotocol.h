@@ -10,10 +10,10 @@
 // stream socket may hand a record over in pieces (a write to a slow reader
 // can be partial), so RecordReader keeps the bytes of an incomplete record
 // and puts them in front of the next read's bytes: records are delivered
-// whole, in order, and the stream never loses its alignment.  Reads and
-// writes interrupted by a signal (EINTR) are repeated, and writeFully()
-// continues after a short write until everything is written or the socket
-// refuses more.
+// whole, in order, and the stream never loses its alignment.  Reads
+// interrupted by a signal (EINTR) are repeated; writes go through writeFully()
+// (writefully.h), which continues after EINTR and short writes until
+// everything is written or the socket refuses more.
 //
 // Choice made here: the reassembly is kept beside, not instead of, the
 // one-read readEvents() of the client's interface, which still counts whole
@@ -36,11 +36,6 @@ constexpr const char* READY_SEMAPHORE = "/message-broker-ready";
 
 // The broker's address: SOCKET_PATH, the rest of the path field zeroed.
 sockaddr_un address();
-
-// Writes `size` bytes, repeating after short writes and EINTR.  Returns the
-// number of bytes written: all of them, or fewer when a write failed (errno
-// tells why; EAGAIN when a non-blocking socket is full).
-size_t writeFully(int fd, const void* data, size_t size);
 
 } // namespace BrokerProtocol
 

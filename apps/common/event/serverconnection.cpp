@@ -1,6 +1,7 @@
 #include "serverconnection.h"
 
 #include "log.h"
+#include "writefully.h"
 
 #include <cerrno>
 #include <cstring>
@@ -65,7 +66,7 @@ bool takeReadySemaphore(sem_t* ready) {
 }
 
 void sendAll(int fd, const void* data, size_t size) {
-    if (BrokerProtocol::writeFully(fd, data, size) != size) {
+    if (writeFully(fd, data, size) != size) {
         THROW_ERROR("Could not send message to server");
     }
 }

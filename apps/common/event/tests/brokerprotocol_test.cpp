@@ -1,6 +1,7 @@
 // The broker protocol's framing: reassembly of records split across reads,
 // writes completed after short writes and signals, and the broker's address.
 #include "brokerprotocol.h"
+#include "writefully.h"
 
 #include <gtest/gtest.h>
 
@@ -208,7 +209,7 @@ TEST(WriteFully, CompletesShortWritesAndInterruptedWrites) {
     size_t written = 0;
     {
         Interrupter interrupter(pthread_self());
-        written = BrokerProtocol::writeFully(fds[0], sent.data(), sent.size() * sizeof(Notify));
+        written = writeFully(fds[0], sent.data(), sent.size() * sizeof(Notify));
     }
     ::shutdown(fds[0], SHUT_WR);
     reader.join();
@@ -223,7 +224,7 @@ TEST(WriteFully, StopsWhereANonBlockingSocketIsFull) {
     int fds[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, fds), 0);
     std::vector<uint8_t> bytes(4 * 1024 * 1024, 0x5A);
-    size_t written = BrokerProtocol::writeFully(fds[0], bytes.data(), bytes.size());
+    size_t written = writeFully(fds[0], bytes.data(), bytes.size());
     int error = errno;
     EXPECT_GT(written, 0u);
     EXPECT_LT(written, bytes.size());
@@ -238,7 +239,7 @@ TEST(WriteFully, ReportsAFailedWriteAsNothingWritten) {
     ::close(fds[1]);
     signal(SIGPIPE, SIG_IGN);
     const Notify record{static_cast<EventId>(50), 0, 0};
-    EXPECT_EQ(BrokerProtocol::writeFully(fds[0], &record, sizeof record), 0u);
+    EXPECT_EQ(writeFully(fds[0], &record, sizeof record), 0u);
     EXPECT_EQ(errno, EPIPE);
     ::close(fds[0]);
 }
