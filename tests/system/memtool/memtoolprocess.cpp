@@ -52,7 +52,15 @@ MemtoolProcess::MemtoolProcess(const std::vector<std::string>& arguments,
     pid = ::fork();
     if (pid == 0) {
         if (!input.empty()) {
-            ::dup2(::open(input.c_str(), O_RDONLY), STDIN_FILENO);
+            // A file that cannot be opened ends the child (status 127) rather than
+            // leaving memtool to read the test program's own standard input.
+            const int in = ::open(input.c_str(), O_RDONLY);
+            if (in < 0 || ::dup2(in, STDIN_FILENO) < 0) {
+                ::_exit(127);
+            }
+            if (in != STDIN_FILENO) {
+                ::close(in);
+            }
         }
         ::dup2(out[1], STDOUT_FILENO);
         ::dup2(err[1], STDERR_FILENO);
