@@ -342,6 +342,18 @@ TEST_F(MemtoolCommands, RequestAlreadySetIsLeftSetWhenNotServed) {
     EXPECT_EQ(*variableAddress("MemUserSetups", "UserSetupAddNew"), 1);
 }
 
+TEST_F(MemtoolCommands, ARequestWhoseBrokerEndsIsSetBackAndSaysSo) {
+    MemtoolProcess request({"request", "MemUserSetups", "UserSetupAddNew", "--timeout", "2"});
+    ASSERT_TRUE(observer->receive(1, 20000).size() == 1u);
+    ASSERT_EQ(broker->stop(SIGTERM), 0);
+    const Result result = request.wait();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "memtool request: MemUserSetups.UserSetupAddNew was not cleared within 2 "
+                          "s; memtool set the flag back to false but could not post its event: "
+                          "Could not send message to server\n");
+    EXPECT_EQ(*variableAddress("MemUserSetups", "UserSetupAddNew"), 0) << "set back all the same";
+}
+
 TEST_F(MemtoolCommands, InterruptedRequestIsWithdrawn) {
     MemtoolProcess request({"request", "MemUserSetups", "UserSetupAddNew", "--timeout", "60"});
     ASSERT_TRUE(observer->receive(1, 20000).size() == 1u);
