@@ -77,17 +77,15 @@ std::string recordProblem(HwInfo::RecordCheck const& check) {
 }
 
 // Opens and maps both devices, saying which ones when it cannot.
-class Devices {
-public:
-    Devices() try : hwInfo() {
+HwInfo openDevices() {
+    try {
+        return HwInfo();
     } catch (std::exception const& error) {
         throw Failure("cannot open the hardware record (/dev/mmcblk1) and the boot status "
                       "register (/dev/mem): " +
                       errorMessage(error));
     }
-
-    HwInfo hwInfo;
-};
+}
 
 // Declares the fields and fails, writing nothing, unless the record is valid.
 void checkForReading(HwInfo& hwInfo) {
@@ -115,10 +113,10 @@ void writeJsonValue(JsonStream& stream, Field const& field, std::string const& v
 
 int print(Arguments const& arguments) {
     arguments.expectPositional(0, 0);
-    Devices devices;
-    checkForReading(devices.hwInfo);
+    HwInfo hwInfo = openDevices();
+    checkForReading(hwInfo);
     if (!arguments.has("--json")) {
-        devices.hwInfo.printAll();
+        hwInfo.printAll();
         return ExitSuccess;
     }
     {
@@ -127,7 +125,7 @@ int print(Arguments const& arguments) {
         for (Field const& field : HwInfo::fields()) {
             if (!isHidden(field)) {
                 stream.key(field.key);
-                writeJsonValue(stream, field, textOf(devices.hwInfo, field));
+                writeJsonValue(stream, field, textOf(hwInfo, field));
             }
         }
         stream.end();
@@ -138,9 +136,9 @@ int print(Arguments const& arguments) {
 
 int parameters(Arguments const& arguments) {
     arguments.expectPositional(0, 0);
-    Devices devices;
-    checkForReading(devices.hwInfo);
-    devices.hwInfo.printParameters(stdout);
+    HwInfo hwInfo = openDevices();
+    checkForReading(hwInfo);
+    hwInfo.printParameters(stdout);
     std::fputc('\n', stdout);
     return ExitSuccess;
 }
@@ -148,9 +146,9 @@ int parameters(Arguments const& arguments) {
 int get(Arguments const& arguments) {
     arguments.expectPositional(1, 1);
     Field const& field = knownField(arguments.positional()[0]);
-    Devices devices;
-    checkForReading(devices.hwInfo);
-    std::string const value = textOf(devices.hwInfo, field);
+    HwInfo hwInfo = openDevices();
+    checkForReading(hwInfo);
+    std::string const value = textOf(hwInfo, field);
     if (!arguments.has("--json")) {
         std::printf("%s\n", value.c_str());
         return ExitSuccess;
@@ -215,8 +213,7 @@ int set(Arguments const& arguments) {
     if (!wrongUsage.empty()) {
         throw UsageError(problemList(wrongUsage));
     }
-    Devices devices;
-    HwInfo& hwInfo = devices.hwInfo;
+    HwInfo hwInfo = openDevices();
     hwInfo.declareFields();
     std::vector<std::string> refused;
     for (std::string const& assignment : arguments.positional()) {
@@ -245,9 +242,9 @@ int set(Arguments const& arguments) {
 
 int reset(Arguments const& arguments) {
     arguments.expectPositional(0, 0);
-    Devices devices;
-    devices.hwInfo.initialize();
-    devices.hwInfo.clear();
+    HwInfo hwInfo = openDevices();
+    hwInfo.initialize();
+    hwInfo.clear();
     return ExitSuccess;
 }
 

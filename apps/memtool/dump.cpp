@@ -21,31 +21,8 @@
 
 namespace {
 
-// Writes struct texts as JSON values of the stream.  The elements of a struct
-// array often repeat (defaults, empty slots): an element whose text equals the
-// one before it is written from the bytes laid out for that one.
-class StructWriter {
-public:
-    explicit StructWriter(int indent) : indent(indent) {}
-
-    void write(JsonStream& stream, std::string text) {
-        if (text != lastText) {
-            JsonStream piece(nullptr, indent, stream.depth());
-            relayJson(piece, text);
-            lastBytes = piece.take();
-            lastText = std::move(text);
-        }
-        stream.raw(lastBytes);
-    }
-
-private:
-    int indent;
-    std::string lastText;
-    std::string lastBytes;
-};
-
 // One element as its typed JSON value would be dumped.
-void element(JsonStream& stream, StructWriter& structs, uint32_t memory, uint32_t variable,
+void element(JsonStream& stream, RepeatingRelay& structs, uint32_t memory, uint32_t variable,
              std::string text) {
     switch (Introspection::getVarBaseType(memory, variable)) {
     case BaseInt:
@@ -60,7 +37,8 @@ void element(JsonStream& stream, StructWriter& structs, uint32_t memory, uint32_
     }
 }
 
-void variableValue(JsonStream& stream, StructWriter& structs, uint32_t memory, uint32_t variable) {
+void variableValue(JsonStream& stream, RepeatingRelay& structs, uint32_t memory,
+                   uint32_t variable) {
     const auto text = [&](uint32_t index) {
         return Introspection::getVarValue(memory, variable, static_cast<int>(index));
     };
@@ -96,7 +74,7 @@ int dumpMemories(const Arguments& arguments) {
     }
     const int indent = arguments.has("--compact") ? -1 : 2;
     JsonStream stream(stdout, indent);
-    StructWriter structs(indent);
+    RepeatingRelay structs(indent);
     stream.beginObject();
     for (uint32_t memory : memories) {
         stream.key(Introspection::getMemName(memory));

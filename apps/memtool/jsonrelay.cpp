@@ -65,3 +65,15 @@ void relayJson(JsonStream& stream, const std::string& json) {
     Relay relay(stream);
     Json::sax_parse(json, &relay);
 }
+
+void RepeatingRelay::write(JsonStream& stream, std::string json) {
+    // Valid JSON never lays out to no bytes: empty lastBytes means nothing is kept yet.
+    if (json != lastJson || stream.depth() != lastDepth || lastBytes.empty()) {
+        JsonStream piece(nullptr, indent, stream.depth());
+        relayJson(piece, json);
+        lastBytes = piece.take();
+        lastJson = std::move(json);
+        lastDepth = stream.depth();
+    }
+    stream.raw(lastBytes);
+}

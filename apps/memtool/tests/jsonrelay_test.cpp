@@ -53,4 +53,44 @@ TEST(JsonRelay, InvalidJsonThrows) {
     EXPECT_THROW(streamed("{\"a\": \"\xff\"}", 2), std::exception);
 }
 
+// What RepeatingRelay writes for {"a": T1, "b": [T2, T3]}.
+std::string repeated(const std::string& first, const std::string& second,
+                     const std::string& third) {
+    testsupport::MemoryFile out;
+    {
+        JsonStream stream(out.file(), 2);
+        RepeatingRelay relay(2);
+        stream.beginObject();
+        stream.key("a");
+        relay.write(stream, first);
+        stream.key("b");
+        stream.beginArray();
+        relay.write(stream, second);
+        relay.write(stream, third);
+        stream.end();
+        stream.end();
+    }
+    return out.text();
+}
+
+TEST(RepeatingRelay, ARepeatedTextIsLaidOutForItsOwnDepth) {
+    const std::string text = R"({"x": [1]})";
+    const Ordered value = Ordered::parse(text);
+    const Ordered document = {{"a", value}, {"b", Ordered::array({value, value})}};
+    EXPECT_EQ(repeated(text, text, text), document.dump(2));
+    const Ordered other = Ordered::parse("[true]");
+    EXPECT_EQ(repeated(text, "[true]", text),
+              Ordered({{"a", value}, {"b", Ordered::array({other, value})}}).dump(2));
+}
+
+TEST(RepeatingRelay, AnEmptyTextIsRefusedEvenFirst) {
+    testsupport::MemoryFile out;
+    JsonStream stream(out.file(), 2);
+    RepeatingRelay relay(2);
+    EXPECT_THROW(relay.write(stream, ""), std::exception);
+    EXPECT_THROW(relay.write(stream, "{"), std::exception);
+    stream.flush();
+    EXPECT_EQ(out.text(), "") << "nothing of an invalid text is written";
+}
+
 } // namespace

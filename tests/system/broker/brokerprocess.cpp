@@ -25,17 +25,6 @@ namespace {
 constexpr auto PATIENCE = std::chrono::seconds(20);
 constexpr auto STEP = std::chrono::milliseconds(5);
 
-// The program and, for ARM builds, the emulator in front of it.
-std::vector<std::string> commandLine() {
-    std::vector<std::string> words;
-    std::istringstream emulator(BROKER_EMULATOR);
-    for (std::string word; emulator >> word;) {
-        words.push_back(word);
-    }
-    words.push_back(BROKER_PROGRAM);
-    return words;
-}
-
 bool listening(const testsupport::KmsgCapture& log) {
     for (const auto& line : brokerLines(log.lines())) {
         if (line.ends_with(" Listening on /var/volatile/message-broker.socket")) {
@@ -45,7 +34,18 @@ bool listening(const testsupport::KmsgCapture& log) {
     return false;
 }
 
-// argv for execvp, pointing into `words`.
+} // namespace
+
+std::vector<std::string> commandLine(const std::string& emulator, const std::string& program) {
+    std::vector<std::string> words;
+    std::istringstream emulatorWords(emulator);
+    for (std::string word; emulatorWords >> word;) {
+        words.push_back(word);
+    }
+    words.push_back(program);
+    return words;
+}
+
 std::vector<char*> argvOf(std::vector<std::string>& words) {
     std::vector<char*> argv;
     for (auto& word : words) {
@@ -55,15 +55,13 @@ std::vector<char*> argvOf(std::vector<std::string>& words) {
     return argv;
 }
 
-} // namespace
-
 BrokerProcess::BrokerProcess(unsigned descriptorLimit) {
     testsupport::KmsgCapture log;
     int pipeFds[2];
     if (pipe2(pipeFds, O_CLOEXEC) != 0) {
         throw std::runtime_error("pipe2 failed");
     }
-    std::vector<std::string> words = commandLine();
+    std::vector<std::string> words = commandLine(BROKER_EMULATOR, BROKER_PROGRAM);
     std::vector<char*> argv = argvOf(words);
     pid = fork();
     if (pid < 0) {
@@ -134,7 +132,7 @@ std::string BrokerProcess::errorOutput() {
 }
 
 testsupport::ChildResult runBroker(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words = commandLine();
+    std::vector<std::string> words = commandLine(BROKER_EMULATOR, BROKER_PROGRAM);
     words.insert(words.end(), arguments.begin(), arguments.end());
     return testsupport::runInChild([&words] {
         std::vector<char*> argv = argvOf(words);

@@ -10,6 +10,12 @@
 
 namespace brokertest {
 
+// A program of the build and, for ARM builds, the words of the emulator
+// command in front of it.
+std::vector<std::string> commandLine(const std::string& emulator, const std::string& program);
+// argv for execvp, pointing into `words`.
+std::vector<char*> argvOf(std::vector<std::string>& words);
+
 class BrokerProcess {
 public:
     // Starts the broker and waits (up to 20 s) until it has logged that it

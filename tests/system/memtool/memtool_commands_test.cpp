@@ -276,6 +276,26 @@ TEST_F(MemtoolCommands, WatchWithValuesNamesTheVariableAndItsValue) {
               "VarKnobLinearizationTableChanged MemHwControl.KnobLinearizationTable[600] = n/a\n");
 }
 
+TEST_F(MemtoolCommands, WatchValuesAsTextForAnEventOfNoVariableAndAWholeArray) {
+    std::memcpy(variableAddress("MemHwControl", "KnobLinearizationTable", 1), "\x09\0\0\0", 4);
+    MemtoolProcess watch({"watch", "CalibAllMotor", "VarKnobLinearizationTableChanged", "--values",
+                          "--count", "2", "--timeout", "60"});
+    ASSERT_TRUE(watch.waitForError("memtool: watching 2 events"));
+    observer->sync();
+    brokertest::RawClient publisher;
+    publisher.send({{CalibAllMotor, 0, 0}, {VarKnobLinearizationTableChanged, 0, 0}});
+    const Result result = watch.wait();
+    EXPECT_EQ(result.status, 0) << result.err;
+    std::string elements = "[0, 9";
+    for (int index = 2; index < 512; ++index) {
+        elements += ", 0";
+    }
+    EXPECT_EQ(result.out,
+              "CalibAllMotor (no variable)\n"
+              "VarKnobLinearizationTableChanged MemHwControl.KnobLinearizationTable = " +
+                  elements + "]\n");
+}
+
 TEST_F(MemtoolCommands, WatchValuesAsJsonForEveryEvent) {
     MemtoolProcess watch({"watch", "--values", "--json"});
     ASSERT_TRUE(watch.waitForError("memtool: watching every event"));
@@ -320,6 +340,18 @@ TEST_F(MemtoolCommands, RequestAlreadySetIsLeftSetWhenNotServed) {
     EXPECT_EQ(result.err, "memtool request: MemUserSetups.UserSetupAddNew was not cleared within 1 "
                           "s (it was already set before; left as it is)\n");
     EXPECT_EQ(*variableAddress("MemUserSetups", "UserSetupAddNew"), 1);
+}
+
+TEST_F(MemtoolCommands, ARequestWhoseBrokerEndsIsSetBackAndSaysSo) {
+    MemtoolProcess request({"request", "MemUserSetups", "UserSetupAddNew", "--timeout", "2"});
+    ASSERT_TRUE(observer->receive(1, 20000).size() == 1u);
+    ASSERT_EQ(broker->stop(SIGTERM), 0);
+    const Result result = request.wait();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "memtool request: MemUserSetups.UserSetupAddNew was not cleared within 2 "
+                          "s; memtool set the flag back to false but could not post its event: "
+                          "Could not send message to server\n");
+    EXPECT_EQ(*variableAddress("MemUserSetups", "UserSetupAddNew"), 0) << "set back all the same";
 }
 
 TEST_F(MemtoolCommands, InterruptedRequestIsWithdrawn) {

@@ -412,6 +412,7 @@ TEST_F(Memtool, WithoutABrokerOnlyTheReadingCommandsWork) {
             << result.err;
         EXPECT_EQ(result.err.find(".cpp:"), std::string::npos)
             << "the source location stays in the kernel log: " << result.err;
+        EXPECT_TRUE(result.err.ends_with(" (is the message broker running?)\n")) << result.err;
     }
     EXPECT_EQ(readInt(variableAddress("MemPersistent", "AUXTorque")), 2) << "nothing written";
     EXPECT_EQ(*variableAddress("MemUserSetups", "UserSetupAddNew"), 0);

@@ -1,12 +1,13 @@
 #include "memtoolprocess.h"
 
+#include "brokerprocess.h"
+
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
-#include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,17 +24,6 @@ int millisecondsLeft(Clock::time_point deadline) {
     return left > 0 ? static_cast<int>(left) : 0;
 }
 
-std::vector<std::string> commandLine(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words;
-    std::istringstream emulator(MEMTOOL_EMULATOR);
-    for (std::string word; emulator >> word;) {
-        words.push_back(word);
-    }
-    words.push_back(MEMTOOL_PROGRAM);
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    return words;
-}
-
 } // namespace
 
 MemtoolProcess::MemtoolProcess(const std::vector<std::string>& arguments,
@@ -43,16 +33,21 @@ MemtoolProcess::MemtoolProcess(const std::vector<std::string>& arguments,
     if (::pipe2(out, O_CLOEXEC) < 0 || ::pipe2(err, O_CLOEXEC) < 0) {
         throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
     }
-    const std::vector<std::string> words = commandLine(arguments);
-    std::vector<char*> argv;
-    for (const std::string& word : words) {
-        argv.push_back(const_cast<char*>(word.c_str()));
-    }
-    argv.push_back(nullptr);
+    std::vector<std::string> words = brokertest::commandLine(MEMTOOL_EMULATOR, MEMTOOL_PROGRAM);
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv = brokertest::argvOf(words);
     pid = ::fork();
     if (pid == 0) {
         if (!input.empty()) {
-            ::dup2(::open(input.c_str(), O_RDONLY), STDIN_FILENO);
+            // A file that cannot be opened ends the child (status 127) rather than
+            // leaving memtool to read the test program's own standard input.
+            const int in = ::open(input.c_str(), O_RDONLY);
+            if (in < 0 || ::dup2(in, STDIN_FILENO) < 0) {
+                ::_exit(127);
+            }
+            if (in != STDIN_FILENO) {
+                ::close(in);
+            }
         }
         ::dup2(out[1], STDOUT_FILENO);
         ::dup2(err[1], STDERR_FILENO);

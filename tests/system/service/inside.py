@@ -271,7 +271,8 @@ def broker_restart(options, memtool):
 
 
 SCENARIOS = {"subscriptions": subscriptions, "change": change, "factory-reset": factory_reset,
-             "user-setups": user_setups, "idle": idle, "second-instance": second_instance, "broker-restart": broker_restart}
+             "user-setups": user_setups, "idle": idle, "second-instance": second_instance,
+             "broker-restart": broker_restart}
 
 
 def main():

@@ -29,6 +29,17 @@ def line_pattern(level, source, message):
                       r"[ \d]{3}\d " + re.escape(message) + "$")
 
 
+def emulated(program):
+    """A program of the build as one shell command, through the emulator if there is one."""
+    return shlex.join(shlex.split(ARGS.emulator) + [program])
+
+
+def inside(scenario, *options):
+    """The command line that plays one scenario of inside.py in a device root."""
+    return ["/usr/bin/python3", os.path.join(HERE, "inside.py"), scenario,
+            "--memtool", emulated(ARGS.memtool), *options]
+
+
 class ServiceTest(unittest.TestCase):
     def setUp(self):
         self.work = tempfile.TemporaryDirectory(prefix="service-test-")
@@ -52,14 +63,11 @@ class ServiceTest(unittest.TestCase):
         host) in a new device root, or with root_option "--root" in the existing one."""
         emulator = shlex.split(ARGS.emulator) if command[0].startswith(ARGS.build) else []
         argv = [ARGS.devroot, "exec", root_option, root or self.root, "--bind-ro", ARGS.build,
-                "--", *emulator, *command]
+                "--bind-ro", HERE, "--", *emulator, *command]
         return subprocess.run(argv, capture_output=True, text=True, timeout=240)
 
     def scenario(self, name, *options):
-        memtool = shlex.join(shlex.split(ARGS.emulator) + [ARGS.memtool])
-        service = shlex.join(shlex.split(ARGS.emulator) + [ARGS.service])
-        command = ["/usr/bin/python3", os.path.join(HERE, "inside.py"), name,
-                   "--memtool", memtool, "--catalogue", ARGS.catalogue, "--service", service]
+        command = inside(name, "--catalogue", ARGS.catalogue, "--service", emulated(ARGS.service))
         done = self.devroot_run(*options, command=command)
         report = done.stdout + done.stderr
         self.assertEqual(done.returncode, 0, report)
@@ -226,13 +234,8 @@ class BrokerTest(ServiceTest):
 
 class BrokerRestartTest(ServiceTest):
     def test_the_service_survives_a_restart_of_the_broker(self):
-        def command(path):
-            return shlex.join(shlex.split(ARGS.emulator) + [path])
-        argv = [ARGS.devroot, "exec", "--keep", self.root, "--bind-ro", ARGS.build,
-                "--bind-ro", HERE, "--", "/usr/bin/python3", os.path.join(HERE, "inside.py"),
-                "broker-restart", "--memtool", command(ARGS.memtool), "--service",
-                command(ARGS.service), "--broker", command(ARGS.broker)]
-        done = subprocess.run(argv, capture_output=True, text=True, timeout=240)
+        done = self.devroot_exec(*inside("broker-restart", "--service", emulated(ARGS.service),
+                                         "--broker", emulated(ARGS.broker)))
         log = kmsglines.read_lines(os.path.join(self.root, "kmsg"))
         report = done.stdout + done.stderr + "\n".join(log)
         self.assertEqual(done.returncode, 0, report)
