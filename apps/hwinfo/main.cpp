@@ -296,9 +296,9 @@ Program const HWINFO = {
          reset},
         {"keys",
          "hwinfo keys [--writable]",
-         "Prints every key that get reads (with --writable: the keys that set\n"
-         "writes), one per line, without opening any device: for shell completion\n"
-         "and scripts.",
+         "Prints the keys that get reads, except the hidden \"unused\" (with\n"
+         "--writable: the keys that set writes), one per line, without opening any\n"
+         "device: for shell completion and scripts.",
          {"--writable"},
          {},
          keys},
