@@ -24,7 +24,9 @@ static_assert(std::atomic<uint32_t>::is_always_lock_free);
 
 constexpr int MAX_EVENTS = 8;
 
-void fence() { std::atomic_thread_fence(std::memory_order_seq_cst); }
+void fence() {
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+}
 
 bool testAndClear(std::atomic<uint8_t>& flag) {
     fence();
@@ -54,6 +56,39 @@ void logPendingSignals() {
         }
     }
 }
+
+// Holds SIGINT, SIGTERM and SIGALRM back from the termination check until
+// the kernel waits: epoll_pwait lets them in only while it sleeps.  Without
+// this, a signal arriving between the check and the wait would set its flag
+// and leave the wait asleep until some descriptor woke it (forever for a wait
+// without time-out, so SIGTERM would be ignored).  The mask is put back as
+// soon as the wait returns, so the callbacks run as the process left them.
+class HandledSignalsBlocked {
+public:
+    HandledSignalsBlocked() {
+        sigset_t handled;
+        sigemptyset(&handled);
+        sigaddset(&handled, SIGINT);
+        sigaddset(&handled, SIGTERM);
+        sigaddset(&handled, SIGALRM);
+        sigprocmask(SIG_BLOCK, &handled, &previous);
+    }
+    ~HandledSignalsBlocked() { release(); }
+    // The mask to wait with: the one in force before this object.
+    const sigset_t* waitMask() const { return &previous; }
+    void release() {
+        if (blocked) {
+            sigprocmask(SIG_SETMASK, &previous, nullptr);
+            blocked = false;
+        }
+    }
+    HandledSignalsBlocked(const HandledSignalsBlocked&) = delete;
+    HandledSignalsBlocked& operator=(const HandledSignalsBlocked&) = delete;
+
+private:
+    sigset_t previous;
+    bool blocked = true;
+};
 
 } // namespace
 
@@ -132,6 +167,7 @@ void EventPoll::setTimer(int milliseconds) {
 }
 
 int EventPoll::wait(int timeoutMs, bool ignoreTerminate) {
+    HandledSignalsBlocked blocked;
     logPendingSignals();
     if (!ignoreTerminate && shouldTerminate()) {
         return Terminate;
@@ -140,7 +176,10 @@ int EventPoll::wait(int timeoutMs, bool ignoreTerminate) {
         THROW_ERROR("wait called on an already closed handle");
     }
     epoll_event events[MAX_EVENTS];
-    int ready = epoll_wait(epollFd, events, MAX_EVENTS, timeoutMs);
+    int ready = epoll_pwait(epollFd, events, MAX_EVENTS, timeoutMs, blocked.waitMask());
+    int waitError = errno;
+    blocked.release();
+    errno = waitError;
     if (ready < 0) {
         if (errno != EINTR) {
             THROW_ERROR_NUMBER("epoll_wait");
@@ -190,5 +229,7 @@ EventPoll processPoll;
 } // namespace
 
 namespace gen {
-EventPoll& getEventPoll() { return processPoll; }
+EventPoll& getEventPoll() {
+    return processPoll;
+}
 } // namespace gen

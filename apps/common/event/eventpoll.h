@@ -1,6 +1,8 @@
 // The process's single-threaded event loop: one epoll instance, one optional
 // periodic timer (SIGALRM on the monotonic clock) and the handling of the
 // termination signals, which only set lock-free flags that wait() reports.
+// wait() blocks those signals from its termination check until the kernel
+// sleeps, so one that arrives in between still ends that wait.
 #pragma once
 
 #include <ctime>
@@ -25,7 +27,13 @@ public:
         std::function<void(EventType)> function;
     };
 
-    enum WaitResult { Interrupted = 0, TimerExpired = 1, Timeout = 2, EventsHandled = 3, Terminate = 4 };
+    enum WaitResult {
+        Interrupted = 0,
+        TimerExpired = 1,
+        Timeout = 2,
+        EventsHandled = 3,
+        Terminate = 4
+    };
 
     EventPoll();
     ~EventPoll();
