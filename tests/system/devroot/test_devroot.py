@@ -311,6 +311,16 @@ def log_line(level, message):
     return f"{'settings-manager':>20}  {level:<12}{'a.cpp':>20}:   1 {message}"
 
 
+class HelpTest(unittest.TestCase):
+    def test_each_mode_explains_its_options(self):
+        for mode in ("exec", "run"):
+            result = subprocess.run([ARGS.devroot, mode, "--help"], capture_output=True,
+                                    text=True, timeout=60)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            self.assertIn("--shm-size BYTES      /dev/shm is a tmpfs of that size", result.stdout)
+            self.assertIn("--stop-after S", result.stdout)
+
+
 class KmsgLinesTest(unittest.TestCase):
     """The log helpers take each record's priority prefix off and check it."""
 
