@@ -7,11 +7,10 @@
 #include "child.h"
 #include "eventpoll.h"
 #include "log.h"
+#include "signallater.h"
 #include "waitresult.h"
 
 #include <csignal>
-#include <cstdlib>
-#include <ctime>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <iostream>
@@ -33,27 +32,12 @@ template <class Function> Function real(const char* name) {
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
-// Ends this process after `milliseconds`, whatever it is doing: a wait that
-// went to sleep for good shows as a child killed by SIGKILL.
-void killLater(long milliseconds) {
-    sigevent notification{};
-    notification.sigev_notify = SIGEV_SIGNAL;
-    notification.sigev_signo = SIGKILL;
-    timer_t timer;
-    itimerspec when{};
-    when.it_value.tv_sec = milliseconds / 1000;
-    when.it_value.tv_nsec = (milliseconds % 1000) * 1000000L;
-    if (timer_create(CLOCK_MONOTONIC, &notification, &timer) != 0 ||
-        timer_settime(timer, 0, &when, nullptr) != 0) {
-        std::abort();
-    }
-}
-
 testsupport::ChildResult waitWithSignalOnEntry(int number) {
     return testsupport::runInChild([number] {
         gComponentLogLevel = nullptr;
         EventPoll poll;
-        killLater(5000);
+        // A wait that went to sleep for good shows as a child killed by SIGKILL.
+        sendSignalLater(SIGKILL, 5000);
         signalOnEntry = number;
         int first = poll.wait(-1);
         int second = poll.wait(0);

@@ -7,6 +7,7 @@
 #include "log.h"
 #include "logline.h"
 #include "pipes.h"
+#include "signallater.h"
 #include "waitresult.h"
 
 #include <csignal>
@@ -26,22 +27,6 @@ using testsupport::runInChild;
 namespace {
 
 using Lines = std::vector<std::string>;
-
-// Has SIGTERM sent to this process after the given time, from a timer of the
-// test's own, so that it arrives while the process is blocked.
-void sendTermLater(long milliseconds) {
-    sigevent notification{};
-    notification.sigev_notify = SIGEV_SIGNAL;
-    notification.sigev_signo = SIGTERM;
-    timer_t timer;
-    itimerspec when{};
-    when.it_value.tv_sec = milliseconds / 1000;
-    when.it_value.tv_nsec = (milliseconds % 1000) * 1000000L;
-    if (timer_create(CLOCK_MONOTONIC, &notification, &timer) != 0 ||
-        timer_settime(timer, 0, &when, nullptr) != 0) {
-        std::abort();
-    }
-}
 
 // Runs body in a child until its SIGTERM did arrive while it was blocked:
 // should the signal come before the wait started (a very slow start), the
@@ -71,7 +56,7 @@ TEST(EventPollSignals, SigtermWhileBlockedInterruptsAndTheNextWaitLogsAndTermina
     auto result = runUntilBlocked([] {
         EventPoll poll;
         KmsgCapture own;
-        sendTermLater(300);
+        sendSignalLater(SIGTERM, 300);
         int first = poll.wait(-1);
         if (first == EventPoll::Terminate) {
             std::cout << "early\n";
@@ -102,7 +87,7 @@ TEST(EventPollSignals, SigtermWhileBlockedAfterATimerExpiryReportsTheTimerFirst)
         while (nanosleep(&pause, &pause) != 0) {
         }
         poll.setTimer(0);
-        sendTermLater(300);
+        sendSignalLater(SIGTERM, 300);
         int first = poll.wait(-1);
         if (first == EventPoll::Terminate) {
             std::cout << "early\n";
