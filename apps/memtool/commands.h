@@ -20,3 +20,4 @@ int loadValues(const Arguments& arguments);
 int postEventCommand(const Arguments& arguments);
 int watchEvents(const Arguments& arguments);
 int runRequest(const Arguments& arguments);
+int serveInspector(const Arguments& arguments);

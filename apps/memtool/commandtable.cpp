@@ -116,6 +116,20 @@ const Program MEMTOOL = {
          {},
          {"--timeout"},
          runRequest},
+        {"serve",
+         "memtool serve [--listen ADDRESS:PORT] [--token TOKEN] [--read-only]",
+         "Serves the inspector, a web page of the device's memories, events and\n"
+         "settings (search, live values, editing with the checks of `set`, plots,\n"
+         "the event log, the user setups, the unit's identity), with a JSON API.\n"
+         "Listens on 127.0.0.1:8765 unless --listen says otherwise (port 0: any\n"
+         "free port).  Every request needs the token, as the header\n"
+         "\"Authorization: Bearer TOKEN\" or the query token=TOKEN; without --token\n"
+         "one is made at random and the page's address with it is printed.\n"
+         "Requests from other sites' pages or to other host names are refused.\n"
+         "--read-only refuses every change.  Runs until Ctrl-C or SIGTERM.",
+         {"--read-only"},
+         {"--listen", "--token"},
+         serveInspector},
         {"names",
          "memtool names [MEMORY [VARIABLE]] | --events | --commands | --options COMMAND",
          "Prints bare names, one per line, for shell completion and scripts: the\n"
