@@ -38,19 +38,6 @@ RequestParse refused(int status, std::string reason) {
     return parse;
 }
 
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
-
 // Splits the target into decoded path segments and query parameters; false
 // when it is no absolute path or holds a bad escape.
 bool splitTarget(HttpRequest& request) {
@@ -108,15 +95,13 @@ std::optional<std::string> percentDecode(std::string_view text, bool plusIsBlank
     decoded.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '%') {
-            if (i + 2 >= text.size()) {
+            unsigned byte = 0;
+            const char* digits = text.data() + i + 1;
+            if (i + 2 >= text.size() ||
+                std::from_chars(digits, digits + 2, byte, 16).ptr != digits + 2) {
                 return std::nullopt;
             }
-            const int high = hexDigit(text[i + 1]);
-            const int low = hexDigit(text[i + 2]);
-            if (high < 0 || low < 0) {
-                return std::nullopt;
-            }
-            decoded += static_cast<char>(high * 16 + low);
+            decoded += static_cast<char>(byte);
             i += 2;
         } else if (text[i] == '+' && plusIsBlank) {
             decoded += ' ';

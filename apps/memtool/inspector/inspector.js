@@ -772,10 +772,9 @@
     addPoint(key, current.get(key));
   }
 
-  let stream = null;
   function connect() {
     const status = byId('status');
-    stream = new EventSource('/api/events?token=' + encodeURIComponent(token));
+    const stream = new EventSource('/api/events?token=' + encodeURIComponent(token));
     stream.onopen = () => {
       status.textContent = 'live';
       status.className = 'badge live';
@@ -789,6 +788,11 @@
     stream.onerror = () => {
       status.textContent = 'reconnecting';
       status.className = 'badge lost';
+      // The browser gives up on a stream that was refused; try again later.
+      if (stream.readyState === EventSource.CLOSED) {
+        stream.close();
+        setTimeout(connect, 3000);
+      }
     };
     stream.onmessage = (message) => {
       try {

@@ -9,6 +9,7 @@ otherwise.
 """
 
 import argparse
+import contextlib
 import http.client
 import json
 import os
@@ -384,10 +385,27 @@ def check_slow_client(options, inspector, stream):
     say("slowest answer during the flood", f"{max(answered):.3f}")
 
 
-def api(options):
+@contextlib.contextmanager
+def running(options):
+    """The broker, the service and `memtool serve`; at the end of the block the
+    inspector is ended with SIGTERM, must exit with status 0, and leaves its
+    standard error in `inspector.error`."""
     device = Device(options)
     inspector = Inspector(options)
     try:
+        yield device, inspector
+        status, inspector.error = inspector.end(signal.SIGTERM)
+        say("serve", f"exit status {status}")
+        check(status == 0 and "stopped" in inspector.error,
+              f"SIGTERM: {status}: {inspector.error}")
+    finally:
+        if inspector.process.poll() is None:
+            inspector.process.kill()
+        device.stop()
+
+
+def api(options):
+    with running(options) as (_, inspector):
         check(inspector.token is not None and len(inspector.token) == 32,
               f"no token in {inspector.url}")
         stream = EventStream(inspector)
@@ -398,19 +416,10 @@ def api(options):
         check_read_only(options, inspector)
         check_other_events(options, stream)
         check_slow_client(options, inspector, stream)
-        status, error = inspector.end(signal.SIGTERM)
-        say("serve", f"exit status {status}")
-        check(status == 0 and "stopped" in error, f"SIGTERM: {status}: {error}")
-    finally:
-        if inspector.process.poll() is None:
-            inspector.process.kill()
-        device.stop()
 
 
 def restart(options):
-    device = Device(options)
-    inspector = Inspector(options)
-    try:
+    with running(options) as (device, inspector):
         stream = EventStream(inspector)
         check(inspector.get_json("/api/get/MemPersistent/DisplayBrightness") == {"value": 7},
               "the inspector does not read the default")
@@ -442,21 +451,13 @@ def restart(options):
         say("events after the broker's restart", "yes")
         check(json.loads(inspector.expect(200, "POST", "/api/set/MemPersistent/DisplayBrightness",
                                           "6")) == {"value": 6}, "no set after the restarts")
-        status, error = inspector.end(signal.SIGTERM)
-        say("serve", f"exit status {status}")
-        check(status == 0, f"SIGTERM: {status}: {error}")
-        check("lost the message broker" in error, f"the lost broker was not reported: {error}")
-    finally:
-        if inspector.process.poll() is None:
-            inspector.process.kill()
-        device.stop()
+    check("lost the message broker" in inspector.error,
+          f"the lost broker was not reported: {inspector.error}")
 
 
 def browser(options):
     """The page in Debian's Chromium (browser/browser.mjs), against this device."""
-    device = Device(options)
-    inspector = Inspector(options)
-    try:
+    with running(options) as (_, inspector):
         script = os.path.join(os.path.dirname(os.path.realpath(__file__)), "browser", "browser.mjs")
         done = subprocess.run(["/usr/bin/node", script, "--url", inspector.url, "--memtool",
                                options.memtool, "--screenshots", options.screenshots],
@@ -464,12 +465,6 @@ def browser(options):
                               env=dict(os.environ, HOME="/tmp"))
         print(done.stdout, end="", flush=True)
         check(done.returncode == 0, f"the browser's run failed: {done.stderr[-3000:]}")
-        status, error = inspector.end(signal.SIGTERM)
-        check(status == 0, f"SIGTERM: {status}: {error}")
-    finally:
-        if inspector.process.poll() is None:
-            inspector.process.kill()
-        device.stop()
 
 
 SCENARIOS = {"api": api, "restart": restart, "browser": browser}
