@@ -104,6 +104,15 @@ try {
   const row = page.locator('[data-key="MemPersistent.DisplayBrightness"]');
   await row.waitFor();
   say('found', await page.locator('#matches').textContent());
+  // The keyboard reaches the rows: "/" is the search, the down arrow the first value.
+  await page.locator('body').click({ position: { x: 5, y: 300 } });
+  await page.keyboard.press('/');
+  check(await page.evaluate(() => document.activeElement.id) === 'search', '"/" does not search');
+  await page.keyboard.press('ArrowDown');
+  check(await page.evaluate(() => document.activeElement.classList.contains('val') &&
+                            document.activeElement.closest('.row').dataset.key ===
+                            'MemPersistent.DisplayBrightness'),
+        'the down arrow does not reach the first value');
   const value = row.locator('.val');
   const before = memtool(['get', 'MemPersistent', 'DisplayBrightness']);
   check(await waitForText(value, before, 5) !== null,
@@ -148,8 +157,18 @@ try {
   await page.waitForFunction(() => document.querySelector('#details pre') !== null);
   check((await page.locator('#details pre').textContent()).trim() === '3',
         'the details do not show the value');
+  check((await page.locator('#details dd.refused').textContent()) === refusal,
+        'the details do not show the refusal');
   await page.locator('#event-filter').fill('DisplayBrightness');
   await page.waitForFunction(() => document.querySelectorAll('#events li').length >= 2);
+  await page.locator('#pause').click();
+  memtool(['set', 'MemPersistent', 'DisplayBrightness', '4']);
+  await page.waitForFunction(() =>
+    document.getElementById('event-count').textContent === '1 new while paused');
+  check(await page.locator('#events li').count() === 2, 'a paused log went on');
+  await page.locator('#pause').click();
+  await page.waitForFunction(() => document.querySelectorAll('#events li').length === 3);
+  say('event log', 'filtered, paused and resumed');
   await page.waitForTimeout(300);
   await page.screenshot({ path: join(options.screenshots, 'inspector.png') });
 
