@@ -22,6 +22,9 @@ void initMemories();
 void openMemory(uint32_t memory);
 // openMemory of every memory.
 void openMemories();
+// Points memory `memory`'s base pointer at `record`, a private record of its size that no
+// other process sees (for a dry run); nothing is opened or written.
+void useRecord(uint32_t memory, uint8_t* record);
 // The owner's whole start-up: processPreInit, initMemories, the broker connection and its
 // subscriptions, the component log level (this service's entry of MemApp), processPostInit.
 void init();
