@@ -23,9 +23,14 @@ namespace {
 constexpr int EXCERPT_LEAD = 20;
 constexpr std::size_t EXCERPT_LENGTH = 41;
 // Unreadable lines of a damaged document that are logged one by one, and the
-// characters of each that are shown.
+// characters of each (and of a kept value) that are shown.
 constexpr std::size_t LOGGED_LINES = 10;
 constexpr std::size_t LOGGED_LINE_LENGTH = 60;
+
+// The first LOGGED_LINE_LENGTH characters of a text, "..." after them when it is longer.
+std::string shown(const std::string& text) {
+    return text.size() > LOGGED_LINE_LENGTH ? text.substr(0, LOGGED_LINE_LENGTH) + "..." : text;
+}
 
 // EXCERPT_LENGTH characters of `text` with the one at `position` at index
 // EXCERPT_LEAD; blanks stand in for characters before the text's start.
@@ -328,7 +333,7 @@ bool SettingsLoader::keepAside(const Results& current,
                 continue;
             }
             LOG(LogLight, "%s: the value kept aside is stored again: %s", entry.key.c_str(),
-                entry.value.c_str());
+                shown(entry.value).c_str());
             restored = true;
         }
         gen::subscribeNotifications();

@@ -42,6 +42,14 @@ memory, the variable or entry and what to declare:
      the snapshot's event table (a renamed variable's event keeps its id under the new name).
 A changed default of a persistent variable is a note (against the latest snapshot), not a
 refusal: units in the field keep the value they stored.
+
+Choices made here:
+- Every refusal is reported at once (ReleaseError holds them all), not only the first.
+- Beyond a lost or renamed member, a member of a struct that a setting uses whose type, array
+  length or capacity changed is refused too (e); a range given to a float variable that had none
+  counts as narrowed (d), as the range check then refuses values it took before.
+- The note of a changed default is given for persistent variables only (the other memories are
+  written afresh at every start) and against the latest snapshot, once.
 """
 
 import json
