@@ -258,15 +258,31 @@ def step_back(before, checks):
     print("before again: values back, user changed Volume, Legacy and KnobColour", flush=True)
 
 
+def damage_current_file():
+    """Breaks the line of Brightness in .current.stp and removes the backup: the service must
+    read the rest line by line."""
+    document = read(faults.CURRENT)
+    with open(faults.CURRENT, "w", encoding="utf-8") as stream:
+        stream.write(document.replace('"Brightness": 7,', '"Brightness" 7,'))
+    os.remove(faults.BACKUP)
+
+
 def step_again(after, checks):
-    """The update again: the last values set win; a user setup of the before release loads
-    without adding to what is kept; a factory reset clears it."""
+    """The update again, on a damaged .current.stp without a backup: every line that can be read
+    counts, the last values set win; user setups of the before release, and one naming a variable
+    by both its names, load without adding to what is kept; a factory reset clears it."""
+    damage_current_file()
     service = after.start(checks)
     device = faults.Device(after.catalogue)
     try:
-        checks.equal(values(device, ["Loudness", "Contrast", "KnobColour", "Speed", "Zoom"]),
-                     {"Loudness": 70, "Contrast": 9, "KnobColour": "Blue", "Speed": 10,
-                      "Zoom": 15}, "after the second update")
+        checks.equal(values(device, ["Brightness", "Loudness", "Contrast", "KnobColour", "Speed",
+                                     "Zoom"]),
+                     {"Brightness": 5, "Loudness": 70, "Contrast": 9, "KnobColour": "Blue",
+                      "Speed": 10, "Zoom": 15}, "after the second update")
+        checks.expect(read(faults.DAMAGED) is not None, "the damaged file was not kept")
+        logged(checks, after, service,
+               "Could not read line 2 of .current.stp.damaged: \"Brightness\" 7,",
+               "Volume: read as Loudness, its former name")
         entries = kept()
         checks.equal(entries.get("Legacy"), {"value": "false"}, "kept Legacy")
         checks.equal(entries.get("Speed"), {"value": "15", "instead": "10"}, "kept Speed")
@@ -285,6 +301,14 @@ def step_again(after, checks):
                      {"Loudness": 80, "Zoom": 15, "Speed": 10}, "after loading Studio.stp")
         checks.equal(read(STUDIO), setup, "Studio.stp after its load")
         checks.expect("Zoom" not in kept(), "the user setup's Zoom was kept aside")
+        with open(faults.SETUPS + "Both.stp", "w", encoding="utf-8") as stream:
+            stream.write('{\n"Loudness": 33,\n"Volume": 44\n}')
+        faults.wait_until(lambda: device.get("MemUserSetups", "UserSetupListSize") == 2, 30.0)
+        device.set("MemUserSetups", "UserSetupSelectedFileIndex", 0)
+        request(checks, device, "UserSetupAcceptLoadFileName")
+        checks.equal(device.get("MemPersistent", "Loudness"), 33, "Loudness after Both.stp")
+        logged(checks, after, service,
+               "Volume: kept aside, the current name Loudness is in the document too")
         checks.expect(device.request("MemGuiLocal", "FactoryReset", 60.0),
                       "the factory reset was not served")
         checks.expect(read(KEPT) is None, "the factory reset left .current.stp.kept")
