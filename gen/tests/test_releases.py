@@ -6,62 +6,29 @@ The small "after" model of gen/tests/migration declares every kind of change aga
 1.0.0 (the "before" model); each test breaks one declaration in a copy and reads the refusal. The
 device's model is tried as a new user would change it. snapshot.py records releases."""
 
-import os
 import pathlib
 import re
-import shutil
 import subprocess
 import sys
-import tempfile
 import unittest
 
-GEN_ROOT = pathlib.Path(os.environ.get("GEN_ROOT", pathlib.Path(__file__).resolve().parents[1]))
-GENERATOR = GEN_ROOT / "generator" / "generate.py"
+from modelcopy import GEN_ROOT, GENERATOR, ModelCopy
+
 SNAPSHOT = GEN_ROOT / "generator" / "snapshot.py"
 MIGRATION = GEN_ROOT / "tests" / "migration"
 PERSISTENT = "memories/00-MemPersistent.toml"
 SNAPSHOT_FILE = "releases/1.0.0.json"
 
 
-class ModelCopy(unittest.TestCase):
-    source = None
-
-    def setUp(self):
-        self.work = pathlib.Path(tempfile.mkdtemp())
-        self.model = self.work / "model"
-        shutil.copytree(self.source, self.model)
-        self.out = self.work / "out"
-
-    def tearDown(self):
-        shutil.rmtree(self.work)
-
-    def edit(self, relative, old, new, count=1):
-        path = self.model / relative
-        text = path.read_text()
-        self.assertIn(old, text, f"{old!r} not in {relative}")
-        path.write_text(text.replace(old, new, count))
-
-    def generate(self, *options):
-        return subprocess.run([sys.executable, "-B", str(GENERATOR), *options, str(self.model),
-                               str(self.out)], capture_output=True, text=True)
-
-    def assert_refused(self, *fragments, options=("--no-device-facts",)):
-        result = self.generate(*options)
-        self.assertEqual(result.returncode, 1, result.stderr)
-        for fragment in fragments:
-            self.assertIn(fragment, result.stderr)
-        self.assertFalse(self.out.exists() and any(self.out.iterdir()), "nothing is written")
-        return result.stderr
-
-
 class AfterModelTest(ModelCopy):
     source = MIGRATION / "after"
+    refuse_options = ("--no-device-facts",)
 
     def snapshot_path(self):
         return str(self.model / SNAPSHOT_FILE)
 
     def test_every_declared_change_generates_with_a_note_of_the_changed_default(self):
-        result = self.generate("--no-device-facts")
+        result = self.run_generator("--no-device-facts")
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertEqual(result.stderr.splitlines(), [
             f"note: {self.snapshot_path()}: MemPersistent: variable \"Title\": the default changed "
@@ -227,10 +194,11 @@ class AfterModelTest(ModelCopy):
 class DeviceModelTest(ModelCopy):
     """The device's model changed as a new user would, without declaring anything."""
     source = GEN_ROOT / "model"
+    refuse_options = ("--no-device-facts",)
 
     def test_the_device_model_passes_against_its_releases(self):
         for options in ((), ("--no-device-facts",)):
-            result = self.generate(*options)
+            result = self.run_generator(*options)
             self.assertEqual(result.returncode, 0, result.stderr)
             self.assertEqual(result.stderr, "")
 
@@ -242,7 +210,7 @@ class DeviceModelTest(ModelCopy):
                             "[\"SoundVolume\"]")
         self.edit(PERSISTENT, 'name = "SoundLevel"', 'name = "SoundLevel", formerly = '
                                                      '["SoundVolume"]')
-        result = self.generate("--no-device-facts")
+        result = self.run_generator("--no-device-facts")
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertRegex((self.out / "history.cpp").read_text(), r'\{0, \d+, "SoundVolume"\},')
 
