@@ -61,6 +61,7 @@ KeptSettings::KeptSettings(const SettingsFolder& folder, uint32_t memory)
 std::vector<KeptSettings::Entry> KeptSettings::read() {
     const std::optional<std::string> text = folder.readText(fileName());
     written = text.value_or("");
+    known = true;
     if (!text) {
         return {};
     }
@@ -99,6 +100,7 @@ void KeptSettings::forget(uint32_t variable) {
 void KeptSettings::clear() {
     kept.clear();
     written.clear();
+    known = true;
 }
 
 // The current value of every variable under the names and entries that an
@@ -151,6 +153,9 @@ std::string KeptSettings::content() const {
 }
 
 void KeptSettings::save() {
+    if (!known) {
+        return;
+    }
     const std::string text = content();
     if (text == written) {
         return;

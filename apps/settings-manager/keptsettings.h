@@ -61,7 +61,8 @@ public:
     // The user set the variable: its kept entries are dropped.
     void forget(uint32_t variable);
     // Writes the file when its content changed (or removes it when there is
-    // nothing to keep).
+    // nothing to keep); nothing before the file was read, so that a save made
+    // before the start-up load never replaces what an earlier run kept.
     void save();
     // After a factory reset, which removed the file: nothing is kept.
     void clear();
@@ -75,6 +76,8 @@ private:
     std::vector<Entry> kept;
     // The file's content as last read or written; empty for no file.
     std::string written;
+    // The file was read (or removed by a factory reset): its content is known.
+    bool known = false;
     // The last failure of writing the file, empty after a success.
     std::string saveError;
 };

@@ -321,6 +321,21 @@ def step_again(after, checks):
     print("after again: last values won, Studio.stp loaded, factory reset", flush=True)
 
 
+def step_fresh(after, checks):
+    """A start without settings files writes the defaults first; what an earlier run kept aside
+    survives it."""
+    for path in (faults.CURRENT, faults.BACKUP):
+        if os.path.exists(path):
+            os.remove(path)
+    with open(KEPT, "w", encoding="utf-8") as stream:
+        stream.write('{\n"Zoom": {"value": "40", "instead": "5"}\n}')
+    service = after.start(checks)
+    after.stop(service, checks)
+    checks.equal(kept().get("Zoom"), {"value": "40", "instead": "5"},
+                 "kept Zoom after a start without settings files")
+    print("after, without settings files: what was kept stays", flush=True)
+
+
 def inside(options):
     signal.pthread_sigmask(signal.SIG_BLOCK, faults.WATCHED)
     emulator = shlex.split(options.emulator)
@@ -337,6 +352,7 @@ def inside(options):
         step_after(after, memtool, checks)
         step_back(before, checks)
         step_again(after, checks)
+        step_fresh(after, checks)
     finally:
         broker.stop(60.0)
     print(f"checks failed: {checks.failed}", flush=True)
