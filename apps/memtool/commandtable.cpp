@@ -88,6 +88,20 @@ const Program MEMTOOL = {
          {"--dry-run"},
          {},
          loadValues},
+        {"preview",
+         "memtool preview FILE [--json]",
+         "Tells what loading the settings document FILE (a \".stp\" file; \"-\" for\n"
+         "standard input) into this release would do to each key, storing nothing\n"
+         "and needing no running service: stored as it is, read from a former name,\n"
+         "former enum entry mapped, clamped to the range, not stored as retired,\n"
+         "kept aside (and why), or skipped (product information).  The document is\n"
+         "applied as the settings service applies it, to a private copy of\n"
+         "MemPersistent.  One line per key, then the count of each outcome; with\n"
+         "--json one object with the keys file, complete, unreadableLines, keys and\n"
+         "counts.  A document that cannot be read whole is read line by line.",
+         {"--json"},
+         {},
+         previewDocument},
         {"post",
          "memtool post EVENT [--index N]",
          "Posts an event, given by name or number, to the broker; --index N posts it\n"
