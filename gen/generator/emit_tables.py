@@ -1,6 +1,8 @@
 """Writes the catalogue's tables: enums.h (the enum name arrays), converters.h/.cpp (the
 per-type getters and setters of enums and structs) and tables.cpp (struct member lists, the enum
-table, the descriptor tables and the memory table)."""
+table, the descriptor tables and the memory table). Every table is a constant initialiser: the
+program gets them complete when it is loaded, without code run at start (constexpr and constinit
+make the compiler refuse any table that would need such code)."""
 
 from cpp import c_string, render, rows
 
@@ -15,6 +17,10 @@ def name_array(enum):
 
 def members_name(struct):
     return f"{struct.name.upper()}_MEMBERS"
+
+
+def member_array_name(struct):
+    return f"{struct.name.upper()}_MEMBER_ARRAY"
 
 
 def variables_name(memory):
@@ -83,14 +89,20 @@ def _table(declaration, items):
     return f"{declaration} = {{\n{rows(items)}\n}};\n\n"
 
 
+def _member_list(struct):
+    """The constant member array of a struct type and its StructMembers view."""
+    return (_table(f"constexpr StructInfo {member_array_name(struct)}[]",
+                   [_member(m) for m in struct.members])
+            + f"constexpr StructMembers {members_name(struct)}({member_array_name(struct)});\n\n")
+
+
 def tables_source(model):
-    name_arrays = [f"const char* const {name_array(e)}[] = {{\n{rows(c_string(x) + ',' for x in e.entries)}\n}};"
+    name_arrays = [f"constinit const char* const {name_array(e)}[] = {{\n{rows(c_string(x) + ',' for x in e.entries)}\n}};"
                    for e in model.enums]
     return render(
         "tables.cpp",
-        member_lists="".join(_table(f"const std::vector<StructInfo> {members_name(s)}",
-                                    [_member(m) for m in s.members]) for s in model.structs),
-        descriptor_tables="".join(_table(f"VariableDescriptor {variables_name(m)}[]",
+        member_lists="".join(_member_list(s) for s in model.structs),
+        descriptor_tables="".join(_table(f"constinit VariableDescriptor {variables_name(m)}[]",
                                          [_descriptor(m, v, model) for v in m.variables])
                                   for m in model.memories),
         name_arrays="\n".join(name_arrays),

@@ -243,14 +243,14 @@ TEST(Catalogue, ExampleStructMembers) {
     }
     const StructTypeInfo* table = findStruct("LensTable");
     ASSERT_NE(table, nullptr);
-    const std::vector<StructInfo>& members = *table->members;
+    const StructMembers& members = *table->members;
     ASSERT_EQ(members.size(), 9u);
     EXPECT_STREQ(members[0].name, "TableActive");
     EXPECT_EQ(members[0].baseType, BaseBool);
     EXPECT_STREQ(members[6].name, "LensTableValueList");
     EXPECT_EQ(members[6].offset, 24u);
     EXPECT_EQ(members[6].baseType, BaseStruct);
-    EXPECT_EQ(members[6].typeName, "ScaleValues");
+    EXPECT_STREQ(members[6].typeName, "ScaleValues");
     EXPECT_STREQ(members[7].name, "LensTableMotorAtLeftSide");
     EXPECT_EQ(members[7].offset, 12312u);
     EXPECT_STREQ(members[8].name, "LensTableInverse");
