@@ -20,12 +20,18 @@
 //   detects the base, the range check reads decimal): "08" is judged as 0 and
 //   "0x7fffffff" as 2147483647, so a document never stores a value outside
 //   its range.
+// - The defaults are captured at start as a copy of MemPersistent's record
+//   (1,136 bytes, before any file is applied); their document is built from
+//   that copy the first time it is needed (a factory reset, or a start whose
+//   files are both damaged), not before the service is ready.  It is the same
+//   text that building it at start gave.
 #pragma once
 
 #include "json.h"
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -50,8 +56,8 @@ public:
     bool apply(const Json& reader);
     // Logs a parse error with 41 characters of text around the position.
     void printJsonError(int position, const std::string& text) const;
-    // Captures the defaults document; writes ".current.stp" when neither it
-    // nor its backup exists.
+    // Captures the defaults (MemPersistent as it is before any file is
+    // applied); writes ".current.stp" when neither it nor its backup exists.
     void captureDefaults();
     // The factory reset, when MemGuiLocal's FactoryReset is set: the settings
     // folder is emptied by `emptyFolder`, the defaults are applied and the
@@ -64,9 +70,13 @@ private:
     bool applyValue(const std::string& key, const std::string& value,
                     const std::vector<Json::Item>& document);
     std::string setStructArray(uint32_t variable, const std::string& value);
+    // The document of the captured defaults, built on first use.
+    const std::string& defaultsDocument();
 
     const SettingsFolder& folder;
     SettingsStore& store;
     uint32_t memory;
-    std::string defaults;
+    // MemPersistent's record as captureDefaults found it.
+    std::vector<uint8_t> defaultRecord;
+    std::optional<std::string> defaults;
 };

@@ -6,6 +6,7 @@
 #include "documenttext.h"
 #include "introspection.h"
 #include "log.h"
+#include "memories.h"
 #include "printers.h"
 #include "productinfo.h"
 #include "settingsfolder.h"
@@ -40,6 +41,27 @@ void SettingsStore::addUpdate(EventId event) {
 
 std::stringstream SettingsStore::currentValues() const {
     product.publish();
+    return document([this](uint32_t variable, int element) {
+        return Introspection::getVarValue(memory, variable, element);
+    });
+}
+
+std::vector<uint8_t> SettingsStore::snapshot() const {
+    product.publish();
+    SharedMemory& segment = gen::getSharedMemory(memory);
+    const uint8_t* record = segment.address();
+    return std::vector<uint8_t>(record, record + segment.getSize());
+}
+
+std::string SettingsStore::documentOf(const std::vector<uint8_t>& record) const {
+    return document([this, &record](uint32_t variable, int element) {
+               return Introspection::getVarValueIn(record.data(), memory, variable, element);
+           })
+        .str();
+}
+
+std::stringstream
+SettingsStore::document(const std::function<std::string(uint32_t, int)>& valueOf) const {
     const Introspection::DocumentEscape escapeStructTexts;
     const uint32_t count = Introspection::getVarCount(memory);
     std::stringstream document;
@@ -55,15 +77,13 @@ std::stringstream SettingsStore::currentValues() const {
                 if (element > 0) {
                     document << ",";
                 }
-                document << Introspection::getVarValue(memory, variable, element);
+                document << valueOf(variable, element);
             }
             document << "]";
         } else if (isQuotedInDocument(baseType)) {
-            document << "\""
-                     << DocumentText::escape(Introspection::getVarValue(memory, variable, 0))
-                     << "\"";
+            document << "\"" << DocumentText::escape(valueOf(variable, 0)) << "\"";
         } else {
-            document << Introspection::getVarValue(memory, variable, 0);
+            document << valueOf(variable, 0);
         }
         if (variable + 1 < count) {
             document << "," << std::endl;

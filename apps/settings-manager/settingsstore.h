@@ -30,8 +30,10 @@
 #include "notify.h"
 
 #include <cstdint>
+#include <functional>
 #include <sstream>
 #include <string>
+#include <vector>
 
 class ProductInfo;
 class SettingsFolder;
@@ -45,6 +47,12 @@ public:
     void addUpdate(EventId event);
     // The settings document of the live values of MemPersistent.
     std::stringstream currentValues() const;
+    // A copy of MemPersistent's record as it is now (the product information
+    // copied in first), for a document built later with documentOf().
+    std::vector<uint8_t> snapshot() const;
+    // The settings document of a record that snapshot() took: the document
+    // that currentValues() gave at that moment.
+    std::string documentOf(const std::vector<uint8_t>& record) const;
     // Writes settings folder + name + ".stp"; false (and logged) when it
     // could not be written.
     bool store(const char* name);
@@ -58,6 +66,8 @@ public:
     void markDirty() { dirty = true; }
 
 private:
+    // The document of the values that valueOf(variable, element) gives.
+    std::stringstream document(const std::function<std::string(uint32_t, int)>& valueOf) const;
     void keepBackup();
 
     const SettingsFolder& folder;

@@ -59,6 +59,11 @@ VariableDescriptor& descriptor(uint32_t memory, uint32_t variable) {
     return Catalogue::variable(memory, variable);
 }
 
+// The getter's text of element `index` of the variable in `record`.
+std::string valueIn(const VariableDescriptor& entry, const uint8_t* record, int index) {
+    return entry.getter(record + entry.offset, index);
+}
+
 } // namespace
 
 uint32_t getMemCount() {
@@ -151,7 +156,11 @@ std::string getVarValue(uint32_t memory, uint32_t variable, int index) {
     if (entry.memoryBase == nullptr) {
         return "n/a";
     }
-    return entry.getter(entry.memoryBase + entry.offset, index);
+    return valueIn(entry, entry.memoryBase, index);
+}
+
+std::string getVarValueIn(const uint8_t* record, uint32_t memory, uint32_t variable, int index) {
+    return valueIn(descriptor(memory, variable), record, index);
 }
 
 std::string setVarValue(uint32_t memory, uint32_t variable, const char* value) {

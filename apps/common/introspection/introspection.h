@@ -58,6 +58,9 @@ void genEventToVar();
 
 // The value of element `index` as text ("n/a" when the memory is not open).
 std::string getVarValue(uint32_t memory, uint32_t variable, int index);
+// The same value text, read from `record`, a copy of the memory's record
+// taken earlier instead of the live memory.
+std::string getVarValueIn(const uint8_t* record, uint32_t memory, uint32_t variable, int index);
 // Stores a text value through the variable's setter; the error text, empty on success.
 std::string setVarValue(uint32_t memory, uint32_t variable, const char* value);
 // Stores struct members of element `index` through setJson; the error text.
