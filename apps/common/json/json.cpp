@@ -1,6 +1,7 @@
 #include "json.h"
 
 #include <stdexcept>
+#include <string_view>
 
 template <> Json::State Json::nextChar<Json::Begin>(char c) {
     if (c == '[') {
@@ -146,7 +147,22 @@ bool Json::parse(const std::string& text) {
     closeChar = 0;
     depth = 0;
 
-    for (std::string::size_type i = 0; i < text.size(); ++i) {
+    const std::string::size_type size = text.size();
+    for (std::string::size_type i = 0; i < size; ++i) {
+        if (state == Value && closeChar != 0) {
+            // Inside a quoted or nested value every character but openChar and
+            // closeChar is appended and changes nothing else: the run up to
+            // the next of them is copied at once.
+            const char marks[] = {openChar, closeChar};
+            const std::string::size_type end =
+                text.find_first_of(std::string_view(marks, sizeof marks), i);
+            const std::string::size_type stop = end == std::string::npos ? size : end;
+            valueText.append(text, i, stop - i);
+            i = stop;
+            if (i == size) {
+                break;
+            }
+        }
         const char c = text[i];
         if (state != Name && state != Value && isWhitespace(c))
             continue;

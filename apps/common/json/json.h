@@ -23,6 +23,11 @@
 // - `parse` returns false at the first rejected character and leaves its
 //   zero-based index in `errorPosition`; the items read before it stay.
 //
+// Inside a quoted or nested value only the characters `openChar` and
+// `closeChar` change anything but the value's text, so `parse` copies the run
+// of characters up to the next of them at once instead of stepping through
+// each; the result and the error position are those of the stepwise reading.
+//
 // A fresh instance is meant for each document.  `parse` starts again in state
 // `Begin` with an empty name and value, but it keeps `items`, `outerClose`
 // and `outerIsArray` from an earlier call (so a second object document read
