@@ -1,7 +1,6 @@
 #include "json.h"
 
 #include <stdexcept>
-#include <string_view>
 
 template <> Json::State Json::nextChar<Json::Begin>(char c) {
     if (c == '[') {
@@ -153,10 +152,10 @@ bool Json::parse(const std::string& text) {
             // Inside a quoted or nested value every character but openChar and
             // closeChar is appended and changes nothing else: the run up to
             // the next of them is copied at once.
-            const char marks[] = {openChar, closeChar};
-            const std::string::size_type end =
-                text.find_first_of(std::string_view(marks, sizeof marks), i);
-            const std::string::size_type stop = end == std::string::npos ? size : end;
+            std::string::size_type stop = i;
+            while (stop < size && text[stop] != openChar && text[stop] != closeChar) {
+                ++stop;
+            }
             valueText.append(text, i, stop - i);
             i = stop;
             if (i == size) {
