@@ -13,6 +13,7 @@
 
 #include <optional>
 #include <string>
+#include <sys/stat.h>
 
 namespace {
 
@@ -108,6 +109,7 @@ bool SettingsStore::store(const char* name) {
     if (error.empty()) {
         if (current) {
             currentSaveError.clear();
+            writtenCurrent = identityOf(*path);
         }
         return true;
     }
@@ -135,12 +137,28 @@ void SettingsStore::saveIfDirty() {
     }
 }
 
+std::optional<SettingsStore::FileIdentity> SettingsStore::identityOf(const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        return std::nullopt;
+    }
+    return FileIdentity{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
+                        status.st_mtim.tv_nsec};
+}
+
 // The file that ".current.stp" is about to replace becomes the backup, when it
-// is a complete document; an incomplete one never replaces a good backup.
+// is a complete document; an incomplete one never replaces a good backup.  The
+// file that this store wrote last is complete; any other is read and checked.
 void SettingsStore::keepBackup() {
-    const std::optional<std::string> text = folder.readText(SettingsFolder::currentFileName());
-    if (!text || !DocumentText::isCompleteDocument(*text)) {
+    const std::optional<FileIdentity> identity = identityOf(folder.currentPath());
+    if (!identity) {
         return;
+    }
+    if (identity != writtenCurrent) {
+        const std::optional<std::string> text = folder.readText(SettingsFolder::currentFileName());
+        if (!text || !DocumentText::isCompleteDocument(*text)) {
+            return;
+        }
     }
     const std::string error = AtomicFile::linkOver(folder.currentPath(), folder.backupPath());
     if (!error.empty()) {

@@ -25,12 +25,16 @@
 // - Before ".current.stp" is replaced, the file being replaced becomes the
 //   hidden backup ".current.stp.backup" (a hard link), if it is a complete
 //   document (documenttext.h); an incomplete one never replaces a good backup.
+//   A file that is still the one this store wrote (same device, inode, size
+//   and modification time) is known to be complete and is not read again;
+//   any other is read and checked.
 #pragma once
 
 #include "notify.h"
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -70,10 +74,23 @@ private:
     std::stringstream document(const std::function<std::string(uint32_t, int)>& valueOf) const;
     void keepBackup();
 
+    // What tells a file from another, and a rewritten file from the one it was.
+    struct FileIdentity {
+        uint64_t device;
+        uint64_t inode;
+        int64_t size;
+        int64_t modifiedSeconds;
+        int64_t modifiedNanoseconds;
+        bool operator==(const FileIdentity&) const = default;
+    };
+    static std::optional<FileIdentity> identityOf(const std::string& path);
+
     const SettingsFolder& folder;
     const ProductInfo& product;
     uint32_t memory;
     bool dirty = false;
+    // ".current.stp" as this store last wrote it, a complete document.
+    std::optional<FileIdentity> writtenCurrent;
     // The last failure of writing ".current.stp", empty after a success.
     std::string currentSaveError;
 };
