@@ -27,6 +27,19 @@ def variables_name(memory):
     return f"{memory.name.upper()}_VARIABLES"
 
 
+def name_order_name(memory):
+    return f"{memory.name.upper()}_NAME_ORDER" if memory.variables else "nullptr"
+
+
+def _name_order(memory):
+    """The variable indexes of a memory sorted by name in byte order, the lower index first
+    among equal names (Introspection::findVarIndex searches it)."""
+    if not memory.variables:
+        return ""
+    order = sorted(range(len(memory.variables)), key=lambda i: memory.variables[i].name.encode())
+    return _table(f"constexpr uint32_t {name_order_name(memory)}[]", [f"{i}," for i in order])
+
+
 def enums_header(model):
     lines = []
     for enum in model.enums:
@@ -104,6 +117,7 @@ def tables_source(model):
         member_lists="".join(_member_list(s) for s in model.structs),
         descriptor_tables="".join(_table(f"constinit VariableDescriptor {variables_name(m)}[]",
                                          [_descriptor(m, v, model) for v in m.variables])
+                                  + _name_order(m)
                                   for m in model.memories),
         name_arrays="\n".join(name_arrays),
         enum_rows=rows(f"{{{c_string(e.name)}, {name_array(e)}, {name_array(e)}_SIZE}},"
@@ -112,6 +126,7 @@ def tables_source(model):
         struct_rows=rows(f"{{{c_string(s.name)}, &{members_name(s)}, {s.size}}},"
                          for s in model.structs),
         struct_count=len(model.structs),
-        memory_rows=rows(f"{{{c_string(m.name)}, {variables_name(m)}, {len(m.variables)}}},"
+        memory_rows=rows(f"{{{c_string(m.name)}, {variables_name(m)}, {len(m.variables)}, "
+                         f"{name_order_name(m)}}},"
                          for m in model.memories),
         memory_count=len(model.memories))

@@ -84,6 +84,9 @@ struct MemoryInfo {
     const char* name;
     VariableDescriptor* variables;
     uint32_t variableCount;
+    // The variable indexes sorted by name (byte order; the lower index first
+    // among equal names), variableCount of them.
+    const uint32_t* nameOrder;
 };
 
 struct EnumInfo {

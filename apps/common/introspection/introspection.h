@@ -76,8 +76,8 @@ std::string getVarMax(uint32_t memory, uint32_t variable);
 bool checkMinMax(uint32_t memory, uint32_t variable, const std::string& value, std::string& error);
 
 // The index of the variable of memory `memory` with exactly this name (the
-// lowest such index), or nullopt.  A binary search in the memory's variables
-// sorted by name, which are sorted once.
+// lowest such index), or nullopt.  A binary search in the memory's name order,
+// which the catalogue holds as data.
 std::optional<uint32_t> findVarIndex(uint32_t memory, std::string_view name);
 
 // The struct type of that name, null when the catalogue has none.

@@ -27,14 +27,35 @@ constinit VariableDescriptor MEMALPHA_VARIABLES[] = {
     {{VarPointsChanged, 0, 0}, "Points", gMemAlpha, 32, "Point", BaseStruct, getPointIntrospection, setPointIntrospection, nullptr, nullptr, "2", 1, &POINT_MEMBERS, 16},
 };
 
+constexpr uint32_t MEMALPHA_NAME_ORDER[] = {
+    0,
+    5,
+    2,
+    1,
+    6,
+    7,
+    4,
+    3,
+};
+
 constinit VariableDescriptor MEMFLAGS_VARIABLES[] = {
     {{VarReadyChanged, 0, 0}, "Ready", gMemFlags, 0, "bool", BaseBool, getBoolIntrospection, setBoolIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 1},
     {{VarBusyChanged, 0, 0}, "Busy", gMemFlags, 1, "bool", BaseBool, getBoolIntrospection, setBoolIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 1},
 };
 
+constexpr uint32_t MEMFLAGS_NAME_ORDER[] = {
+    1,
+    0,
+};
+
 constinit VariableDescriptor MEMLEVELS_VARIABLES[] = {
     {{VarServiceLevelChanged, 0, 0}, "ServiceLevel", gMemLevels, 0, "Level", BaseEnum, getLevelIntrospection, setLevelIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 4},
     {{VarOtherLevelChanged, 0, 0}, "OtherLevel", gMemLevels, 4, "Level", BaseEnum, getLevelIntrospection, setLevelIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 4},
+};
+
+constexpr uint32_t MEMLEVELS_NAME_ORDER[] = {
+    1,
+    0,
 };
 
 } // namespace
@@ -61,9 +82,9 @@ constinit const StructTypeInfo STRUCT_ARRAY[] = {
 const uint32_t STRUCT_ARRAY_SIZE = 1;
 
 constinit const MemoryInfo MEMORY_ARRAY[] = {
-    {"MemAlpha", MEMALPHA_VARIABLES, 8},
-    {"MemFlags", MEMFLAGS_VARIABLES, 2},
-    {"MemLevels", MEMLEVELS_VARIABLES, 2},
+    {"MemAlpha", MEMALPHA_VARIABLES, 8, MEMALPHA_NAME_ORDER},
+    {"MemFlags", MEMFLAGS_VARIABLES, 2, MEMFLAGS_NAME_ORDER},
+    {"MemLevels", MEMLEVELS_VARIABLES, 2, MEMLEVELS_NAME_ORDER},
 };
 const uint32_t MEMORY_ARRAY_SIZE = 3;
 
