@@ -28,8 +28,13 @@ SettingsStore::SettingsStore(const SettingsFolder& folder, const ProductInfo& pr
     : folder(folder), product(product), memory(memory) {}
 
 // The variable comes from the catalogue's event index (every event belongs to
-// one variable at most); only a persistent one is logged.
+// one variable at most); only a persistent one is logged, and its value text is
+// built only when the log level asks for the line.
 void SettingsStore::addUpdate(EventId event) {
+    dirty = true;
+    if (!LOG_WANTED(LogLight)) {
+        return;
+    }
     uint32_t eventMemory = 0;
     uint32_t variable = 0;
     Introspection::getVarLocation(Notify{event, 0, 0}, eventMemory, variable);
@@ -37,7 +42,6 @@ void SettingsStore::addUpdate(EventId event) {
         LOG(LogLight, "%s changed to %s", Introspection::getVarName(memory, variable),
             Introspection::getVarValue(memory, variable, 0).c_str());
     }
-    dirty = true;
 }
 
 std::stringstream SettingsStore::currentValues() const {

@@ -28,6 +28,10 @@
 //   A file that is still the one this store wrote (same device, inode, size
 //   and modification time) is known to be complete and is not read again;
 //   any other is read and checked.
+// - A change's value text is read only when the log level asks for its
+//   "%s changed to %s" line; with the line filtered out nothing else is
+//   logged either (an enum value beyond its entries is then not reported
+//   at that moment, but at the next save, which reads every value).
 #pragma once
 
 #include "notify.h"

@@ -45,6 +45,15 @@ TEST_F(StoreTest, AChangeOfAPersistentVariableIsLoggedAndMarksDirty) {
                                        "FocusTorque changed to 3"));
 }
 
+TEST_F(StoreTest, AChangeBelowTheServicesLogLevelIsNotLoggedButMarksDirty) {
+    gen::memApp().AppSettingsManagerLogLevel = gen::Warn;
+    testsupport::KmsgCapture log;
+    gen::memPersistent().FocusTorque = 3;
+    service->handleEvent(Notify{VarFocusTorqueChanged, 0, 0});
+    EXPECT_TRUE(service->isDirty());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 TEST_F(StoreTest, AnEventOfNoPersistentVariableLogsNothingAndStillMarksDirty) {
     testsupport::KmsgCapture log;
     service->handleEvent(Notify{VarFocusTargetValueChanged, 0, 0});
