@@ -59,16 +59,6 @@ constexpr const char* CURRENT_FILE = ".current.stp";
 std::unique_ptr<brokertest::BrokerProcess> broker;
 std::string serviceProgram = SERVICE_PROGRAM;
 
-// The CPU time of process `pid` so far, in seconds; negative when unknown.
-double cpuSeconds(pid_t pid) {
-    clockid_t clock;
-    timespec used{};
-    if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &used) != 0) {
-        return -1;
-    }
-    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
-}
-
 // Counts the replacements of ".current.stp" (the rename that ends a save).
 class SaveCounter {
 public:
@@ -134,7 +124,7 @@ std::optional<Window> playChanges(pid_t service, bool quiet, std::string& error)
     std::this_thread::sleep_for(SETTLE);
 
     SaveCounter counter;
-    const double cpuBefore = cpuSeconds(service);
+    const double cpuBefore = servicelaunch::cpuSecondsOf(service);
     const auto begin = std::chrono::steady_clock::now();
     for (int change = 1; change <= CHANGES; ++change) {
         record.LastKnownFocusValue = change;
@@ -142,7 +132,7 @@ std::optional<Window> playChanges(pid_t service, bool quiet, std::string& error)
         std::this_thread::sleep_until(begin + change * CHANGE_INTERVAL);
     }
     std::this_thread::sleep_for(LAST_SAVE);
-    const double cpuAfter = cpuSeconds(service);
+    const double cpuAfter = servicelaunch::cpuSecondsOf(service);
     const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - begin;
     if (cpuBefore < 0 || cpuAfter < 0) {
         error = "the service's CPU clock cannot be read";

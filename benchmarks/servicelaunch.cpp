@@ -47,7 +47,17 @@ void blockReadySignals() {
     sigprocmask(SIG_BLOCK, &waitedSignals, &originalMask);
 }
 
-std::optional<double> timeStart(const char* program, pid_t& child, std::string& error) {
+double cpuSecondsOf(pid_t pid) {
+    clockid_t clock;
+    timespec used{};
+    if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &used) != 0) {
+        return -1;
+    }
+    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
+}
+
+std::optional<double> timeStart(const char* program, pid_t& child, std::string& error,
+                                double* cpuSeconds) {
     drainPendingSignals();
     const auto begin = std::chrono::steady_clock::now();
     child = fork();
@@ -68,6 +78,9 @@ std::optional<double> timeStart(const char* program, pid_t& child, std::string& 
         const int signal = sigtimedwait(&waitedSignals, &info, &timeout);
         if (signal == SIGUSR1 && info.si_pid == child) {
             const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+            if (cpuSeconds != nullptr) {
+                *cpuSeconds = cpuSecondsOf(child);
+            }
             return took.count();
         }
         if (signal == SIGCHLD && waitpid(child, nullptr, WNOHANG) == child) {
