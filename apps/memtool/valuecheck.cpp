@@ -152,7 +152,7 @@ class StructCheck {
 public:
     std::vector<std::string> problems;
 
-    void members(const std::vector<StructInfo>& layout, const std::string& typeName,
+    void members(StructMembers layout, const std::string& typeName,
                  const std::vector<Json::Item>& items, const std::string& prefix) {
         for (const auto& [name, value] : items) {
             const auto member = std::find_if(layout.begin(), layout.end(),

@@ -2,11 +2,10 @@
 
 #include "atomicfile.h"
 #include "constants.h"
+#include "filetext.h"
 #include "folderpath.h"
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string_view>
 #include <system_error>
 
@@ -78,17 +77,15 @@ std::optional<std::string> SettingsFolder::readText(const std::string& fileName)
     if (!path || !std::filesystem::is_regular_file(*path, error)) {
         return std::nullopt;
     }
-    std::ifstream file(*path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    if (!file.is_open() || file.bad()) {
+    std::optional<std::string> text = FileText::read(*path);
+    if (!text) {
         return std::nullopt;
     }
-    std::string content = text.str();
+    std::string& content = *text;
     if (std::string_view(content).substr(0, BYTE_ORDER_MARK.size()) == BYTE_ORDER_MARK) {
         content.erase(0, BYTE_ORDER_MARK.size());
     }
-    return content;
+    return text;
 }
 
 void SettingsFolder::removeTemporaries() const {

@@ -6,38 +6,59 @@
 #include "documenttext.h"
 #include "introspection.h"
 #include "log.h"
+#include "memories.h"
 #include "productinfo.h"
 #include "settingsfolder.h"
 
 #include <optional>
 #include <string>
+#include <sys/stat.h>
 
 SettingsStore::SettingsStore(const SettingsFolder& folder, const ProductInfo& product,
                              uint32_t memory)
     : folder(folder), product(product), memory(memory), keptSettings(folder, memory) {}
 
 // The variable comes from the catalogue's event index (every event belongs to
-// one variable at most); only a persistent one is logged.
+// one variable at most); only a persistent one drops what was kept aside for it
+// and is logged, its value text built only when the log level asks for the line.
 void SettingsStore::addUpdate(EventId event) {
+    dirty = true;
     uint32_t eventMemory = 0;
     uint32_t variable = 0;
     Introspection::getVarLocation(Notify{event, 0, 0}, eventMemory, variable);
-    if (eventMemory == memory && Introspection::getVarEvent(memory, variable).id == event) {
+    if (eventMemory != memory || Introspection::getVarEvent(memory, variable).id != event) {
+        return;
+    }
+    keptSettings.forget(variable);
+    if (LOG_WANTED(LogLight)) {
         LOG(LogLight, "%s changed to %s", Introspection::getVarName(memory, variable),
             Introspection::getVarValue(memory, variable, 0).c_str());
-        keptSettings.forget(variable);
     }
-    dirty = true;
 }
 
 std::stringstream SettingsStore::currentValues() const {
     product.publish();
+    return document(nullptr);
+}
+
+std::vector<uint8_t> SettingsStore::snapshot() const {
+    product.publish();
+    SharedMemory& segment = gen::getSharedMemory(memory);
+    const uint8_t* record = segment.address();
+    return std::vector<uint8_t>(record, record + segment.getSize());
+}
+
+std::string SettingsStore::documentOf(const std::vector<uint8_t>& record) const {
+    return document(record.data()).str();
+}
+
+std::stringstream SettingsStore::document(const uint8_t* record) const {
     const uint32_t count = Introspection::getVarCount(memory);
     std::stringstream document;
     document << "{" << std::endl;
     for (uint32_t variable = 0; variable < count; ++variable) {
         document << "\"" << Introspection::getVarName(memory, variable)
-                 << "\": " << documentValue(memory, variable);
+                 << "\": " << documentValue(memory, variable, record);
         if (variable + 1 < count) {
             document << "," << std::endl;
         }
@@ -61,6 +82,7 @@ bool SettingsStore::store(const char* name) {
     if (error.empty()) {
         if (current) {
             currentSaveError.clear();
+            writtenCurrent = identityOf(*path);
             keptSettings.save();
         }
         return true;
@@ -89,12 +111,28 @@ void SettingsStore::saveIfDirty() {
     }
 }
 
+std::optional<SettingsStore::FileIdentity> SettingsStore::identityOf(const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        return std::nullopt;
+    }
+    return FileIdentity{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
+                        status.st_mtim.tv_nsec};
+}
+
 // The file that ".current.stp" is about to replace becomes the backup, when it
-// is a complete document; an incomplete one never replaces a good backup.
+// is a complete document; an incomplete one never replaces a good backup.  The
+// file that this store wrote last is complete; any other is read and checked.
 void SettingsStore::keepBackup() {
-    const std::optional<std::string> text = folder.readText(SettingsFolder::currentFileName());
-    if (!text || !DocumentText::isCompleteDocument(*text)) {
+    const std::optional<FileIdentity> identity = identityOf(folder.currentPath());
+    if (!identity) {
         return;
+    }
+    if (identity != writtenCurrent) {
+        const std::optional<std::string> text = folder.readText(SettingsFolder::currentFileName());
+        if (!text || !DocumentText::isCompleteDocument(*text)) {
+            return;
+        }
     }
     const std::string error = AtomicFile::linkOver(folder.currentPath(), folder.backupPath());
     if (!error.empty()) {

@@ -17,14 +17,13 @@ public:
     std::string errors;
     bool changed = false;
 
-    void applyMembers(uint8_t* element, const std::vector<StructInfo>& layout,
-                      const std::string& typeName, const std::vector<Json::Item>& items,
-                      const std::string& prefix) {
+    void applyMembers(uint8_t* element, StructMembers layout, const char* typeName,
+                      const std::vector<Json::Item>& items, const std::string& prefix) {
         for (const auto& [name, value] : items) {
             const std::string path = prefix + name;
             const StructInfo* member = findMember(layout, name);
             if (member == nullptr) {
-                fail(path, "not a member of " + typeName);
+                fail(path, std::string("not a member of ") + typeName);
             } else if (member->arrayLength > 0) {
                 applyArray(element + member->offset, *member, value, path);
             } else {
@@ -34,8 +33,7 @@ public:
     }
 
 private:
-    static const StructInfo* findMember(const std::vector<StructInfo>& layout,
-                                        const std::string& name) {
+    static const StructInfo* findMember(StructMembers layout, const std::string& name) {
         for (const StructInfo& member : layout) {
             if (name == member.name) {
                 return &member;
@@ -141,7 +139,7 @@ private:
             storeEnum(address, member.typeName, text, path);
             return;
         default:
-            fail(path, "no conversion for type " + member.typeName);
+            fail(path, std::string("no conversion for type ") + member.typeName);
         }
     }
 
@@ -158,9 +156,9 @@ private:
         }
     }
 
-    void storeEnum(uint8_t* address, const std::string& enumName, const std::string& text,
+    void storeEnum(uint8_t* address, const char* enumName, const std::string& text,
                    const std::string& path) {
-        const EnumInfo& info = Catalogue::enumNamed(enumName.c_str());
+        const EnumInfo& info = Catalogue::enumNamed(enumName);
         for (uint32_t entry = 0; entry < info.entryCount; ++entry) {
             if (text == info.entries[entry]) {
                 store(address, &entry, sizeof entry);

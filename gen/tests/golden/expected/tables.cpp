@@ -7,14 +7,16 @@
 
 namespace {
 
-const std::vector<StructInfo> POINT_MEMBERS = {
+constexpr StructInfo POINT_MEMBER_ARRAY[] = {
     {0, "X", 0, BaseInt, "int", 0, 4},
     {0, "Y", 4, BaseFloat, "float", 0, 4},
     {0, "Name", 8, BaseString, "string", 0, 5},
     {0, "Shown", 13, BaseBool, "bool", 0, 1},
 };
 
-VariableDescriptor MEMALPHA_VARIABLES[] = {
+constexpr StructMembers POINT_MEMBERS(POINT_MEMBER_ARRAY);
+
+constinit VariableDescriptor MEMALPHA_VARIABLES[] = {
     {{VarBrightnessChanged, 0, 0}, "Brightness", gMemAlpha, 0, "int", BaseInt, getIntIntrospection, setIntIntrospection, "0", "10", nullptr, 0, nullptr, 4},
     {{VarGainChanged, 0, 0}, "Gain", gMemAlpha, 4, "float", BaseFloat, getFloatIntrospection, setFloatIntrospection, nullptr, "2.5", nullptr, 0, nullptr, 4},
     {{VarEnabledChanged, 0, 0}, "Enabled", gMemAlpha, 8, "bool", BaseBool, getBoolIntrospection, setBoolIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 1},
@@ -25,47 +27,68 @@ VariableDescriptor MEMALPHA_VARIABLES[] = {
     {{VarPointsChanged, 0, 0}, "Points", gMemAlpha, 32, "Point", BaseStruct, getPointIntrospection, setPointIntrospection, nullptr, nullptr, "2", 1, &POINT_MEMBERS, 16},
 };
 
-VariableDescriptor MEMFLAGS_VARIABLES[] = {
+constexpr uint32_t MEMALPHA_NAME_ORDER[] = {
+    0,
+    5,
+    2,
+    1,
+    6,
+    7,
+    4,
+    3,
+};
+
+constinit VariableDescriptor MEMFLAGS_VARIABLES[] = {
     {{VarReadyChanged, 0, 0}, "Ready", gMemFlags, 0, "bool", BaseBool, getBoolIntrospection, setBoolIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 1},
     {{VarBusyChanged, 0, 0}, "Busy", gMemFlags, 1, "bool", BaseBool, getBoolIntrospection, setBoolIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 1},
 };
 
-VariableDescriptor MEMLEVELS_VARIABLES[] = {
+constexpr uint32_t MEMFLAGS_NAME_ORDER[] = {
+    1,
+    0,
+};
+
+constinit VariableDescriptor MEMLEVELS_VARIABLES[] = {
     {{VarServiceLevelChanged, 0, 0}, "ServiceLevel", gMemLevels, 0, "Level", BaseEnum, getLevelIntrospection, setLevelIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 4},
     {{VarOtherLevelChanged, 0, 0}, "OtherLevel", gMemLevels, 4, "Level", BaseEnum, getLevelIntrospection, setLevelIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 4},
 };
 
+constexpr uint32_t MEMLEVELS_NAME_ORDER[] = {
+    1,
+    0,
+};
+
 } // namespace
 
-const char* const LEVEL_NAME_ARRAY[] = {
+constinit const char* const LEVEL_NAME_ARRAY[] = {
     "Low",
     "Mid",
     "High",
 };
-const char* const COLOUR_NAME_ARRAY[] = {
+constinit const char* const COLOUR_NAME_ARRAY[] = {
     "Red",
     "Green",
 };
 
-const EnumInfo ENUM_ARRAY[] = {
+constinit const EnumInfo ENUM_ARRAY[] = {
     {"Level", LEVEL_NAME_ARRAY, LEVEL_NAME_ARRAY_SIZE},
     {"Colour", COLOUR_NAME_ARRAY, COLOUR_NAME_ARRAY_SIZE},
 };
 const uint32_t ENUM_ARRAY_SIZE = 2;
 
-const StructTypeInfo STRUCT_ARRAY[] = {
+constinit const StructTypeInfo STRUCT_ARRAY[] = {
     {"Point", &POINT_MEMBERS, 16},
 };
 const uint32_t STRUCT_ARRAY_SIZE = 1;
 
-const MemoryInfo MEMORY_ARRAY[] = {
-    {"MemAlpha", MEMALPHA_VARIABLES, 8},
-    {"MemFlags", MEMFLAGS_VARIABLES, 2},
-    {"MemLevels", MEMLEVELS_VARIABLES, 2},
+constinit const MemoryInfo MEMORY_ARRAY[] = {
+    {"MemAlpha", MEMALPHA_VARIABLES, 8, MEMALPHA_NAME_ORDER},
+    {"MemFlags", MEMFLAGS_VARIABLES, 2, MEMFLAGS_NAME_ORDER},
+    {"MemLevels", MEMLEVELS_VARIABLES, 2, MEMLEVELS_NAME_ORDER},
 };
 const uint32_t MEMORY_ARRAY_SIZE = 3;
 
 // The catalogue that the introspection functions read (catalogue.h).
-const CatalogueTables CATALOGUE_TABLES = {MEMORY_ARRAY, MEMORY_ARRAY_SIZE, ENUM_ARRAY,
-                                          ENUM_ARRAY_SIZE, STRUCT_ARRAY, STRUCT_ARRAY_SIZE};
-const Catalogue::Installer INSTALLER(CATALOGUE_TABLES);
+constinit const CatalogueTables CATALOGUE_TABLES = {
+    MEMORY_ARRAY, MEMORY_ARRAY_SIZE, ENUM_ARRAY, ENUM_ARRAY_SIZE, STRUCT_ARRAY, STRUCT_ARRAY_SIZE};
+constinit const CatalogueTables* gCatalogueTables = &CATALOGUE_TABLES;
