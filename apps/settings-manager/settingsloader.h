@@ -41,9 +41,10 @@
 //   its range.
 // - The defaults are captured at start as a copy of MemPersistent's record
 //   (1,136 bytes, before any file is applied); their document is built from
-//   that copy the first time it is needed (a factory reset, or a start whose
-//   files are both damaged), not before the service is ready.  It is the same
-//   text that building it at start gave.
+//   that copy the first time it is needed (a factory reset, or a start where
+//   neither ".current.stp" nor its backup is a complete document, whose
+//   readable lines go over the defaults), not before the service is ready
+//   otherwise.  It is the same text that building it at start gave.
 #pragma once
 
 #include "json.h"
