@@ -3,18 +3,23 @@
 #include "atomicfile.h"
 #include "constants.h"
 #include "folderpath.h"
+#include "ownership.h"
 
+#include <cerrno>
+#include <exception>
+#include <fcntl.h>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string_view>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace {
 
 constexpr const char* BACKUP_SUFFIX = ".backup";
 constexpr const char* DAMAGED_SUFFIX = ".damaged";
 constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
+constexpr std::size_t READ_CHUNK = 4096;
 
 } // namespace
 
@@ -73,22 +78,81 @@ std::string SettingsFolder::damagedPath() const {
 }
 
 std::optional<std::string> SettingsFolder::readText(const std::string& fileName) const {
-    const std::optional<std::string> path = pathOf(fileName);
-    std::error_code error;
-    if (!path || !std::filesystem::is_regular_file(*path, error)) {
-        return std::nullopt;
-    }
-    std::ifstream file(*path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    if (!file.is_open() || file.bad()) {
-        return std::nullopt;
-    }
-    std::string content = text.str();
-    if (std::string_view(content).substr(0, BYTE_ORDER_MARK.size()) == BYTE_ORDER_MARK) {
-        content.erase(0, BYTE_ORDER_MARK.size());
+    std::optional<std::string> content = readFile(fileName);
+    if (content && std::string_view(*content).substr(0, BYTE_ORDER_MARK.size()) == BYTE_ORDER_MARK) {
+        content->erase(0, BYTE_ORDER_MARK.size());
     }
     return content;
+}
+
+std::optional<std::string> SettingsFolder::readFile(const std::string& fileName) const {
+    const std::optional<std::string> path = pathOf(fileName);
+    if (!path) {
+        return std::nullopt;
+    }
+    // Not blocking: a FIFO in the place of a file is refused, not waited on.
+    const int fd = ::open(path->c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        return std::nullopt;
+    }
+    struct stat status {};
+    std::string content;
+    bool whole = ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+    char chunk[READ_CHUNK];
+    ssize_t got = 0;
+    while (whole && (got = ::read(fd, chunk, sizeof chunk)) != 0) {
+        if (got < 0 && errno != EINTR) {
+            whole = false;
+        } else if (got > 0) {
+            content.append(chunk, static_cast<std::size_t>(got));
+        }
+    }
+    ::close(fd);
+    if (!whole) {
+        return std::nullopt;
+    }
+    return content;
+}
+
+bool SettingsFolder::prepare() const {
+    std::string bare = folder;
+    while (bare.size() > 1 && bare.back() == '/') {
+        bare.pop_back();
+    }
+    struct stat status {};
+    if (::lstat(bare.c_str(), &status) == 0) {
+        if (S_ISDIR(status.st_mode) && Ownership::isOwn(status)) {
+            takeOver(bare);
+            return true;
+        }
+        try {
+            Ownership::removeForeign("settings folder", bare, status);
+        } catch (const std::exception&) {
+            return false;
+        }
+    }
+    const Ownership::ExactModes exact(Ownership::SHARED_FOLDER_MODE);
+    return ::mkdir(bare.c_str(), Ownership::SHARED_FOLDER_MODE) == 0;
+}
+
+// Sets the folder's mode and group, and takes away every right beyond 0660
+// from the own files in it.
+void SettingsFolder::takeOver(const std::string& bare) const {
+    const int fd = ::open(bare.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd >= 0) {
+        Ownership::setOwnMode(fd, Ownership::SHARED_FOLDER_MODE);
+        ::close(fd);
+    }
+    std::error_code error;
+    for (auto entry = std::filesystem::directory_iterator(bare, error);
+         !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        struct stat status {};
+        const std::string path = entry->path().string();
+        if (::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+            Ownership::isOwn(status) && (status.st_mode & ~Ownership::SHARED_MODE & 07777) != 0) {
+            ::chmod(path.c_str(), status.st_mode & Ownership::SHARED_MODE);
+        }
+    }
 }
 
 void SettingsFolder::removeTemporaries() const {

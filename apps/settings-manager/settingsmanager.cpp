@@ -15,13 +15,10 @@
 #include <exception>
 #include <filesystem>
 #include <string>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-// Octal 0766: deliberately group- and other-writable without execute bits.
-constexpr mode_t SETTINGS_FOLDER_MODE = 0766;
 // The supervisor's process name, signalled under a debugger.
 constexpr const char* SUPERVISOR_NAME = "super";
 
@@ -59,20 +56,17 @@ uint32_t SettingsManager::createAndInitMemories() {
 }
 
 bool SettingsManager::init() {
-    bool result = false;
     productInfo.readHardwareIdentity();
     productInfo.readSoftwareIdentity();
-    const std::string& path = folder.path();
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0 && ::mkdir(path.c_str(), SETTINGS_FOLDER_MODE) != 0) {
+    if (!folder.prepare()) {
         LOG(Error, "Could not create the settings folder.");
-    } else {
-        folder.removeTemporaries();
-        getDefaultSettings();
-        loader.loadCurrent();
-        loaded = true;
-        result = true;
+        return false;
     }
+    folder.removeTemporaries();
+    getDefaultSettings();
+    loader.loadCurrent();
+    store.readCurrentFile();
+    loaded = true;
     signalReadiness();
     try {
         userSetups.openFolder();
@@ -82,7 +76,7 @@ bool SettingsManager::init() {
     updateUserSettingList();
     openFolderMonitor();
     saveCheck.restart();
-    return result;
+    return true;
 }
 
 // Tells the supervisor that start-up is done.  Under a debugger the parent is

@@ -12,6 +12,8 @@
 
 #include <optional>
 #include <string>
+#include <sys/stat.h>
+#include <utility>
 
 namespace {
 
@@ -78,9 +80,14 @@ bool SettingsStore::store(const char* name) {
     const bool current = fileName == SettingsFolder::currentFileName();
     const std::optional<std::string> path = folder.pathOf(fileName);
     std::string error = "the name does not stay inside the settings folder";
+    std::string document;
     if (path) {
-        const std::string document = currentValues().str();
+        document = currentValues().str();
         if (current) {
+            if (currentFileHolds(document)) {
+                currentSaveError.clear();
+                return true;
+            }
             keepBackup();
         }
         error = AtomicFile::write(*path, document);
@@ -88,6 +95,10 @@ bool SettingsStore::store(const char* name) {
     if (error.empty()) {
         if (current) {
             currentSaveError.clear();
+            currentFile = std::move(document);
+            struct stat status {};
+            currentInode =
+                ::lstat(path->c_str(), &status) == 0 ? status.st_ino : 0;
         }
         return true;
     }
@@ -98,6 +109,28 @@ bool SettingsStore::store(const char* name) {
         currentSaveError = error;
     }
     return false;
+}
+
+// The remembered content is read again when the file is no longer what was
+// remembered as far as its status tells (removed by a factory reset, replaced
+// by another program of the device).
+bool SettingsStore::currentFileHolds(const std::string& document) {
+    struct stat status {};
+    const bool sameFile = currentFile && ::lstat(folder.currentPath().c_str(), &status) == 0 &&
+                          S_ISREG(status.st_mode) &&
+                          static_cast<std::size_t>(status.st_size) == currentFile->size() &&
+                          status.st_ino == currentInode;
+    if (!currentFileKnown || (currentFile && !sameFile)) {
+        readCurrentFile();
+    }
+    return currentFile == document;
+}
+
+void SettingsStore::readCurrentFile() {
+    currentFile = folder.readFile(SettingsFolder::currentFileName());
+    currentFileKnown = true;
+    struct stat status {};
+    currentInode = ::lstat(folder.currentPath().c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 bool SettingsStore::saveCurrent() {

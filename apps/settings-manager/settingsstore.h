@@ -22,6 +22,14 @@
 //   ".current.stp" that repeats the previous one is not logged again), leaves
 //   the previous file, and keeps the settings dirty, so the loop retries at
 //   every once-a-second check.
+// - ".current.stp" is written only when the document built differs from the
+//   file's content: the content read at start (readCurrentFile), then the
+//   last text written.  This holds for every write of it (the once-a-second
+//   save, the save after a load, the shutdown save); a file that is no
+//   longer the one remembered (its inode or size changed, it was removed) is
+//   read again before the comparison.  A change event whose
+//   value did not change, or a stop after no change, writes nothing and keeps
+//   the backup as it is.  An unchanged document counts as saved.
 // - Before ".current.stp" is replaced, the file being replaced becomes the
 //   hidden backup ".current.stp.backup" (a hard link), if it is a complete
 //   document (documenttext.h); an incomplete one never replaces a good backup.
@@ -30,7 +38,9 @@
 #include "notify.h"
 
 #include <cstdint>
+#include <optional>
 #include <sstream>
+#include <sys/types.h>
 #include <string>
 
 class ProductInfo;
@@ -48,6 +58,9 @@ public:
     // Writes settings folder + name + ".stp"; false (and logged) when it
     // could not be written.
     bool store(const char* name);
+    // Remembers the content of ".current.stp" as it is now (none when it is
+    // missing or unreadable), to compare the next document with.
+    void readCurrentFile();
     // Writes ".current.stp"; when that fails the settings stay dirty.
     bool saveCurrent();
     // Writes ".current.stp" when the settings are dirty; they stay dirty when
@@ -58,6 +71,8 @@ public:
     void markDirty() { dirty = true; }
 
 private:
+    // True when ".current.stp" holds `document` already.
+    bool currentFileHolds(const std::string& document);
     void keepBackup();
 
     const SettingsFolder& folder;
@@ -66,4 +81,8 @@ private:
     bool dirty = false;
     // The last failure of writing ".current.stp", empty after a success.
     std::string currentSaveError;
+    // The content of ".current.stp" as read at start or last written.
+    std::optional<std::string> currentFile;
+    bool currentFileKnown = false;
+    ino_t currentInode = 0;
 };

@@ -16,6 +16,14 @@
   only packages are stand-ins for those dependencies.
 - The installed daemons and tools run from the staging root in a device root
   (through the emulator for ARM), and notify a played init system.
+- Hardening: every installed program is position-independent, has full RELRO
+  (a GNU_RELRO segment and BIND_NOW) and calls the stack protector's and the
+  fortified C library's checks, as readelf shows them; both units score an
+  exposure of at most 1.5 in `systemd-analyze security --offline=true`.
+- Upgrade in place: a settings folder of the earlier release (0766, files
+  0666 and 0644, group root) and its lock file, made by another user, get the
+  new owner and modes from the installed sysusers.d and tmpfiles.d files, and
+  the old lock file is gone.
 """
 
 import argparse
@@ -46,6 +54,8 @@ TOOLS = ("memtool", "hwinfo")
 PACKAGES = {"runtime": "settings-service", "tools": "settings-service-tools"}
 RUNTIME_LIBRARIES = ("libc6", "libgcc-s1", "libstdc++6")
 HOST_UNITS = "/usr/lib/systemd/system"
+MAX_EXPOSURE = 1.5
+GROUP = "settings"
 # ELF class, machine and the flags every program must have, per architecture.
 EF_ARM_ABI_FLOAT_HARD = 0x400
 ELF = {"amd64": (2, 62, 0), "armhf": (1, 40, EF_ARM_ABI_FLOAT_HARD)}
@@ -205,6 +215,68 @@ class InstallTest(unittest.TestCase):
         service = self.unit(root, "settings-manager.service")["Unit"]
         self.assertEqual(service["Requires"], "message-broker.service")
         self.assertEqual(service["After"], "message-broker.service")
+
+    def test_the_programs_are_hardened(self):
+        root = self.staged()
+        for path in [f"usr/sbin/{name}" for name in DAEMONS] + [f"usr/bin/{name}" for name in TOOLS]:
+            with self.subTest(path=path):
+                program = os.path.join(root, path)
+                header = run(["readelf", "-hW", program]).stdout
+                self.assertRegex(header, r"Type:\s+DYN", "not position-independent")
+                segments = run(["readelf", "-lW", program]).stdout
+                self.assertIn("GNU_RELRO", segments)
+                dynamic = run(["readelf", "-dW", program]).stdout
+                self.assertRegex(dynamic, r"\(BIND_NOW\)|\(FLAGS\).*BIND_NOW|\(FLAGS_1\).*NOW")
+                symbols = run(["readelf", "--dyn-syms", "-W", program]).stdout
+                self.assertIn("__stack_chk_fail", symbols)
+                self.assertRegex(symbols, r"\b__\w+_chk\b", "no fortified call")
+
+    def test_the_units_are_confined(self):
+        root = self.staged()
+        for daemon in DAEMONS:
+            with self.subTest(daemon=daemon):
+                unit = os.path.join(root, "usr/lib/systemd/system", daemon + ".service")
+                done = run(["systemd-analyze", "security", "--offline=true", "--no-pager", unit])
+                found = re.search(r"Overall exposure level for \S+: ([0-9.]+)", done.stdout)
+                self.assertIsNotNone(found, done.stdout + done.stderr)
+                self.assertLessEqual(float(found.group(1)), MAX_EXPOSURE, done.stdout)
+                self.assertEqual(self.unit(root, daemon + ".service")["Service"]["Group"], GROUP)
+
+    def test_an_earlier_release_upgrades_in_place(self):
+        root = self.staged()
+        device = os.path.join(WORK, "upgrade")
+        for folder in ("etc", "var/SETUPS", "var/volatile"):
+            os.makedirs(os.path.join(device, folder))
+        shutil.copyfile("/etc/passwd", os.path.join(device, "etc/passwd"))
+        with open(os.path.join(device, "etc/group"), "w", encoding="utf-8") as group:
+            group.write("root:x:0:\n")
+        setups = os.path.join(device, "var/SETUPS")
+        os.chmod(setups, 0o766)
+        for name, mode in ((".current.stp", 0o666), ("mine.stp", 0o644),
+                           (".current.stp.backup", 0o666)):
+            with open(os.path.join(setups, name), "w", encoding="utf-8") as document:
+                document.write("{\n}")
+            os.chmod(os.path.join(setups, name), mode)
+        old_lock = os.path.join(device, "var/volatile/settings-manager.lock")
+        open(old_lock, "w").close()
+        os.chown(old_lock, 65534, 65534)
+        for tool, folder in (("systemd-sysusers", "sysusers.d"), ("systemd-tmpfiles", "tmpfiles.d")):
+            conf = os.path.join(root, "usr/lib", folder, "settings-service.conf")
+            argv = [tool, f"--root={device}", conf]
+            if tool == "systemd-tmpfiles":
+                argv[1:1] = ["--create", "--remove"]
+            done = run(argv)
+            self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        with open(os.path.join(device, "etc/group"), encoding="utf-8") as group:
+            gid = next(int(line.split(":")[2]) for line in group if line.startswith(GROUP + ":"))
+        status = os.stat(setups)
+        self.assertEqual((status.st_mode & 0o7777, status.st_uid, status.st_gid), (0o770, 0, gid))
+        for name in (".current.stp", "mine.stp", ".current.stp.backup"):
+            status = os.stat(os.path.join(setups, name))
+            self.assertEqual((status.st_mode & 0o7777, status.st_gid), (0o660, gid), name)
+        self.assertFalse(os.path.exists(old_lock))
+        lock_folder = os.stat(os.path.join(device, "var/volatile/settings-manager"))
+        self.assertEqual(lock_folder.st_mode & 0o7777, 0o700)
 
     def test_systemd_accepts_the_units(self):
         verify = os.path.join(WORK, "verify")

@@ -206,9 +206,10 @@ void PersistentInfo::Bits::checkValue(char const* text) const {
 
 // ---- PersistentInfo
 
-PersistentInfo::PersistentInfo(char const* device, unsigned int offset, unsigned int blockLength)
-    : devicePath(device), offset(offset), blockLength(blockLength), fd(-1), mapping(nullptr),
-      pageOffset(0), mappingLength(0) {
+PersistentInfo::PersistentInfo(char const* device, unsigned int offset, unsigned int blockLength,
+                               Access access)
+    : devicePath(device), offset(offset), blockLength(blockLength), access(access), fd(-1),
+      mapping(nullptr), pageOffset(0), mappingLength(0) {
     open();
 }
 
@@ -222,7 +223,8 @@ PersistentInfo::~PersistentInfo() {
 }
 
 void PersistentInfo::open() {
-    fd = ::open(devicePath, O_RDWR | O_CLOEXEC);
+    const bool writable = access == Access::ReadWrite;
+    fd = ::open(devicePath, (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC);
     if (fd < 0) {
         THROW_ERROR_NUMBER("open");
     }
@@ -238,7 +240,9 @@ void PersistentInfo::open() {
     }
     pageOffset = offset & (static_cast<unsigned int>(::sysconf(_SC_PAGESIZE)) - 1);
     mappingLength = blockLength + pageOffset;
-    void* mapped = ::mmap(nullptr, mappingLength, PROT_READ | PROT_WRITE, MAP_SHARED, fd,
+    const int protection = access == Access::ReadOnly ? PROT_READ : PROT_READ | PROT_WRITE;
+    const int sharing = access == Access::PrivateCopy ? MAP_PRIVATE : MAP_SHARED;
+    void* mapped = ::mmap(nullptr, mappingLength, protection, sharing, fd,
                           static_cast<off_t>(offset - pageOffset));
     if (mapped == nullptr || mapped == MAP_FAILED) {
         int error = errno;
@@ -259,6 +263,31 @@ void PersistentInfo::addInfo(std::unique_ptr<Base>&& field) {
         THROW_ERROR("%s does not fit in the block.", field->name.c_str());
     }
     entries.push_back(std::move(field));
+}
+
+void PersistentInfo::sync() const {
+    if (access != Access::ReadWrite) {
+        return;
+    }
+    if (::msync(mapping, mappingLength, MS_SYNC) != 0) {
+        THROW_ERROR_NUMBER("msync");
+    }
+    if (::fsync(fd) != 0 && errno != EINVAL) {
+        THROW_ERROR_NUMBER("fsync");
+    }
+}
+
+bool PersistentInfo::isZero(unsigned int length) const {
+    if (length > blockLength) {
+        THROW_ERROR("Range end %u is past the block of %u bytes.", length, blockLength);
+    }
+    unsigned char const* start = mapping + pageOffset;
+    for (unsigned int i = 0; i < length; ++i) {
+        if (start[i] != 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 unsigned int PersistentInfo::layoutBits() const {
@@ -366,6 +395,9 @@ PersistentInfo::Located PersistentInfo::findWritable(char const* name, bool forc
     if (found.field != nullptr && (found.field->flags & Private) != 0 && !force) {
         THROW_ERROR("%s is private.", found.field->name.c_str());
     }
+    if (found.field != nullptr && (found.field->flags & Hidden) != 0 && !force) {
+        THROW_ERROR("%s is hidden.", found.field->name.c_str());
+    }
     return found;
 }
 
@@ -396,7 +428,16 @@ bool PersistentInfo::set<PersistentInfo::Int, unsigned int>(char const* name,
     if (found.field == nullptr) {
         return false;
     }
-    Int::store(mapping, found.bitPos, value);
+    switch (found.field->type()) {
+    case IntKind:
+        Int::store(mapping, found.bitPos, value);
+        break;
+    case BitsKind:
+        static_cast<Bits const&>(*found.field).setValue(mapping, found.bitPos, value);
+        break;
+    default:
+        THROW_ERROR("%s is a text field.", found.field->name.c_str());
+    }
     return true;
 }
 

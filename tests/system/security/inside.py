@@ -1,0 +1,462 @@
+#!/usr/bin/python3
+"""The security battery, run inside a device root as root with the switch to
+other users kept (devroot exec --user-switch): it plays the init system for
+the real message broker and settings service (tests/system/readiness) and
+attacks them as the unprivileged user 65534 ("nobody", in no group of the
+device) and, for the broker's limits, as a program of the daemons' group
+(uid 65533), each step run through setpriv.
+
+One line per attack on standard output, "<attack>: <outcome>", where the
+outcome says how it was refused or survived and with which figures; a line
+starting with "FAIL" when it was not.  Exit status 1 on any failure.
+
+Attacks: squatting each object before the start (a memory, the readiness
+semaphore, the socket path, the lock folder, the settings folder); reading
+and writing a memory, the semaphore, connecting to the broker, taking the
+lock, planting links in the settings folder; then, as a member, floods of
+clients, subscriptions, unread data, records and log-worthy garbage, and
+unchanged change events.  Throughout, a well-behaved subscriber of root must
+receive every record it asked for, the service must keep saving a change, and
+(natively) the broker must stay under 16 MB resident.  Last, a settings folder
+that another user made and that cannot be removed refuses the start: no
+readiness, exit status 1.
+
+--long runs the floods at the sizes of docs/robustness.md (1100 clients, 2
+million subscriptions, 200 clients that never read, a 4-second flood) and
+prints the broker's resident size after each; --only NAME runs one attack of
+the floods (for measuring an earlier release, whose objects another user may
+take).
+"""
+
+import argparse
+import os
+import socket
+import struct
+import subprocess
+import sys
+import time
+
+HERE = os.path.dirname(os.path.realpath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "readiness"))
+sys.dont_write_bytecode = True
+import initsystem  # noqa: E402
+
+NOBODY = 65534
+MEMBER = 65533
+SOCKET_PATH = "/var/volatile/message-broker.socket"
+SEMAPHORE = "/dev/shm/sem.message-broker-ready"
+LOCK_FOLDER = "/var/volatile/settings-manager"
+OLD_LOCK = "/var/volatile/settings-manager.lock"
+SETUPS = "/var/SETUPS"
+CURRENT = SETUPS + "/.current.stp"
+KMSG = "/dev/kmsg"
+SUBSCRIBE, SUBSCRIBE_ALL = 1, 3
+FOCUS_TORQUE_CHANGED = 167
+RECORD = struct.Struct("<III")
+RSS_LIMIT_KB = 16 * 1024
+CLIENT_CAP = 512
+
+
+class Failure(Exception):
+    pass
+
+
+FAILED = []
+
+
+def report(attack, outcome):
+    print(f"{attack}: {outcome}", flush=True)
+
+
+def fail(attack, why):
+    FAILED.append(attack)
+    print(f"FAIL {attack}: {why}", flush=True)
+
+
+def daemon_gid():
+    return os.getgid()
+
+
+def as_user(uid, code, groups=()):
+    """Runs python code as uid (its own group, and `groups`); its output."""
+    prefix = ["setpriv", f"--reuid={uid}", f"--regid={uid}"]
+    prefix += [f"--groups={','.join(map(str, groups))}"] if groups else ["--clear-groups"]
+    done = subprocess.run(prefix + ["--", sys.executable, "-c", code], capture_output=True,
+                          text=True, timeout=120)
+    return done.stdout.strip() + done.stderr.strip()
+
+
+TRY = """
+import errno, os, socket, sys
+def attempt(action):
+    try:
+        action()
+        print("done")
+    except OSError as error:
+        print("refused (" + errno.errorcode.get(error.errno, str(error.errno)) + ")")
+"""
+
+
+def attempt(uid, action, groups=()):
+    return as_user(uid, TRY + f"attempt(lambda: {action})", groups)
+
+
+def kmsg_text():
+    with open(KMSG, "rb") as log:
+        return log.read().decode("utf-8", "replace")
+
+
+def owner_mode(path):
+    status = os.lstat(path)
+    return status.st_uid, status.st_gid, status.st_mode & 0o7777
+
+
+# ---- before the start
+
+
+SQUATS = {
+    "squat memory MemGuiLocal": "open('/dev/shm/MemGuiLocal', 'wb').write(b'x' * 64), "
+                                "os.chmod('/dev/shm/MemGuiLocal', 0o666)",
+    "squat readiness semaphore": f"open('{SEMAPHORE}', 'wb').write(b'x' * 32)",
+    "squat broker socket": f"socket.socket(socket.AF_UNIX).bind('{SOCKET_PATH}')",
+    "squat lock folder": f"os.mkdir('{LOCK_FOLDER}', 0o777)",
+    "squat old lock file": f"open('{OLD_LOCK}', 'w')",
+    "squat settings folder": f"os.symlink('/tmp', '{SETUPS}')",
+}
+
+
+def squat():
+    outcomes = {attack: attempt(NOBODY, action) for attack, action in SQUATS.items()}
+    return outcomes
+
+
+def judge_squats(outcomes, log):
+    for attack, outcome in outcomes.items():
+        if outcome.startswith("refused"):
+            report(attack, outcome + " by the file system")
+            continue
+        path = {"squat memory MemGuiLocal": "/dev/shm/MemGuiLocal",
+                "squat readiness semaphore": SEMAPHORE}.get(attack)
+        if path is None:
+            fail(attack, f"the unprivileged user could make it: {outcome}")
+            continue
+        uid, gid, mode = owner_mode(path)
+        line = f"Removed {'memory' if 'memory' in attack else 'semaphore'} {path}, which " \
+               f"belonged to uid {NOBODY}"
+        if (uid, gid, mode) == (0, daemon_gid(), 0o660) and line in log:
+            report(attack, f"replaced (log: \"{line} ...\"), now uid 0 gid {gid} mode 0660")
+        else:
+            fail(attack, f"owner {uid}:{gid} mode {mode:o}, log line found: {line in log}")
+
+
+# ---- while running
+
+
+def refused_as_nobody():
+    attacks = {
+        "read a memory": "open('/dev/shm/MemPersistent', 'rb').read(4)",
+        "write a memory": "open('/dev/shm/MemGuiLocal', 'r+b').write(b'\\x01')",
+        "open the readiness semaphore": f"open('{SEMAPHORE}', 'r+b')",
+        "connect to the broker": f"socket.socket(socket.AF_UNIX).connect('{SOCKET_PATH}')",
+        "take the lock": f"open('{LOCK_FOLDER}/settings-manager.lock', 'rb')",
+        "plant a link as .current.stp": f"os.symlink('/etc/shadow', '{CURRENT}.tmp')",
+        "plant a link as a user setup": f"os.symlink('/etc/shadow', '{SETUPS}/evil.stp')",
+        "flood the broker with clients": "[socket.socket(socket.AF_UNIX).connect("
+                                         f"'{SOCKET_PATH}') for _ in range(20)]",
+    }
+    for attack, action in attacks.items():
+        outcome = attempt(NOBODY, action)
+        if outcome.startswith("refused"):
+            report(attack + " as uid 65534", outcome)
+        else:
+            fail(attack + " as uid 65534", outcome)
+    member = attempt(MEMBER, "open('/dev/shm/MemPersistent', 'rb').read(4)", [daemon_gid()])
+    if member == "done":
+        report("read a memory as a member of the daemons' group", "allowed")
+    else:
+        fail("read a memory as a member of the daemons' group", member)
+
+
+class Subscriber:
+    """A well-behaved client of root that subscribes to one id and counts."""
+
+    def __init__(self, event):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.connect(SOCKET_PATH)
+        self.socket.sendall(RECORD.pack(SUBSCRIBE, 0, 0) + RECORD.pack(event, 0, 0))
+        self.socket.setblocking(False)
+        self.pending = b""
+        self.received = []
+
+    def drain(self, seconds=0.0):
+        deadline = time.monotonic() + seconds
+        while True:
+            try:
+                data = self.socket.recv(65536)
+                if not data:
+                    raise Failure("the broker closed a well-behaved subscriber")
+                self.pending += data
+            except BlockingIOError:
+                if time.monotonic() >= deadline:
+                    break
+                time.sleep(0.01)
+        whole = len(self.pending) // RECORD.size * RECORD.size
+        self.received += [RECORD.unpack_from(self.pending, at) for at in range(0, whole, 12)]
+        self.pending = self.pending[whole:]
+
+
+def rss_kb(pid):
+    with open(f"/proc/{pid}/status") as status:
+        for line in status:
+            if line.startswith("VmRSS:"):
+                return int(line.split()[1])
+    return 0
+
+
+MEMBER_CODE = """
+import os, socket, struct, sys, time
+R = struct.Struct("<III")
+PATH = "%s"
+def connect():
+    s = socket.socket(socket.AF_UNIX)
+    s.connect(PATH)
+    return s
+"""
+
+
+def member_run(body):
+    return as_user(MEMBER, MEMBER_CODE % SOCKET_PATH + body, [daemon_gid()])
+
+
+def flood_clients(count):
+    return member_run(f"""
+import select
+held, refused = [], 0
+for _ in range({count}):
+    try:
+        held.append(connect())
+    except OSError:
+        refused += 1
+time.sleep(0.5)
+watch = select.poll()
+for s in held:
+    watch.register(s, select.POLLIN)
+closed = len(watch.poll(0))
+print(len(held) - closed, "kept,", closed + refused, "closed at once")
+""")
+
+
+def flood_subscriptions(count):
+    return member_run(f"""
+s = connect()
+batch = b"".join(R.pack(1, 0, 0) + R.pack(2000 + i, 0, 0) for i in range(50000))
+for _ in range({count} // 50000):
+    s.sendall(batch)
+print("sent")
+""")
+
+
+def flood_unread(count, seconds):
+    return member_run(f"""
+held = []
+for _ in range({count}):
+    s = connect()
+    s.sendall(R.pack(3, 0, 0))
+    held.append(s)
+publisher = connect()
+publisher.setblocking(False)
+record = R.pack({FOCUS_TORQUE_CHANGED}, 0, 0) * 4096
+end = time.monotonic() + {seconds}
+while time.monotonic() < end:
+    try:
+        publisher.send(record)
+    except BlockingIOError:
+        time.sleep(0.001)
+    except OSError:
+        break
+print("done")
+""")
+
+
+def flood_records(seconds):
+    return member_run(f"""
+s = connect()
+s.setblocking(False)
+record = R.pack({FOCUS_TORQUE_CHANGED}, 0, 0) * 4096
+end, sent = time.monotonic() + {seconds}, 0
+while time.monotonic() < end:
+    try:
+        sent += s.send(record)
+    except BlockingIOError:
+        time.sleep(0.001)
+    except OSError:
+        break
+print(sent // 12, "records")
+""")
+
+
+def flood_garbage(clients):
+    return member_run(f"""
+for _ in range({clients}):
+    s = connect()
+    s.sendall(R.pack(1, 0, 0) + R.pack(0xFFFFFFF0, 0, 0))
+    s.close()
+print("done")
+""")
+
+
+def misbehaviour_lines(text):
+    return sum(1 for line in text.splitlines() if "message-broker" in line and
+               ("Refused a client" in line or "refused" in line or "closing" in line or
+                "left out" in line))
+
+
+def service_saves(memtool, value):
+    """Changes FocusTorque with memtool and waits until .current.stp holds it."""
+    done = subprocess.run(memtool + ["set", "MemPersistent", "FocusTorque", str(value)],
+                          capture_output=True, text=True, timeout=60)
+    if done.returncode != 0:
+        return f"memtool failed: {done.stderr.strip()}"
+    deadline = time.monotonic() + 10
+    while time.monotonic() < deadline:
+        with open(CURRENT) as current:
+            if f'"FocusTorque": {value},' in current.read():
+                return ""
+        time.sleep(0.1)
+    return f"FocusTorque {value} not saved within 10 s"
+
+
+def floods(options, broker, memtool):
+    """The broker attacks as a member; after each the well-behaved subscriber
+    got everything, the service saves, and the broker is small."""
+    sizes = {"clients": 1100, "subscriptions": 2000000, "unread": 200, "seconds": 4.0} \
+        if options.long else {"clients": CLIENT_CAP + 40, "subscriptions": 100000, "unread": 20,
+                              "seconds": 1.0}
+    attacks = [
+        ("flood the broker with clients", lambda: flood_clients(sizes["clients"])),
+        ("flood the broker with subscriptions",
+         lambda: flood_subscriptions(sizes["subscriptions"])),
+        ("clients that never read", lambda: flood_unread(sizes["unread"], sizes["seconds"])),
+        ("flood the service's events", lambda: flood_records(sizes["seconds"])),
+        ("log-worthy garbage", lambda: flood_garbage(200)),
+    ]
+    value = 10
+    for name, action in attacks:
+        if options.only and options.only != name:
+            continue
+        subscriber = Subscriber(FOCUS_TORQUE_CHANGED)
+        before = kmsg_text()
+        outcome = action()
+        after = kmsg_text()[len(before):]
+        rss = rss_kb(broker) if not options.emulated else None
+        value += 1
+        problems = []
+        try:
+            subscriber.drain(0.5)
+        except Failure as error:
+            problems.append(str(error))
+        saved = service_saves(memtool, value % 90 + 1)
+        if saved:
+            problems.append(saved)
+        try:
+            subscriber.drain(1.0)
+        except Failure as error:
+            problems.append(str(error))
+        if not any(record[0] == FOCUS_TORQUE_CHANGED for record in subscriber.received):
+            problems.append("the well-behaved subscriber received nothing")
+        lines = misbehaviour_lines(after)
+        if rss is not None and rss > RSS_LIMIT_KB:
+            problems.append(f"broker resident {rss} kB")
+        if name == "log-worthy garbage" and lines > 30:
+            problems.append(f"{lines} log lines about misbehaving clients")
+        figures = f"{outcome}; broker {rss if rss is not None else 'n/a'} kB resident; " \
+                  f"service saved; {len(subscriber.received)} records to the subscriber; " \
+                  f"{lines} misbehaviour log lines"
+        subscriber.socket.close()
+        if problems:
+            fail(name + " as a member", "; ".join(problems) + f" ({figures})")
+        else:
+            report(name + " as a member", "survived: " + figures)
+
+
+def unchanged_events(memtool):
+    before = os.stat(CURRENT)
+    post = memtool + ["post", "VarFocusTorqueChanged"]
+    for _ in range(6):
+        subprocess.run(post, capture_output=True, timeout=60)
+        time.sleep(0.4)
+    time.sleep(1.5)
+    after = os.stat(CURRENT)
+    same = (before.st_ino, before.st_mtime_ns) == (after.st_ino, after.st_mtime_ns)
+    nobody = attempt(NOBODY, f"socket.socket(socket.AF_UNIX).connect('{SOCKET_PATH}')")
+    if same and nobody.startswith("refused"):
+        report("unchanged change events", f"nothing written after 6 events; as uid 65534 "
+                                          f"{nobody}")
+    else:
+        fail("unchanged change events", f"file rewritten: {not same}; as uid 65534: {nobody}")
+    return after
+
+
+def refused_start(init, options):
+    """A settings folder of another user that cannot be removed."""
+    os.makedirs("/var/SETUPS.kept")
+    os.rename(SETUPS, "/var/SETUPS.kept/SETUPS")
+    os.mkdir(SETUPS)
+    open(SETUPS + "/x", "w").close()
+    os.chown(SETUPS + "/x", NOBODY, NOBODY)
+    os.chown(SETUPS, NOBODY, NOBODY)
+    os.chmod(SETUPS, 0o755)
+    service = init.start(options.service, notify=True)
+    message = init.receive(options.timeout)
+    _, status = os.waitpid(service, 0)
+    code = os.WEXITSTATUS(status) if os.WIFEXITED(status) else -1
+    if message is None and code == 1:
+        report("settings folder of another user, not removable", "start refused: no readiness,"
+                                                                 " exit status 1")
+    else:
+        fail("settings folder of another user, not removable",
+             f"notification {message!r}, exit status {code}")
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--broker", required=True)
+    parser.add_argument("--service", required=True)
+    parser.add_argument("--memtool", required=True)
+    parser.add_argument("--emulator", default="")
+    parser.add_argument("--timeout", type=float, default=20.0)
+    parser.add_argument("--long", action="store_true")
+    parser.add_argument("--only")
+    options = parser.parse_args()
+    options.emulated = bool(options.emulator.strip())
+    memtool = options.emulator.split() + [options.memtool]
+    os.makedirs(SETUPS.rsplit("/", 1)[0], exist_ok=True)
+    squats = squat() if not options.only else {}
+    init = initsystem.InitSystem(options.emulator, options.timeout)
+    broker = init.start(options.broker, notify=True)
+    init.wait_ready("broker", broker)
+    os.kill(broker, initsystem.signal.SIGCONT)
+    service = init.start(options.service, notify=True)
+    init.wait_ready("service", service)
+    os.kill(service, initsystem.signal.SIGCONT)
+    if not options.only:
+        judge_squats(squats, kmsg_text())
+        refused_as_nobody()
+    floods(options, broker, memtool)
+    if not options.only:
+        kept = unchanged_events(memtool)
+        init.stop("service", service)
+        after = os.stat(CURRENT)
+        if (kept.st_ino, kept.st_mtime_ns) == (after.st_ino, after.st_mtime_ns):
+            report("stop after no change", "nothing written")
+        else:
+            fail("stop after no change", ".current.stp was rewritten")
+        refused_start(init, options)
+    else:
+        init.stop("service", service)
+    init.stop("broker", broker)
+    return 1 if FAILED else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
