@@ -118,7 +118,7 @@ void Broker::closeForQueue(Client& client, QueueLimit limit) {
             LOG(Warn, "Client %s does not read: %zu bytes waiting, closing it",
                 client.name.c_str(), client.output.pending());
         } else {
-            LOG(Warn, "Clients hold %zu queued bytes: closing %s, which has %zu of them unread",
+            LOG(Warn, "Clients hold %zu queued bytes: closing client %s, which has %zu of them unread",
                 total.bytes, client.name.c_str(), client.output.pending());
         }
     }

@@ -5,7 +5,7 @@
 namespace {
 
 std::string describe(int fd, const ucred& credentials) {
-    return "client " + std::to_string(fd) + " (pid " + std::to_string(credentials.pid) + ", uid " +
+    return std::to_string(fd) + " (pid " + std::to_string(credentials.pid) + ", uid " +
            std::to_string(credentials.uid) + ", gid " + std::to_string(credentials.gid) + ")";
 }
 

@@ -23,7 +23,7 @@ public:
     Broker& broker;
     const int fd;
     const ucred credentials;
-    // "client 12 (pid 345, uid 0, gid 990)", for log lines.
+    // "12 (pid 345, uid 0, gid 990)", for log lines ("Client 12 (pid ...").
     const std::string name;
     bool watched = false; // waiting in the write watch for room in its socket
 };

@@ -24,12 +24,13 @@ readiness, exit status 1.
 --long runs the floods at the sizes of docs/robustness.md (1100 clients, 2
 million subscriptions, 200 clients that never read, a 4-second flood) and
 prints the broker's resident size after each; --only NAME runs one attack of
-the floods (for measuring an earlier release, whose objects another user may
-take).
+the floods, and --umask MASK starts the daemons with that umask (for measuring
+an earlier release, whose objects' modes came from it).
 """
 
 import argparse
 import os
+import re
 import socket
 import struct
 import subprocess
@@ -115,8 +116,8 @@ def owner_mode(path):
 
 
 SQUATS = {
-    "squat memory MemGuiLocal": "open('/dev/shm/MemGuiLocal', 'wb').write(b'x' * 64), "
-                                "os.chmod('/dev/shm/MemGuiLocal', 0o666)",
+    "squat memory MemGuiLocal": "[open('/dev/shm/MemGuiLocal', 'wb').write(b'x' * 64), "
+                                "os.chmod('/dev/shm/MemGuiLocal', 0o666)]",
     "squat readiness semaphore": f"open('{SEMAPHORE}', 'wb').write(b'x' * 32)",
     "squat broker socket": f"socket.socket(socket.AF_UNIX).bind('{SOCKET_PATH}')",
     "squat lock folder": f"os.mkdir('{LOCK_FOLDER}', 0o777)",
@@ -311,17 +312,24 @@ def misbehaviour_lines(text):
                 "left out" in line))
 
 
-def service_saves(memtool, value):
-    """Changes FocusTorque with memtool and waits until .current.stp holds it."""
+def saved_focus_torque():
+    with open(CURRENT) as current:
+        found = re.search(r'"FocusTorque": (\d+),', current.read())
+    return int(found.group(1)) if found else None
+
+
+def service_saves(memtool):
+    """Changes FocusTorque (1 to 4) with memtool and waits until .current.stp
+    holds the new value."""
+    value = (saved_focus_torque() or 1) % 4 + 1
     done = subprocess.run(memtool + ["set", "MemPersistent", "FocusTorque", str(value)],
                           capture_output=True, text=True, timeout=60)
     if done.returncode != 0:
         return f"memtool failed: {done.stderr.strip()}"
     deadline = time.monotonic() + 10
     while time.monotonic() < deadline:
-        with open(CURRENT) as current:
-            if f'"FocusTorque": {value},' in current.read():
-                return ""
+        if saved_focus_torque() == value:
+            return ""
         time.sleep(0.1)
     return f"FocusTorque {value} not saved within 10 s"
 
@@ -340,7 +348,6 @@ def floods(options, broker, memtool):
         ("flood the service's events", lambda: flood_records(sizes["seconds"])),
         ("log-worthy garbage", lambda: flood_garbage(200)),
     ]
-    value = 10
     for name, action in attacks:
         if options.only and options.only != name:
             continue
@@ -349,13 +356,12 @@ def floods(options, broker, memtool):
         outcome = action()
         after = kmsg_text()[len(before):]
         rss = rss_kb(broker) if not options.emulated else None
-        value += 1
         problems = []
         try:
             subscriber.drain(0.5)
         except Failure as error:
             problems.append(str(error))
-        saved = service_saves(memtool, value % 90 + 1)
+        saved = service_saves(memtool)
         if saved:
             problems.append(saved)
         try:
@@ -401,11 +407,12 @@ def refused_start(init, options):
     """A settings folder of another user that cannot be removed."""
     os.makedirs("/var/SETUPS.kept")
     os.rename(SETUPS, "/var/SETUPS.kept/SETUPS")
-    os.mkdir(SETUPS)
-    open(SETUPS + "/x", "w").close()
-    os.chown(SETUPS + "/x", NOBODY, NOBODY)
-    os.chown(SETUPS, NOBODY, NOBODY)
-    os.chmod(SETUPS, 0o755)
+    os.chmod("/var", 0o1777)
+    made = as_user(NOBODY, f"import os; os.mkdir('{SETUPS}'); open('{SETUPS}/x', 'w')")
+    os.chmod("/var", 0o755)
+    if made:
+        fail("settings folder of another user, not removable", f"could not make it: {made}")
+        return
     service = init.start(options.service, notify=True)
     message = init.receive(options.timeout)
     _, status = os.waitpid(service, 0)
@@ -427,7 +434,11 @@ def main():
     parser.add_argument("--timeout", type=float, default=20.0)
     parser.add_argument("--long", action="store_true")
     parser.add_argument("--only")
+    parser.add_argument("--umask", type=lambda text: int(text, 8),
+                        help="the daemons' umask (an earlier release takes its modes from it)")
     options = parser.parse_args()
+    if options.umask is not None:
+        os.umask(options.umask)
     options.emulated = bool(options.emulator.strip())
     memtool = options.emulator.split() + [options.memtool]
     os.makedirs(SETUPS.rsplit("/", 1)[0], exist_ok=True)
