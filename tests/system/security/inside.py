@@ -17,7 +17,7 @@ lock, planting links in the settings folder; then, as a member, floods of
 clients, subscriptions, unread data, records and log-worthy garbage, and
 unchanged change events.  Throughout, a well-behaved subscriber of root must
 receive every record it asked for, the service must keep saving a change, and
-(natively) the broker must stay under 16 MB resident.  Last, a settings folder
+(natively) the broker's peak resident size must stay under 16 MB.  Last, a settings folder
 that another user made and that cannot be removed refuses the start: no
 readiness, exit status 1.
 
@@ -207,9 +207,10 @@ class Subscriber:
 
 
 def rss_kb(pid):
+    """The program's peak resident size so far."""
     with open(f"/proc/{pid}/status") as status:
         for line in status:
-            if line.startswith("VmRSS:"):
+            if line.startswith("VmHWM:"):
                 return int(line.split()[1])
     return 0
 
@@ -250,10 +251,9 @@ print(len(held) - closed, "kept,", closed + refused, "closed at once")
 def flood_subscriptions(count):
     return member_run(f"""
 s = connect()
-batch = b"".join(R.pack(1, 0, 0) + R.pack(2000 + i, 0, 0) for i in range(50000))
-for _ in range({count} // 50000):
-    s.sendall(batch)
-print("sent")
+for first in range(2000, 2000 + {count}, 50000):
+    s.sendall(b"".join(R.pack(1, 0, 0) + R.pack(first + i, 0, 0) for i in range(50000)))
+print({count}, "distinct ids sent")
 """)
 
 
@@ -375,7 +375,7 @@ def floods(options, broker, memtool):
             problems.append(f"broker resident {rss} kB")
         if name == "log-worthy garbage" and lines > 30:
             problems.append(f"{lines} log lines about misbehaving clients")
-        figures = f"{outcome}; broker {rss if rss is not None else 'n/a'} kB resident; " \
+        figures = f"{outcome}; broker peak {rss if rss is not None else 'n/a'} kB resident; " \
                   f"service saved; {len(subscriber.received)} records to the subscriber; " \
                   f"{lines} misbehaviour log lines"
         subscriber.socket.close()

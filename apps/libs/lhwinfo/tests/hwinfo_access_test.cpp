@@ -104,6 +104,26 @@ TEST_F(HwInfoAccessTest, TypedWriteStoresLittleEndianAndRefreshesTheChecksum) {
               (Bytes{0xEF, 0xBE, 0xAD, 0xDE}));
 }
 
+TEST_F(HwInfoAccessTest, TypedWritesStayInsideTheirField) {
+    ASSERT_TRUE(hwInfo->write("boot_failed_counter", 0xFFFFFFFFu));
+    unsigned int counter = 0;
+    ASSERT_TRUE(hwInfo->read("boot_failed_counter", counter));
+    std::string text;
+    ASSERT_TRUE(hwInfo->read("boot_failed_counter", text));
+    EXPECT_EQ(text, "15");
+    ASSERT_TRUE(hwInfo->read("update_requested", text));
+    unsigned int before = 0;
+    EXPECT_THROW(hwInfo->write("board", 7u), std::runtime_error);
+    ASSERT_TRUE(hwInfo->read("board", text));
+    EXPECT_NE(text, "") << "a text field takes no typed number";
+    static_cast<void>(before);
+}
+
+TEST_F(HwInfoAccessTest, TheHiddenFieldIsRefused) {
+    EXPECT_THROW(hwInfo->write(std::string("unused=5")), std::runtime_error);
+    EXPECT_THROW(hwInfo->check("unused=5"), std::runtime_error);
+}
+
 TEST_F(HwInfoAccessTest, TextWriteStoresTheTextAndRefreshesTheChecksum) {
     ASSERT_TRUE(hwInfo->write("board", "mainboard-c"));
     EXPECT_EQ(deviceimage::record(), withText(BOARD, "mainboard-c"));

@@ -64,22 +64,40 @@ protected:
     std::string logged;
 };
 
-TEST_F(HwInfoInitializeTest, AllZeroRegionIsExtendedWithoutDefaults) {
+TEST_F(HwInfoInitializeTest, AllZeroRegionIsInitialisedWithTheDefaults) {
     initializeOn(Bytes(deviceimage::RECORD_REGION, 0));
     expectErrorLine(LENGTH_MESSAGE);
     EXPECT_FALSE(wasLogged(CHECKSUM_MESSAGE));
-    Bytes expected(deviceimage::RECORD_REGION, 0);
-    putWord(expected, VERSION, 5);
-    putWord(expected, LENGTH, 348);
-    putWord(expected, CHECKSUM, checksumOf(expected, 348));
-    EXPECT_EQ(deviceimage::record(), expected);
 
     HwInfo hwInfo;
-    hwInfo.initialize();
-    std::string serial = "unread";
-    ASSERT_TRUE(hwInfo.read("serial", serial));
-    EXPECT_EQ(serial, "");
-    EXPECT_EQ(deviceimage::record(), expected);
+    hwInfo.declareFields();
+    EXPECT_EQ(hwInfo.checkRecord().state, HwInfo::RecordState::Valid);
+    for (auto [key, text] : {std::pair{"serial", "0000"}, std::pair{"board", "prototype"},
+                             std::pair{"revision", "1.0"}, std::pair{"length", "348"},
+                             std::pair{"version", "5"}}) {
+        std::string value = "unread";
+        ASSERT_TRUE(hwInfo.read(key, value));
+        EXPECT_EQ(value, text) << key;
+    }
+}
+
+TEST_F(HwInfoInitializeTest, TheServicesReadingLeavesTheDeviceAsItIs) {
+    initializeOn(Bytes(deviceimage::RECORD_REGION, 0));
+    Bytes damaged = deviceimage::record();
+    damaged[20] ^= 0x01;
+    deviceimage::writeRecord(damaged);
+    deviceimage::KernelLog log;
+    {
+        HwInfo identity(HwInfo::Use::Identity);
+        identity.initialize();
+        std::string serial;
+        ASSERT_TRUE(identity.read("serial", serial));
+        EXPECT_EQ(serial, "0000");
+        std::string value;
+        EXPECT_FALSE(identity.read("update_requested", value)) << "no register without /dev/mem";
+    }
+    EXPECT_NE(log.text().find(CHECKSUM_MESSAGE), std::string::npos);
+    EXPECT_EQ(deviceimage::record(), damaged);
 }
 
 TEST_F(HwInfoInitializeTest, RecordOfTheLayoutBeforeKnobLinearizationIsTakenOver) {
