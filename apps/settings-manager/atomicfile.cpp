@@ -59,21 +59,25 @@ std::string syncFolder(const std::string& path) {
 }
 
 // Removes what lies at `path` so that a new file can take its place: an own
-// file quietly (a write that was cut off), anything of another user or a link
-// with a Warn line naming its owner.
+// file quietly (a write that was cut off), a link or anything of another user
+// with a Warn line naming its owner.  Anything else of the service's own user
+// (a folder) stays, and the creation that follows fails on it.
 void clearPlace(const std::string& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) {
         return;
     }
-    if (S_ISREG(status.st_mode) && Ownership::isOwn(status)) {
-        ::unlink(path.c_str());
+    const bool link = S_ISLNK(status.st_mode);
+    if (!link && Ownership::isOwn(status)) {
+        if (S_ISREG(status.st_mode)) {
+            ::unlink(path.c_str());
+        }
         return;
     }
     try {
-        Ownership::removeForeign("file", path, status);
+        Ownership::removeForeign(link ? "link" : "file", path, status);
     } catch (const std::exception&) {
-        // The open or link that follows fails and says why.
+        // The creation or link that follows fails and says why.
     }
 }
 
@@ -96,8 +100,10 @@ int createTemporary(const std::string& path) {
 // Renames `from` over `to` and flushes the folder; `from` is removed on failure.
 std::string renameOver(const std::string& from, const std::string& to) {
     struct stat status {};
-    if (::lstat(to.c_str(), &status) == 0 && (!S_ISREG(status.st_mode) || !Ownership::isOwn(status))) {
-        LOG(Warn, "Replacing %s, which belonged to %s", to.c_str(),
+    if (::lstat(to.c_str(), &status) == 0 &&
+        (S_ISLNK(status.st_mode) || !Ownership::isOwn(status))) {
+        LOG(Warn, "Replacing %s %s, which belonged to %s",
+            S_ISLNK(status.st_mode) ? "link" : "file", to.c_str(),
             Ownership::ownerText(status.st_uid).c_str());
     }
     if (std::rename(from.c_str(), to.c_str()) != 0) {

@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
-#include <stdexcept>
 #include <fcntl.h>
+#include <stdexcept>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -38,10 +38,21 @@ void InstanceLock::prepareFolder() const {
     }
 }
 
+// A lock file that is not a file of this process's user (a link, another
+// user's file) is never opened: it is removed first.
+void InstanceLock::clearForeignFile() const {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) == 0 &&
+        (!S_ISREG(status.st_mode) || !Ownership::isOwn(status))) {
+        Ownership::removeForeign("lock file", path, status);
+    }
+}
+
 bool InstanceLock::take(std::string& error) {
     if (fd < 0) {
         try {
             prepareFolder();
+            clearForeignFile();
         } catch (const std::exception& failure) {
             error = failure.what();
             return false;

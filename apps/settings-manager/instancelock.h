@@ -7,16 +7,18 @@
 // other user can open it and take the lock (flock works on a read-only
 // descriptor).  The folder is made if missing; one of another user, or
 // anything else in its place (a file, a link), is removed with a Warn line
-// naming its owner, and the start is refused when it cannot be.  An own
-// folder or file keeps being used, its mode set right.  The file is opened
-// with O_NOFOLLOW.
+// naming its owner, and the start is refused when it cannot be; so is a lock
+// file of another user or a link in its place.  An own folder or file keeps
+// being used, its mode set right.  The file is opened with O_NOFOLLOW.  The
+// folder is the lock's own: the program's is
+// "/var/volatile/settings-manager/".
 #pragma once
 
 #include <string>
 
 class InstanceLock {
 public:
-    // `path`: the lock file, in the folder that holds nothing else of others.
+    // `path`: the lock file, in a folder of its own (given mode 0700).
     explicit InstanceLock(std::string path);
     ~InstanceLock();
     InstanceLock(const InstanceLock&) = delete;
@@ -30,6 +32,8 @@ public:
 private:
     // Makes the lock's folder or takes over an own one; throws when it cannot.
     void prepareFolder() const;
+    // Removes a lock file that is not this process's user's own; throws when it cannot.
+    void clearForeignFile() const;
 
     std::string path;
     int fd;

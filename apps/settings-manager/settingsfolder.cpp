@@ -79,7 +79,8 @@ std::string SettingsFolder::damagedPath() const {
 
 std::optional<std::string> SettingsFolder::readText(const std::string& fileName) const {
     std::optional<std::string> content = readFile(fileName);
-    if (content && std::string_view(*content).substr(0, BYTE_ORDER_MARK.size()) == BYTE_ORDER_MARK) {
+    if (content &&
+        std::string_view(*content).substr(0, BYTE_ORDER_MARK.size()) == BYTE_ORDER_MARK) {
         content->erase(0, BYTE_ORDER_MARK.size());
     }
     return content;
@@ -122,7 +123,7 @@ bool SettingsFolder::prepare() const {
     struct stat status {};
     if (::lstat(bare.c_str(), &status) == 0) {
         if (S_ISDIR(status.st_mode) && Ownership::isOwn(status)) {
-            takeOver(bare);
+            takeOver(bare, status);
             return true;
         }
         try {
@@ -135,22 +136,17 @@ bool SettingsFolder::prepare() const {
     return ::mkdir(bare.c_str(), Ownership::SHARED_FOLDER_MODE) == 0;
 }
 
-// Sets the folder's mode and group, and takes away every right beyond 0660
-// from the own files in it.
-void SettingsFolder::takeOver(const std::string& bare) const {
-    const int fd = ::open(bare.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd >= 0) {
-        Ownership::setOwnMode(fd, Ownership::SHARED_FOLDER_MODE);
-        ::close(fd);
-    }
+// Gives the folder and its own files the service's group and takes away every
+// right of others (an earlier release made them 0766 and 0666).
+void SettingsFolder::takeOver(const std::string& bare, const struct stat& status) const {
+    Ownership::restrictOwn(bare, status, Ownership::SHARED_FOLDER_MODE);
     std::error_code error;
     for (auto entry = std::filesystem::directory_iterator(bare, error);
          !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-        struct stat status {};
+        struct stat file {};
         const std::string path = entry->path().string();
-        if (::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-            Ownership::isOwn(status) && (status.st_mode & ~Ownership::SHARED_MODE & 07777) != 0) {
-            ::chmod(path.c_str(), status.st_mode & Ownership::SHARED_MODE);
+        if (::lstat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode) && Ownership::isOwn(file)) {
+            Ownership::restrictOwn(path, file, Ownership::SHARED_MODE);
         }
     }
 }

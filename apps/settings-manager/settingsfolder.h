@@ -12,11 +12,12 @@
 // - A settings file that begins with a UTF-8 byte-order mark is read without
 //   it.
 // - Access (ownership.h): prepare() makes the folder with mode 0770 and the
-//   service's group whatever the umask; an own folder is taken over with
-//   that mode, its own files restricted to 0660 at most (an earlier release
-//   made them 0666); a link or another user's folder in its place is removed
-//   with a Warn line naming its owner, and when it cannot be removed the
-//   folder counts as not creatable.  Settings files are read with O_NOFOLLOW:
+//   service's group whatever the umask.  An own folder is kept, with the
+//   service's group, and it and its own files lose every right of others (an
+//   earlier release made them 0766 and 0666; the package's tmpfiles.d entry
+//   gives them 0770 and 0660); a link or another user's folder in its place
+//   is removed with a Warn line naming its owner, and when it cannot be
+//   removed the folder counts as not creatable.  Settings files are read with O_NOFOLLOW:
 //   a link in the place of one is not read.
 // - There is no length limit on a path: names are bounded by their variables
 //   (17 characters for a setup name, 21 for a list entry), so a path never
@@ -25,6 +26,7 @@
 
 #include <optional>
 #include <string>
+#include <sys/stat.h>
 
 class SettingsFolder {
 public:
@@ -68,7 +70,7 @@ public:
     void removeTemporaries() const;
 
 private:
-    void takeOver(const std::string& bare) const;
+    void takeOver(const std::string& bare, const struct stat& status) const;
 
     std::string folder;
 };

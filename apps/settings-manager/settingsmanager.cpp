@@ -58,16 +58,17 @@ uint32_t SettingsManager::createAndInitMemories() {
 bool SettingsManager::init() {
     productInfo.readHardwareIdentity();
     productInfo.readSoftwareIdentity();
-    if (!folder.prepare()) {
+    const bool result = folder.prepare();
+    if (!result) {
         LOG(Error, "Could not create the settings folder.");
-        return false;
+    } else {
+        folder.removeTemporaries();
+        getDefaultSettings();
+        loader.loadCurrent();
+        store.readCurrentFile();
+        loaded = true;
+        signalReadiness();
     }
-    folder.removeTemporaries();
-    getDefaultSettings();
-    loader.loadCurrent();
-    store.readCurrentFile();
-    loaded = true;
-    signalReadiness();
     try {
         userSetups.openFolder();
     } catch (const std::filesystem::filesystem_error& error) {
@@ -76,7 +77,7 @@ bool SettingsManager::init() {
     updateUserSettingList();
     openFolderMonitor();
     saveCheck.restart();
-    return true;
+    return result;
 }
 
 // Tells the supervisor that start-up is done.  Under a debugger the parent is

@@ -34,8 +34,10 @@
 //   check.
 // - A start-up that cannot make or take over the settings folder (folder
 //   missing and not creatable, one of another user that cannot be removed)
-//   logs "Could not create the settings folder.", reports no readiness and
-//   returns false at once; main then ends with status 1, writing nothing.
+//   logs "Could not create the settings folder.", loads nothing and reports no
+//   readiness; the user-setup list and the folder monitor are still tried as
+//   after any start, and init returns false; main then ends with status 1,
+//   writing nothing.
 // - Nothing is written until the start-up load has run: ".current.stp" is
 //   never replaced by the defaults the memories hold before it (close() and the
 //   destructor then store nothing and report false).

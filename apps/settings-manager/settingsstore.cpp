@@ -96,9 +96,7 @@ bool SettingsStore::store(const char* name) {
         if (current) {
             currentSaveError.clear();
             currentFile = std::move(document);
-            struct stat status {};
-            currentInode =
-                ::lstat(path->c_str(), &status) == 0 ? status.st_ino : 0;
+            currentStamp = FileStamp::of(*path);
         }
         return true;
     }
@@ -111,26 +109,28 @@ bool SettingsStore::store(const char* name) {
     return false;
 }
 
+SettingsStore::FileStamp SettingsStore::FileStamp::of(const std::string& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return {};
+    }
+    return {status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+}
+
 // The remembered content is read again when the file is no longer what was
 // remembered as far as its status tells (removed by a factory reset, replaced
-// by another program of the device).
+// or changed by another program of the device).
 bool SettingsStore::currentFileHolds(const std::string& document) {
-    struct stat status {};
-    const bool sameFile = currentFile && ::lstat(folder.currentPath().c_str(), &status) == 0 &&
-                          S_ISREG(status.st_mode) &&
-                          static_cast<std::size_t>(status.st_size) == currentFile->size() &&
-                          status.st_ino == currentInode;
-    if (!currentFileKnown || (currentFile && !sameFile)) {
+    if (!currentFileKnown || FileStamp::of(folder.currentPath()) != currentStamp) {
         readCurrentFile();
     }
     return currentFile == document;
 }
 
 void SettingsStore::readCurrentFile() {
+    currentStamp = FileStamp::of(folder.currentPath());
     currentFile = folder.readFile(SettingsFolder::currentFileName());
     currentFileKnown = true;
-    struct stat status {};
-    currentInode = ::lstat(folder.currentPath().c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 bool SettingsStore::saveCurrent() {

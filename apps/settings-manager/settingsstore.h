@@ -26,8 +26,8 @@
 //   file's content: the content read at start (readCurrentFile), then the
 //   last text written.  This holds for every write of it (the once-a-second
 //   save, the save after a load, the shutdown save); a file that is no
-//   longer the one remembered (its inode or size changed, it was removed) is
-//   read again before the comparison.  A change event whose
+//   longer the one remembered (its inode, size or time of change differs, it
+//   was removed) is read again before the comparison.  A change event whose
 //   value did not change, or a stop after no change, writes nothing and keeps
 //   the backup as it is.  An unchanged document counts as saved.
 // - Before ".current.stp" is replaced, the file being replaced becomes the
@@ -38,10 +38,11 @@
 #include "notify.h"
 
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <sstream>
-#include <sys/types.h>
 #include <string>
+#include <sys/types.h>
 
 class ProductInfo;
 class SettingsFolder;
@@ -81,8 +82,21 @@ private:
     bool dirty = false;
     // The last failure of writing ".current.stp", empty after a success.
     std::string currentSaveError;
-    // The content of ".current.stp" as read at start or last written.
+    // What tells a file apart from the one remembered: inode, size and time
+    // of the last change; all zero for a missing file or one that is not a
+    // regular file.
+    struct FileStamp {
+        ino_t inode = 0;
+        off_t size = 0;
+        time_t seconds = 0;
+        long nanoseconds = 0;
+        static FileStamp of(const std::string& path);
+        bool operator==(const FileStamp&) const = default;
+    };
+
+    // The content of ".current.stp" as read at start or last written, and
+    // the stamp of the file it was read from or written to.
     std::optional<std::string> currentFile;
     bool currentFileKnown = false;
-    ino_t currentInode = 0;
+    FileStamp currentStamp;
 };

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -41,6 +42,16 @@ bool setOwnMode(int fd, mode_t mode) {
         return false;
     }
     return (status.st_mode & 07777) == mode || ::fchmod(fd, mode) == 0;
+}
+
+bool restrictOwn(const std::string& path, const struct stat& status, mode_t most) {
+    if (status.st_gid != ::getegid() &&
+        ::lchown(path.c_str(), static_cast<uid_t>(-1), ::getegid()) != 0) {
+        return false;
+    }
+    const mode_t mode = status.st_mode & 07777;
+    return (mode & ~most) == 0 ||
+           ::fchmodat(AT_FDCWD, path.c_str(), mode & most, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 } // namespace Ownership

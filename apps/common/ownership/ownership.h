@@ -24,9 +24,9 @@
 namespace Ownership {
 
 // Modes of the objects that the daemons make.
-constexpr mode_t SHARED_MODE = 0660;       // memories, semaphore, socket, settings files
-constexpr mode_t SHARED_FOLDER_MODE = 0770; // the settings folder
-constexpr mode_t PRIVATE_MODE = 0600;      // the lock file
+constexpr mode_t SHARED_MODE = 0660;         // memories, semaphore, socket, settings files
+constexpr mode_t SHARED_FOLDER_MODE = 0770;  // the settings folder
+constexpr mode_t PRIVATE_MODE = 0600;        // the lock file
 constexpr mode_t PRIVATE_FOLDER_MODE = 0700; // the lock's folder
 
 // Where POSIX shared memory and named semaphores live as files.
@@ -44,6 +44,10 @@ void removeForeign(const char* what, const std::string& path, const struct stat&
 // Gives an object of this process's user exactly `mode` and this process's
 // group; false with errno set when that failed.
 bool setOwnMode(int fd, mode_t mode);
+// Gives the object of this process's user at `path` (described by `status`,
+// never followed if a link) this process's group and takes away its rights
+// beyond `most`; it gains none.  False with errno set when that failed.
+bool restrictOwn(const std::string& path, const struct stat& status, mode_t most);
 
 // Sets the umask to let exactly `mode` through while it lives, so that an
 // object made by a call that takes a mode but leaves no descriptor to fix it

@@ -74,7 +74,7 @@ bool killedBy(int status, int signal) {
         if (!service->init()) {
             status = INIT_FAILED;
         } else if (loop) {
-            static_cast<void>(::write(ready, "r", 1));
+            (void)!::write(ready, "r", 1);
             if (service->doWork() != EventPoll::Terminate) {
                 status = LOOP_DID_NOT_TERMINATE;
             }
@@ -134,13 +134,13 @@ pid_t startSupervisorStandIn(const sigset_t& blocked) {
     const pid_t pid = ::fork();
     if (pid == 0) {
         ::prctl(PR_SET_NAME, "super");
-        static_cast<void>(::write(named[1], "n", 1));
+        (void)!::write(named[1], "n", 1);
         siginfo_t info;
         timespec limit{30, 0};
         _exit(sigtimedwait(&blocked, &info, &limit) == SIGUSR1 ? 0 : 1);
     }
     char byte;
-    static_cast<void>(::read(named[0], &byte, 1));
+    (void)!::read(named[0], &byte, 1);
     ::close(named[0]);
     ::close(named[1]);
     return pid;
@@ -193,14 +193,24 @@ TEST_F(LifecycleTest, TheServiceConnectsSubscribesAndHandlesWhatTheBrokerSends) 
     EXPECT_TRUE(service->isDirty());
 }
 
-TEST_F(LifecycleTest, AnExistingOwnSettingsFolderIsTakenOverWithMode0770) {
+TEST_F(LifecycleTest, AnExistingSettingsFolderIsKeptAsItIs) {
+    ASSERT_TRUE(std::filesystem::create_directory(SETUPS));
+    ::chmod(SETUPS, 0700);
+    EXPECT_TRUE(service->init());
+    EXPECT_EQ(modeOf(SETUPS), 0700u);
+}
+
+TEST_F(LifecycleTest, AnEarlierReleasesFolderLosesTheRightsOfOthers) {
     ASSERT_TRUE(std::filesystem::create_directory(SETUPS));
     ::chmod(SETUPS, 0766);
     writeFile(CURRENT, "{\n}");
     ::chmod(CURRENT, 0666);
     EXPECT_TRUE(service->init());
-    EXPECT_EQ(modeOf(SETUPS), 0770u);
+    EXPECT_EQ(modeOf(SETUPS), 0760u);
     EXPECT_EQ(modeOf(CURRENT) & ~0660u, 0u);
+    struct stat status {};
+    ASSERT_EQ(::stat(SETUPS, &status), 0);
+    EXPECT_EQ(status.st_gid, ::getegid());
 }
 
 TEST_F(LifecycleTest, AMissingSettingsFolderIsCreatedWithMode0770WhateverTheUmask) {
@@ -213,16 +223,21 @@ TEST_F(LifecycleTest, AMissingSettingsFolderIsCreatedWithMode0770WhateverTheUmas
     EXPECT_EQ(modeOf(CURRENT), 0660u);
 }
 
-TEST_F(LifecycleTest, AFolderThatCannotBeCreatedEndsTheStartAndReports) {
+TEST_F(LifecycleTest, AFolderThatCannotBeCreatedSkipsTheLoadButListsAndReports) {
     const mode_t varMode = modeOf("/var");
     ASSERT_EQ(::chmod("/var", 0555), 0);
+    gen::memUserSetups().UserSetupListSize = 3;
+    posted();
     testsupport::KmsgCapture log;
     const bool started = service->init();
     ::chmod("/var", varMode);
     EXPECT_FALSE(started);
     EXPECT_FALSE(exists(SETUPS));
+    EXPECT_EQ(gen::memUserSetups().UserSetupListSize, 0);
+    EXPECT_THAT(ids(posted()), Contains(VarUserSetupListChanged));
     const auto texts = messages(log.lines());
     EXPECT_THAT(texts, Contains("Could not create the settings folder."));
+    EXPECT_THAT(texts, Contains("Monitoring the user-setup folder is not possible"));
     EXPECT_THAT(texts, Not(Contains("Could not open settings file: .current.stp")));
     for (const std::string& line : log.lines()) {
         if (line.find("Could not create the settings folder.") != std::string::npos) {
@@ -230,6 +245,36 @@ TEST_F(LifecycleTest, AFolderThatCannotBeCreatedEndsTheStartAndReports) {
                                                "Could not create the settings folder."));
         }
     }
+}
+
+TEST_F(LifecycleTest, ASettingsPathThatCannotBeResolvedIsReportedAndStartUpGoesOn) {
+    // A link to itself in a folder where it cannot be removed: the folder can
+    // be neither found, created, taken over nor resolved.
+    std::filesystem::create_symlink("SETUPS", "/var/SETUPS");
+    std::string resolveError;
+    try {
+        static_cast<void>(std::filesystem::weakly_canonical(SETUPS));
+    } catch (const std::filesystem::filesystem_error& error) {
+        resolveError = error.what();
+    }
+    const mode_t varMode = modeOf("/var");
+    ASSERT_EQ(::chmod("/var", 0555), 0);
+    testsupport::KmsgCapture log;
+    const bool started = service->init();
+    ::chmod("/var", varMode);
+    std::filesystem::remove("/var/SETUPS");
+    ASSERT_FALSE(resolveError.empty());
+    EXPECT_FALSE(started);
+    const auto lines = log.lines();
+    const std::string expected = "Could not set settings path: " + resolveError;
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+        return testsupport::isLogLine(line, gen::LogLight, "settingsmanager.cpp", expected);
+    })) << expected;
+    const auto texts = messages(lines);
+    EXPECT_THAT(texts, Contains("Monitoring the user-setup folder is not possible"));
+    EXPECT_THAT(texts, Contains("settings folder /var//SETUPS belongs to uid 0 (root) and cannot "
+                                "be removed: Permission denied"));
+    EXPECT_THAT(texts, Contains("Could not create the settings folder."));
 }
 
 TEST_F(LifecycleTest, ALinkInThePlaceOfTheSettingsFolderIsReplacedAndNamed) {
@@ -316,7 +361,7 @@ TEST_F(ForkedServiceTest, TheParentIsSignalledExactlyOnceAfterTheSettingsAreLoad
         char byte;
         auto* service = new SettingsManager;
         const bool started = service->init();
-        static_cast<void>(::read(go[0], &byte, 1));
+        (void)!::read(go[0], &byte, 1);
         service->close();
         _exit(started ? 0 : INIT_FAILED);
     }
@@ -325,7 +370,7 @@ TEST_F(ForkedServiceTest, TheParentIsSignalledExactlyOnceAfterTheSettingsAreLoad
     ASSERT_EQ(first, std::vector<pid_t>{child});
     gen::openMemories();
     EXPECT_EQ(gen::memPersistent().FocusTorque, 4);
-    static_cast<void>(::write(go[1], "g", 1));
+    (void)!::write(go[1], "g", 1);
     EXPECT_TRUE(exitedWith(waitFor(child, 20s), 0));
     EXPECT_TRUE(readiness.next(300ms).empty());
     ::kill(supervisor, SIGKILL);

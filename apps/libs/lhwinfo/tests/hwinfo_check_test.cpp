@@ -84,9 +84,9 @@ TEST_F(HwInfoCheckTest, AValidRecord) {
     EXPECT_EQ(check.expected, checksumOf(record, RECORD_SIZE));
 }
 
-TEST_F(HwInfoCheckTest, AnAllZeroRegionIsBlank) {
+TEST_F(HwInfoCheckTest, AnAllZeroRegionHasAShortLength) {
     HwInfo::RecordCheck const check = checkOf(Bytes(deviceimage::RECORD_REGION, 0));
-    EXPECT_EQ(check.state, State::Blank);
+    EXPECT_EQ(check.state, State::ShortLength);
     EXPECT_EQ(check.length, 0u);
 }
 
