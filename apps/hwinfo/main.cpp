@@ -64,8 +64,6 @@ std::string recordProblem(HwInfo::RecordCheck const& check) {
     switch (check.state) {
     case HwInfo::RecordState::Valid:
         return "";
-    case HwInfo::RecordState::Blank:
-        return "it is blank (every byte of its layout is zero)";
     case HwInfo::RecordState::ShortLength:
         std::snprintf(text, sizeof text, "its stored length %u is shorter than the record's layout",
                       check.length);
@@ -189,9 +187,13 @@ int keys(Arguments const& arguments) {
     return ExitSuccess;
 }
 
-// Why the assignment cannot be written, or "".
+// Why the assignment cannot be written, or "".  A hidden field (reserved bits
+// of the register) is refused as a private one is.
 std::string rejection(HwInfo const& hwInfo, std::string const& assignment, std::string const& key,
                       std::string const& value) {
+    if (isHidden(knownField(key))) {
+        return key + ": " + key + " is hidden.";
+    }
     try {
         hwInfo.check(assignment);
     } catch (std::invalid_argument const&) {

@@ -30,15 +30,16 @@
 // checks and repairs happen in this process's memory only.  Use::Identity
 // (the settings service) opens the record alone that way and never opens
 // "/dev/mem": the record is read as initialize() would leave it (an older,
-// shorter layout extended, a record with a wrong checksum or a blank one
-// cleared, each with its log line), while the device keeps its bytes for the
-// factory tool to repair.  The register's keys are unknown then.  sync()
-// flushes a writer's changes to the devices (msync and fsync).
+// shorter layout extended, a record with a wrong checksum cleared, each with
+// its log line), while the device keeps its bytes for the factory tool to
+// repair.  The register's keys are unknown then.  sync() flushes a writer's
+// changes to the devices (msync and fsync).
 //
-// A blank record (its whole layout zero, as on a device never initialised)
-// is logged like a shorter one ("Differents length, setting new values to
-// default.") and then given the defaults of clear() rather than being
-// extended with zeros, so that it reads as a cleared record.
+// Choice made here: under Use::Identity a blank record (its whole layout
+// zero, as on a device never initialised) is logged like a shorter one
+// ("Differents length, setting new values to default.") and then read as a
+// cleared record ("0000", "prototype", "1.0"), as one with a wrong checksum
+// is.  A writer's initialize() extends it with zeros, as any shorter record.
 //
 // write(key, text) is meant for the String fields; given an integer field's
 // key it converts the text as a number, as the assignment form does.
@@ -65,7 +66,6 @@ public:
     // The state of the stored record, as initialize() judges it.
     enum class RecordState {
         Valid,
-        Blank,              // every byte of the layout is zero: it would be cleared
         ShortLength,        // the stored length is shorter than the layout: it would be extended
         LengthBeyondRegion, // the stored length reaches past the region: it would be reset
         WrongChecksum,      // it would be reset
@@ -130,4 +130,5 @@ private:
     std::optional<PersistentInfo> bootRegister;
     PersistentInfo mmcBlock;
     gen::LogLevel* logLevel;
+    Use use;
 };

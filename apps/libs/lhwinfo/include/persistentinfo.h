@@ -41,8 +41,8 @@
 //
 // Typed integer writes stay inside their field: an Int field takes the four
 // bytes, a Bits field only its own bits (the value masked), a String field
-// refuses them ("%s is a text field.").  A Hidden field refuses writes without
-// force ("%s is hidden."), like a Private one.
+// refuses them ("%s is a text field.").  A write to a ReadOnly block raises
+// "%s is open read-only." with the device's path instead of faulting.
 //
 // Errors are raised with throwError/throwErrorNumber (logged at Error, then a
 // std::runtime_error); text that is not a number for an Int or Bits field
@@ -162,8 +162,8 @@ public:
     // int> reads the four bytes at the field's rounded-up byte whatever its
     // kind; set<Int, unsigned int> writes inside the field only (see above);
     // <Base, std::string> and <Base, char const*> go through the field's own
-    // text conversion.  set raises "%s is private." for a Private field and
-    // "%s is hidden." for a Hidden one unless force is true.
+    // text conversion.  set raises "%s is private." for a Private field unless
+    // force is true.
     template <class Field, class Value> bool get(char const* name, Value& value) const;
     template <class Field, class Value> bool set(char const* name, Value const& value, bool force);
 
@@ -186,6 +186,8 @@ private:
     unsigned int layoutBits() const;
     Located find(char const* name) const;
     Located findWritable(char const* name, bool force) const;
+    // The mapping, for a write; raises "%s is open read-only." for a ReadOnly block.
+    unsigned char* writable() const;
 
     int fd;
     unsigned char* mapping;

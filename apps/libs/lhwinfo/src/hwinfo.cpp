@@ -76,7 +76,7 @@ std::unique_ptr<PI::Base> makeField(FieldSpec const& spec) {
 HwInfo::HwInfo(Use use)
     : mmcBlock(MMC_DEVICE, MMC_BLOCK_OFFSET, MMC_BLOCK_LENGTH,
                use == Use::Write ? PI::Access::ReadWrite : PI::Access::PrivateCopy),
-      logLevel(nullptr) {
+      logLevel(nullptr), use(use) {
     if (use != Use::Identity) {
         bootRegister.emplace(BOOT_REGISTER_DEVICE, BOOT_REGISTER_ADDRESS, BOOT_REGISTER_LENGTH,
                              use == Use::Write ? PI::Access::ReadWrite : PI::Access::ReadOnly);
@@ -114,9 +114,7 @@ HwInfo::RecordCheck HwInfo::checkRecord() const {
     RecordCheck check{RecordState::Valid, 0, 0, 0};
     mmcBlock.get<PI::Int, unsigned int>(LENGTH, check.length);
     mmcBlock.get<PI::Int, unsigned int>(CHECKSUM, check.checksum);
-    if (mmcBlock.isZero(mmcBlock.size())) {
-        check.state = RecordState::Blank;
-    } else if (check.length < mmcBlock.size()) {
+    if (check.length < mmcBlock.size()) {
         check.state = RecordState::ShortLength;
     } else if (check.length > mmcBlock.blockLength) {
         check.state = RecordState::LengthBeyondRegion;
@@ -134,16 +132,15 @@ void HwInfo::repairRecord() {
     switch (check.state) {
     case RecordState::Valid:
         return;
-    case RecordState::Blank:
-        logMessage(logLevel, gen::Error, __FILE__, __LINE__,
-                   "Differents length, setting new values to default.");
-        clear();
-        return;
     case RecordState::ShortLength:
         // The extended record carries a fresh checksum over the new length.
         logMessage(logLevel, gen::Error, __FILE__, __LINE__,
                    "Differents length, setting new values to default.");
-        initNewMemory(check.length);
+        if (use == Use::Identity && mmcBlock.isZero(mmcBlock.size())) {
+            clear();
+        } else {
+            initNewMemory(check.length);
+        }
         return;
     case RecordState::LengthBeyondRegion:
         logMessage(logLevel, gen::Error, __FILE__, __LINE__,
@@ -169,7 +166,8 @@ bool HwInfo::read(char const* key, std::string& value) {
 
 bool HwInfo::write(char const* key, unsigned int value) {
     if (!mmcBlock.set<PersistentInfo::Int, unsigned int>(key, value, false) &&
-        !(bootRegister && bootRegister->set<PersistentInfo::Int, unsigned int>(key, value, false))) {
+        !(bootRegister &&
+          bootRegister->set<PersistentInfo::Int, unsigned int>(key, value, false))) {
         return false;
     }
     updateChecksum();

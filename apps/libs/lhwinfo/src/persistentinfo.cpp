@@ -319,21 +319,22 @@ void PersistentInfo::setNewMemToDefault(unsigned int from, unsigned int to) cons
     if (to > blockLength) {
         THROW_ERROR("Range end %u is past the block of %u bytes.", to, blockLength);
     }
-    std::memset(mapping + pageOffset + from, 0, to - from);
+    std::memset(writable() + pageOffset + from, 0, to - from);
 }
 
 void PersistentInfo::clearAll() {
+    unsigned char* const target = writable();
     unsigned int bitPos = pageOffset * 8;
     for (auto const& entry : entries) {
         switch (entry->type()) {
         case IntKind:
-            Int::store(mapping, bitPos, 0);
+            Int::store(target, bitPos, 0);
             break;
         case BitsKind:
-            static_cast<Bits const&>(*entry).setValue(mapping, bitPos, 0u);
+            static_cast<Bits const&>(*entry).setValue(target, bitPos, 0u);
             break;
         default:
-            entry->setValue(mapping, bitPos, "");
+            entry->setValue(target, bitPos, "");
             break;
         }
         bitPos += entry->bitSize();
@@ -379,6 +380,13 @@ void PersistentInfo::printParameters(FILE* stream) const {
     }
 }
 
+unsigned char* PersistentInfo::writable() const {
+    if (access == Access::ReadOnly) {
+        THROW_ERROR("%s is open read-only.", devicePath);
+    }
+    return mapping;
+}
+
 PersistentInfo::Located PersistentInfo::find(char const* name) const {
     unsigned int bitPos = pageOffset * 8;
     for (auto const& entry : entries) {
@@ -394,9 +402,6 @@ PersistentInfo::Located PersistentInfo::findWritable(char const* name, bool forc
     Located found = find(name);
     if (found.field != nullptr && (found.field->flags & Private) != 0 && !force) {
         THROW_ERROR("%s is private.", found.field->name.c_str());
-    }
-    if (found.field != nullptr && (found.field->flags & Hidden) != 0 && !force) {
-        THROW_ERROR("%s is hidden.", found.field->name.c_str());
     }
     return found;
 }
@@ -430,10 +435,10 @@ bool PersistentInfo::set<PersistentInfo::Int, unsigned int>(char const* name,
     }
     switch (found.field->type()) {
     case IntKind:
-        Int::store(mapping, found.bitPos, value);
+        Int::store(writable(), found.bitPos, value);
         break;
     case BitsKind:
-        static_cast<Bits const&>(*found.field).setValue(mapping, found.bitPos, value);
+        static_cast<Bits const&>(*found.field).setValue(writable(), found.bitPos, value);
         break;
     default:
         THROW_ERROR("%s is a text field.", found.field->name.c_str());
@@ -459,5 +464,5 @@ bool PersistentInfo::set<PersistentInfo::Base, char const*>(char const* name,
     if (found.field == nullptr) {
         return false;
     }
-    return found.field->setValue(mapping, found.bitPos, value);
+    return found.field->setValue(writable(), found.bitPos, value);
 }
