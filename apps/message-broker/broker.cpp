@@ -115,10 +115,11 @@ bool Broker::admit(int fd) {
 void Broker::closeForQueue(Client& client, QueueLimit limit) {
     if (misbehaviour.allow()) {
         if (limit == QueueLimit::Own) {
-            LOG(Warn, "Client %s does not read: %zu bytes waiting, closing it",
-                client.name.c_str(), client.output.pending());
+            LOG(Warn, "Client %s does not read: %zu bytes waiting, closing it", client.name.c_str(),
+                client.output.pending());
         } else {
-            LOG(Warn, "Clients hold %zu queued bytes: closing client %s, which has %zu of them unread",
+            LOG(Warn,
+                "Clients hold %zu queued bytes: closing client %s, which has %zu of them unread",
                 total.bytes, client.name.c_str(), client.output.pending());
         }
     }
@@ -142,10 +143,9 @@ bool Broker::receive(Client& client) {
     ssize_t got = client.reader.readFrom(client.fd, scratch, records);
     int readError = errno;
     const uint32_t refusals = client.subscriptions.refusals();
-    takeRecords(client, std::span(scratch).first(records), clients, total,
-                [this](Peer& peer, QueueLimit limit) {
-                    closeForQueue(static_cast<Client&>(peer), limit);
-                });
+    takeRecords(
+        client, std::span(scratch).first(records), clients, total,
+        [this](Peer& peer, QueueLimit limit) { closeForQueue(static_cast<Client&>(peer), limit); });
     if (client.subscriptions.refusals() != refusals && misbehaviour.allow()) {
         LOG(Warn, "Client %s: refused %u subscriptions outside the event table (the last: %u)",
             client.name.c_str(), client.subscriptions.refusals() - refusals,

@@ -8,7 +8,8 @@
 
 ClientLimits ClientLimits::raiseDescriptorLimit() {
     rlimit descriptors{};
-    if (::getrlimit(RLIMIT_NOFILE, &descriptors) == 0 && descriptors.rlim_cur < descriptors.rlim_max) {
+    if (::getrlimit(RLIMIT_NOFILE, &descriptors) == 0 &&
+        descriptors.rlim_cur < descriptors.rlim_max) {
         rlimit raised = descriptors;
         raised.rlim_cur = descriptors.rlim_max;
         if (::setrlimit(RLIMIT_NOFILE, &raised) == 0) {

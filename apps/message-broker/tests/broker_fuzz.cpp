@@ -79,9 +79,9 @@ struct Model {
         if (pendingCommand != Invalid) {
             // An operand outside the event table is refused: no decision.
             if (record.id < EVENT_ID_COUNT) {
-                history.push_back({pendingCommand == Subscribe ? Decision::Include
-                                                               : Decision::Exclude,
-                                   record.id});
+                history.push_back(
+                    {pendingCommand == Subscribe ? Decision::Include : Decision::Exclude,
+                     record.id});
             }
             pendingCommand = Invalid;
             return false;
