@@ -149,7 +149,9 @@ def bwrap_command(folder, binds_ro, binds_rw, extra=(), var_size=None, shm_size=
     /dev/shm is likewise a private tmpfs of that size, as on the device,
     instead of the root folder's shm/ (which lives on the host's disk).  With
     user_switch, the programs keep CAP_SETUID and CAP_SETGID, so that a step
-    can run as another user (setpriv); the capabilities go with that switch.
+    can run as another user (setpriv), and CAP_SETPCAP, so that a step can be
+    started without any capability (setpriv --bounding-set=-all); the
+    capabilities go with that switch.
     """
     def inside(name):
         return os.path.join(folder, name)
@@ -185,5 +187,6 @@ def bwrap_command(folder, binds_ro, binds_rw, extra=(), var_size=None, shm_size=
     command += ["--unsetenv", "NOTIFY_SOCKET"]
     command += ["--unshare-pid", "--die-with-parent", "--cap-drop", "ALL"]
     if user_switch:
-        command += ["--cap-add", "CAP_SETUID", "--cap-add", "CAP_SETGID"]
+        command += ["--cap-add", "CAP_SETUID", "--cap-add", "CAP_SETGID",
+                    "--cap-add", "CAP_SETPCAP"]
     return command

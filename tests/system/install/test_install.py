@@ -22,8 +22,9 @@
   exposure of at most 1.5 in `systemd-analyze security --offline=true`.
 - Upgrade in place: a settings folder of the earlier release (0766, files
   0666 and 0644, group root) and its lock file, made by another user, get the
-  new owner and modes from the installed sysusers.d and tmpfiles.d files, and
-  the old lock file is gone.
+  new owner and modes from the installed sysusers.d and tmpfiles.d files, the
+  old lock file is gone, and the installed daemons start on that device (the
+  old lock file there again) and load its settings.
 """
 
 import argparse
@@ -194,7 +195,9 @@ class InstallTest(unittest.TestCase):
                 self.assertEqual(found & flags, flags)
 
     def unit(self, root, name):
-        parser = configparser.ConfigParser(interpolation=None)
+        # strict=False: a unit names some options more than once (SystemCallFilter=,
+        # DeviceAllow=), as systemd allows.
+        parser = configparser.ConfigParser(interpolation=None, strict=False)
         parser.optionxform = str
         with open(os.path.join(root, "usr/lib/systemd/system", name), encoding="utf-8") as unit:
             parser.read_file(unit)
@@ -243,23 +246,42 @@ class InstallTest(unittest.TestCase):
                 self.assertEqual(self.unit(root, daemon + ".service")["Service"]["Group"], GROUP)
 
     def test_an_earlier_release_upgrades_in_place(self):
+        """A device root as the earlier release left it: the settings folder 0766 with
+        files 0666 and 0644 of root's group, the lock file at the old path, of another
+        user.  The installed sysusers.d and tmpfiles.d files give the folder and its files
+        the new owner and modes; then the installed daemons start on it (the old lock
+        file there again, held by nobody) and the service loads the settings."""
         root = self.staged()
         device = os.path.join(WORK, "upgrade")
-        for folder in ("etc", "var/SETUPS", "var/volatile"):
-            os.makedirs(os.path.join(device, folder))
-        shutil.copyfile("/etc/passwd", os.path.join(device, "etc/passwd"))
-        with open(os.path.join(device, "etc/group"), "w", encoding="utf-8") as group:
-            group.write("root:x:0:\n")
+        daemons = [ARGS.devroot, "run", "--bind-ro", root,
+                   "--broker", os.path.join(root, "usr/sbin/message-broker"),
+                   "--service", os.path.join(root, "usr/sbin/settings-manager"),
+                   "--timeout", "20"]
+        if ARGS.emulator:
+            daemons += ["--emulator", ARGS.emulator]
+        # A device root of the daemons' own; then what the earlier release left in it.
+        made = run(daemons + ["--keep", device, "--stop-after", "0"])
+        self.assertEqual(made.returncode, 0, made.stdout + made.stderr)
+        for folder in ("var", "shm"):
+            shutil.rmtree(os.path.join(device, folder))
+            os.makedirs(os.path.join(device, folder, "volatile" if folder == "var" else ""))
+        os.chmod(os.path.join(device, "shm"), 0o1777)
         setups = os.path.join(device, "var/SETUPS")
+        os.makedirs(setups)
         os.chmod(setups, 0o766)
+        seeded = '{\n"FocusTorque": 3,\n"DisplayBrightness": 4\n}'
         for name, mode in ((".current.stp", 0o666), ("mine.stp", 0o644),
                            (".current.stp.backup", 0o666)):
             with open(os.path.join(setups, name), "w", encoding="utf-8") as document:
-                document.write("{\n}")
+                document.write(seeded)
             os.chmod(os.path.join(setups, name), mode)
         old_lock = os.path.join(device, "var/volatile/settings-manager.lock")
-        open(old_lock, "w").close()
-        os.chown(old_lock, 65534, 65534)
+        self.leave_old_lock(old_lock)
+        # The device's own user and group files, with the daemons' group the device
+        # root runs its programs with.
+        os.makedirs(os.path.join(device, "etc"))
+        shutil.copyfile("/etc/passwd", os.path.join(device, "etc/passwd"))
+        shutil.copyfile(os.path.join(device, "group"), os.path.join(device, "etc/group"))
         for tool, folder in (("systemd-sysusers", "sysusers.d"), ("systemd-tmpfiles", "tmpfiles.d")):
             conf = os.path.join(root, "usr/lib", folder, "settings-service.conf")
             argv = [tool, f"--root={device}", conf]
@@ -277,6 +299,25 @@ class InstallTest(unittest.TestCase):
         self.assertFalse(os.path.exists(old_lock))
         lock_folder = os.stat(os.path.join(device, "var/volatile/settings-manager"))
         self.assertEqual(lock_folder.st_mode & 0o7777, 0o700)
+
+        self.leave_old_lock(old_lock)
+        memtool = shlex.join(shlex.split(ARGS.emulator) + [os.path.join(root, "usr/bin/memtool")])
+        done = run(daemons + ["--root", device, "--", "/bin/sh", "-c",
+                              f"{memtool} get MemPersistent FocusTorque DisplayBrightness"])
+        self.assertEqual(done.stdout.splitlines(),
+                         ["broker: socket ready", "ready", "FocusTorque=3", "DisplayBrightness=4",
+                          "command: exit status 0", "service: exit status 0",
+                          "broker: exit status 0"], done.stderr)
+        with open(os.path.join(setups, ".current.stp"), encoding="utf-8") as current:
+            self.assertIn('"FocusTorque": 3', current.read())
+        status = os.stat(setups)
+        self.assertEqual((status.st_mode & 0o7777, status.st_gid), (0o770, gid))
+
+    @staticmethod
+    def leave_old_lock(path):
+        with open(path, "w", encoding="utf-8"):
+            pass
+        os.chown(path, 65534, 65534)
 
     def test_systemd_accepts_the_units(self):
         verify = os.path.join(WORK, "verify")

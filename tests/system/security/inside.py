@@ -1,37 +1,42 @@
 #!/usr/bin/python3
 """The security battery, run inside a device root as root with the switch to
 other users kept (devroot exec --user-switch): it plays the init system for
-the real message broker and settings service (tests/system/readiness) and
-attacks them as the unprivileged user 65534 ("nobody", in no group of the
-device) and, for the broker's limits, as a program of the daemons' group
-(uid 65533), each step run through setpriv.
+the real message broker and settings service (tests/system/readiness),
+started without any capability as their units start them, and attacks them as
+the unprivileged user 65534 ("nobody", in no group of the device) and, for
+what a program of the device may do, as a member of the daemons' group (uid
+65533), each step run through setpriv.
 
 One line per attack on standard output, "<attack>: <outcome>", where the
 outcome says how it was refused or survived and with which figures; a line
 starting with "FAIL" when it was not.  Exit status 1 on any failure.
 
-Attacks: squatting each object before the start (a memory, the readiness
-semaphore, the socket path, the lock folder, the settings folder); reading
-and writing a memory, the semaphore, connecting to the broker, taking the
-lock, planting links in the settings folder; then, as a member, floods of
-clients, subscriptions, unread data, records and log-worthy garbage, and
-unchanged change events.  Throughout, a well-behaved subscriber of root must
-receive every record it asked for, the service must keep saving a change, and
-(natively) the broker's peak resident size must stay under 16 MB.  Last, a settings folder
-that another user made and that cannot be removed refuses the start: no
-readiness, exit status 1.
+Attacks: squatting each object before the start, in folders that anyone may
+write (a memory, the readiness semaphore, the socket path, the lock folder, a
+link as the settings folder, the old lock file held locked); reading and
+writing a memory, opening the semaphore, connecting to the broker, taking the
+lock, planting links in the settings folder; as a member, links in the place
+of ".current.stp" and of its temporary file, then floods of clients,
+subscriptions, unread data, records and log-worthy garbage, and unchanged
+change events.  Throughout, a well-behaved subscriber of root must receive
+every record it asked for, the service must keep saving a change, and
+(natively) the broker's peak resident size during each flood (VmHWM, reset
+before it) must stay under 16 MB.  Last, a settings folder that another user
+made and that cannot be removed refuses the start: no readiness, exit status
+1.
 
 --long runs the floods at the sizes of docs/robustness.md (1100 clients, 2
-million subscriptions, 200 clients that never read, a 4-second flood) and
-prints the broker's resident size after each; --only NAME runs one attack of
-the floods, and --umask MASK starts the daemons with that umask (for measuring
-an earlier release, whose objects' modes came from it).
+million subscriptions, 200 clients that never read, a 4-second flood); --only
+NAME runs one attack of the floods, and --umask MASK starts the daemons with
+that umask (for measuring an earlier release, whose objects' modes came from
+it).
 """
 
 import argparse
 import os
 import re
 import socket
+import stat
 import struct
 import subprocess
 import sys
@@ -50,6 +55,7 @@ LOCK_FOLDER = "/var/volatile/settings-manager"
 OLD_LOCK = "/var/volatile/settings-manager.lock"
 SETUPS = "/var/SETUPS"
 CURRENT = SETUPS + "/.current.stp"
+TEMPORARY = SETUPS + "/..current.stp.tmp"
 KMSG = "/dev/kmsg"
 SUBSCRIBE, SUBSCRIBE_ALL = 1, 3
 FOCUS_TORQUE_CHANGED = 167
@@ -115,39 +121,91 @@ def owner_mode(path):
 # ---- before the start
 
 
+# What uid 65534 makes before the daemons start, in /dev/shm (mode 1777 as on
+# the device) and, as on a device whose /var and /var/volatile anyone may
+# write, there.
 SQUATS = {
     "squat memory MemGuiLocal": "[open('/dev/shm/MemGuiLocal', 'wb').write(b'x' * 64), "
                                 "os.chmod('/dev/shm/MemGuiLocal', 0o666)]",
     "squat readiness semaphore": f"open('{SEMAPHORE}', 'wb').write(b'x' * 32)",
     "squat broker socket": f"socket.socket(socket.AF_UNIX).bind('{SOCKET_PATH}')",
     "squat lock folder": f"os.mkdir('{LOCK_FOLDER}', 0o777)",
-    "squat old lock file": f"open('{OLD_LOCK}', 'w')",
     "squat settings folder": f"os.symlink('/tmp', '{SETUPS}')",
 }
+# The path each squat leaves, what the daemon calls it in its log line, and the
+# owner, type and mode of what must be there once the daemons run.
+SQUATTED = {
+    "squat memory MemGuiLocal": ("/dev/shm/MemGuiLocal", "memory", stat.S_IFREG, 0o660),
+    "squat readiness semaphore": (SEMAPHORE, "semaphore", stat.S_IFREG, 0o660),
+    "squat broker socket": (SOCKET_PATH, "socket", stat.S_IFSOCK, 0o660),
+    "squat lock folder": (LOCK_FOLDER, "lock folder", stat.S_IFDIR, 0o700),
+    "squat settings folder": (SETUPS, "settings folder", stat.S_IFDIR, 0o770),
+}
+HOLD_OLD_LOCK = f"""
+import fcntl, sys, time
+lock = open('{OLD_LOCK}', 'w')
+fcntl.flock(lock, fcntl.LOCK_EX)
+print('held', flush=True)
+sys.stdin.read()
+"""
 
 
 def squat():
-    outcomes = {attack: attempt(NOBODY, action) for attack, action in SQUATS.items()}
-    return outcomes
+    """The squats as uid 65534, and a process of that user that holds the lock
+    file of earlier releases locked (end it by closing its input)."""
+    modes = {folder: os.stat(folder).st_mode & 0o7777 for folder in ("/var", "/var/volatile")}
+    for folder in modes:
+        os.chmod(folder, 0o1777)
+    try:
+        outcomes = {attack: attempt(NOBODY, action) for attack, action in SQUATS.items()}
+        holder = subprocess.Popen(["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}",
+                                   "--clear-groups", "--", sys.executable, "-c", HOLD_OLD_LOCK],
+                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        outcomes["squat old lock file"] = holder.stdout.readline().strip()
+    finally:
+        for folder, mode in modes.items():
+            os.chmod(folder, mode)
+    return outcomes, holder
 
 
 def judge_squats(outcomes, log):
     for attack, outcome in outcomes.items():
-        if outcome.startswith("refused"):
-            report(attack, outcome + " by the file system")
+        if attack == "squat old lock file":
+            if outcome == "held":
+                report(attack, "no obstacle: the service started while uid 65534 held it "
+                               "locked")
+            else:
+                fail(attack, f"uid 65534 could not take it: {outcome}")
             continue
-        path = {"squat memory MemGuiLocal": "/dev/shm/MemGuiLocal",
-                "squat readiness semaphore": SEMAPHORE}.get(attack)
-        if path is None:
-            fail(attack, f"the unprivileged user could make it: {outcome}")
+        if outcome != "done":
+            fail(attack, f"uid 65534 could not make it: {outcome}")
             continue
-        uid, gid, mode = owner_mode(path)
-        line = f"Removed {'memory' if 'memory' in attack else 'semaphore'} {path}, which " \
-               f"belonged to uid {NOBODY}"
-        if (uid, gid, mode) == (0, daemon_gid(), 0o660) and line in log:
-            report(attack, f"replaced (log: \"{line} ...\"), now uid 0 gid {gid} mode 0660")
+        path, what, kind, mode = SQUATTED[attack]
+        status = os.lstat(path)
+        found = (status.st_uid, status.st_gid, stat.S_IFMT(status.st_mode),
+                 status.st_mode & 0o7777)
+        logged = path.replace("/var/SETUPS", "/var//SETUPS")
+        line = f"Removed {what} {logged}, which belonged to uid {NOBODY}"
+        if found == (0, daemon_gid(), kind, mode) and line in log:
+            report(attack, f"replaced (log: \"{line} ...\"), now uid 0 gid {daemon_gid()} "
+                           f"mode {mode:04o}")
         else:
-            fail(attack, f"owner {uid}:{gid} mode {mode:o}, log line found: {line in log}")
+            fail(attack, f"found uid {found[0]} gid {found[1]} type {found[2]:o} mode "
+                         f"{found[3]:o}, log line found: {line in log}")
+
+
+def capabilities(pid):
+    with open(f"/proc/{pid}/status", encoding="utf-8") as status:
+        return {line.split(":")[0]: int(line.split()[1], 16) for line in status
+                if line.startswith("Cap")}
+
+
+def judge_capabilities(daemons):
+    held = {name: capabilities(pid) for name, pid in daemons.items()}
+    if all(not any(sets.values()) for sets in held.values()):
+        report("capabilities of the daemons", "none (CapEff, CapPrm, CapBnd and CapAmb all 0)")
+    else:
+        fail("capabilities of the daemons", str(held))
 
 
 # ---- while running
@@ -178,6 +236,52 @@ def refused_as_nobody():
         fail("read a memory as a member of the daemons' group", member)
 
 
+LINK_VICTIMS = {"/tmp/victim-of-the-temporary": TEMPORARY, "/tmp/victim-of-the-file": CURRENT}
+PLANT_LINKS = """
+import os
+for victim, path in %r.items():
+    if os.path.lexists(path):
+        os.remove(path)
+    os.symlink(victim, path)
+print("done")
+"""
+
+
+def links_as_member(memtool):
+    """A member of the group may write the settings folder: it puts links to files
+    of root in the place of ".current.stp" and of its temporary file.  The next save
+    replaces both and writes through neither."""
+    attack = "links in the settings folder as a member"
+    for victim in LINK_VICTIMS:
+        with open(victim, "w", encoding="utf-8") as file:
+            file.write("untouched")
+    before = kmsg_text()
+    planted = as_user(MEMBER, PLANT_LINKS % LINK_VICTIMS, [daemon_gid()])
+    if planted != "done":
+        fail(attack, f"could not plant them: {planted}")
+        return
+    saved = service_saves(memtool)
+    log = kmsg_text()[len(before):]
+    problems = [saved] if saved else []
+    for victim in LINK_VICTIMS:
+        with open(victim, encoding="utf-8") as file:
+            if file.read() != "untouched":
+                problems.append(f"{victim} was written through the link")
+    status = os.lstat(CURRENT)
+    if not stat.S_ISREG(status.st_mode) or status.st_uid != 0:
+        problems.append(".current.stp is not the service's file")
+    lines = [f"Removed link {TEMPORARY.replace('/var/SETUPS', '/var//SETUPS')}, which "
+             f"belonged to uid {MEMBER}",
+             f"Replacing link {CURRENT.replace('/var/SETUPS', '/var//SETUPS')}, which belonged "
+             f"to uid {MEMBER}"]
+    problems += [f"no line \"{line}\"" for line in lines if line not in log]
+    if problems:
+        fail(attack, "; ".join(problems))
+    else:
+        report(attack, "replaced by the next save, nothing written through them (log: "
+                       + "; ".join(f'"{line} ..."' for line in lines) + ")")
+
+
 class Subscriber:
     """A well-behaved client of root that subscribes to one id and counts."""
 
@@ -206,13 +310,20 @@ class Subscriber:
         self.pending = self.pending[whole:]
 
 
-def rss_kb(pid):
-    """The program's peak resident size so far."""
-    with open(f"/proc/{pid}/status") as status:
+def rss_kb(pid, field="VmHWM"):
+    """The program's peak resident size (since the last reset_peak), or its
+    current one with field="VmRSS", in kB."""
+    with open(f"/proc/{pid}/status", encoding="utf-8") as status:
         for line in status:
-            if line.startswith("VmHWM:"):
+            if line.startswith(field + ":"):
                 return int(line.split()[1])
     return 0
+
+
+def reset_peak(pid):
+    """Starts the peak resident size anew from the current one."""
+    with open(f"/proc/{pid}/clear_refs", "w", encoding="utf-8") as clear:
+        clear.write("5")
 
 
 MEMBER_CODE = """
@@ -353,9 +464,12 @@ def floods(options, broker, memtool):
             continue
         subscriber = Subscriber(FOCUS_TORQUE_CHANGED)
         before = kmsg_text()
+        if options.measured:
+            reset_peak(broker)
+            start_rss = rss_kb(broker, "VmRSS")
         outcome = action()
         after = kmsg_text()[len(before):]
-        rss = rss_kb(broker) if not options.emulated else None
+        rss = rss_kb(broker) if options.measured else None
         problems = []
         try:
             subscriber.drain(0.5)
@@ -375,8 +489,10 @@ def floods(options, broker, memtool):
             problems.append(f"broker resident {rss} kB")
         if name == "log-worthy garbage" and lines > 30:
             problems.append(f"{lines} log lines about misbehaving clients")
-        figures = f"{outcome}; broker peak {rss if rss is not None else 'n/a'} kB resident; " \
-                  f"service saved; {len(subscriber.received)} records to the subscriber; " \
+        peak = f"{start_rss} -> peak {rss} kB resident" if rss is not None else \
+            "resident size not measured (emulator or sanitizers)"
+        figures = f"{outcome}; broker {peak}; service saved; " \
+                  f"{len(subscriber.received)} records to the subscriber; " \
                   f"{lines} misbehaviour log lines"
         subscriber.socket.close()
         if problems:
@@ -433,6 +549,8 @@ def main():
     parser.add_argument("--emulator", default="")
     parser.add_argument("--timeout", type=float, default=20.0)
     parser.add_argument("--long", action="store_true")
+    parser.add_argument("--sanitized", action="store_true",
+                        help="the daemons carry the sanitizers: their resident size is theirs")
     parser.add_argument("--only")
     parser.add_argument("--umask", type=lambda text: int(text, 8),
                         help="the daemons' umask (an earlier release takes its modes from it)")
@@ -440,10 +558,15 @@ def main():
     if options.umask is not None:
         os.umask(options.umask)
     options.emulated = bool(options.emulator.strip())
+    # Under the emulator the resident size is the emulator's, with the sanitizers
+    # their shadow memory's: only a plain native build is measured.
+    options.measured = not options.emulated and not options.sanitized
     memtool = options.emulator.split() + [options.memtool]
     os.makedirs(SETUPS.rsplit("/", 1)[0], exist_ok=True)
-    squats = squat() if not options.only else {}
+    squats, holder = squat() if not options.only else ({}, None)
     init = initsystem.InitSystem(options.emulator, options.timeout)
+    # The daemons hold no capability, as their units start them.
+    init.emulator = ["setpriv", "--bounding-set=-all", "--inh-caps=-all", "--"] + init.emulator
     broker = init.start(options.broker, notify=True)
     init.wait_ready("broker", broker)
     os.kill(broker, initsystem.signal.SIGCONT)
@@ -451,8 +574,12 @@ def main():
     init.wait_ready("service", service)
     os.kill(service, initsystem.signal.SIGCONT)
     if not options.only:
+        holder.stdin.close()
+        holder.wait(timeout=60)
         judge_squats(squats, kmsg_text())
+        judge_capabilities({"broker": broker, "service": service})
         refused_as_nobody()
+        links_as_member(memtool)
     floods(options, broker, memtool)
     if not options.only:
         kept = unchanged_events(memtool)
