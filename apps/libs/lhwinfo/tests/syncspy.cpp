@@ -1,33 +1,26 @@
 #include "syncspy.h"
 
+#include "calllog.h"
+
 #include <cerrno>
-#include <dlfcn.h>
 #include <sys/mman.h>
 #include <unistd.h>
-#include <utility>
 
 namespace {
 
-bool recording = false;
 int fsyncFailure = 0;
-std::vector<syncspy::Call> recorded;
-
-template <class Function> Function real(char const* name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
+testsupport::CallLog<syncspy::Call> calls;
 
 } // namespace
 
 namespace syncspy {
 
 void start() {
-    recorded.clear();
-    recording = true;
+    calls.start();
 }
 
 std::vector<Call> stop() {
-    recording = false;
-    return std::move(recorded);
+    return calls.stop();
 }
 
 void failNextFsync(int error) {
@@ -37,20 +30,17 @@ void failNextFsync(int error) {
 } // namespace syncspy
 
 extern "C" int msync(void* address, size_t length, int flags) {
-    if (recording) {
-        recorded.push_back({"msync", address, length, flags});
-    }
-    return real<int (*)(void*, size_t, int)>("msync")(address, length, flags);
+    calls.record({"msync", address, length, flags});
+    return testsupport::libraryFunction<int (*)(void*, size_t, int)>("msync")(address, length,
+                                                                              flags);
 }
 
 extern "C" int fsync(int fd) {
-    if (recording) {
-        recorded.push_back({"fsync", nullptr, 0, fd});
-    }
+    calls.record({"fsync", nullptr, 0, fd});
     if (fsyncFailure != 0) {
         errno = fsyncFailure;
         fsyncFailure = 0;
         return -1;
     }
-    return real<int (*)(int)>("fsync")(fd);
+    return testsupport::libraryFunction<int (*)(int)>("fsync")(fd);
 }
