@@ -447,7 +447,8 @@ def service_saves(memtool):
 
 def floods(options, broker, memtool):
     """The broker attacks as a member; after each the well-behaved subscriber
-    got everything, the service saves, and the broker is small."""
+    got everything, the service was never cut off from the broker and saves,
+    and the broker stayed small."""
     sizes = {"clients": 1100, "subscriptions": 2000000, "unread": 200, "seconds": 4.0} \
         if options.long else {"clients": CLIENT_CAP + 40, "subscriptions": 100000, "unread": 20,
                               "seconds": 1.0}
@@ -485,6 +486,9 @@ def floods(options, broker, memtool):
         if not any(record[0] == FOCUS_TORQUE_CHANGED for record in subscriber.received):
             problems.append("the well-behaved subscriber received nothing")
         lines = misbehaviour_lines(after)
+        cut_off = after.count("Lost the connection to the message broker")
+        if cut_off:
+            problems.append(f"the service was cut off from the broker {cut_off} times")
         if rss is not None and rss > RSS_LIMIT_KB:
             problems.append(f"broker resident {rss} kB")
         if name == "log-worthy garbage" and lines > 30:
