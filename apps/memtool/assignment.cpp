@@ -7,8 +7,34 @@
 #include "names.h"
 #include "valuecheck.h"
 
+namespace {
+
+// An element may be set alone where the setter can address it.
+bool settableElementWise(uint32_t memory, uint32_t variable) {
+    const uint32_t base = Introspection::getVarBaseType(memory, variable);
+    return base == BaseInt || base == BaseFloat || base == BaseBool || base == BaseStruct;
+}
+
+} // namespace
+
 std::string Assignment::target() const {
     return targetName(memory, variable, index);
+}
+
+Assignment assignmentFor(uint32_t memory, const VariableRef& ref, const std::string& text,
+                         const char* indexHint) {
+    const std::string name = Introspection::getVarName(memory, ref.variable);
+    if (!ref.index && Introspection::isArray(memory, ref.variable)) {
+        throw UsageError(name + " is an array of " +
+                         std::to_string(Introspection::getElementCount(memory, ref.variable)) +
+                         ": " + indexHint);
+    }
+    if (ref.index && !settableElementWise(memory, ref.variable)) {
+        throw UsageError(std::string("elements of a ") +
+                         Introspection::getVarType(memory, ref.variable) +
+                         " array cannot be set one by one");
+    }
+    return {memory, ref.variable, ref.index, text};
 }
 
 std::string refusal(const Assignment& assignment) {

@@ -3,6 +3,8 @@
 // all of them can be stored as written.
 #pragma once
 
+#include "names.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,6 +20,11 @@ struct Assignment {
     std::string target() const;
 };
 
+// The assignment of `text` to the variable or element `ref`; throws UsageError
+// for a whole array (`indexHint` says how to name an element) and for an
+// element of an array whose setter writes only whole arrays.
+Assignment assignmentFor(uint32_t memory, const VariableRef& ref, const std::string& text,
+                         const char* indexHint);
 // Why the text cannot be stored as written (valuecheck.h), or "".
 std::string refusal(const Assignment& assignment);
 // Throws Failure unless `problems` is empty: with one value in all the

@@ -17,6 +17,8 @@ int setValue(const Arguments& arguments);
 int resetValues(const Arguments& arguments);
 int dumpMemories(const Arguments& arguments);
 int loadValues(const Arguments& arguments);
+int previewDocument(const Arguments& arguments);
 int postEventCommand(const Arguments& arguments);
 int watchEvents(const Arguments& arguments);
 int runRequest(const Arguments& arguments);
+int serveInspector(const Arguments& arguments);

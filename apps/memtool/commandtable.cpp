@@ -88,6 +88,20 @@ const Program MEMTOOL = {
          {"--dry-run"},
          {},
          loadValues},
+        {"preview",
+         "memtool preview FILE [--json]",
+         "Tells what loading the settings document FILE (a \".stp\" file; \"-\" for\n"
+         "standard input) into this release would do to each key, storing nothing\n"
+         "and needing no running service: stored as it is, read from a former name,\n"
+         "former enum entry mapped, clamped to the range, not stored as retired,\n"
+         "kept aside (and why), or skipped (product information).  The document is\n"
+         "applied as the settings service applies it, to a private copy of\n"
+         "MemPersistent.  One line per key, then the count of each outcome; with\n"
+         "--json one object with the keys file, complete, unreadableLines, keys and\n"
+         "counts.  A document that cannot be read whole is read line by line.",
+         {"--json"},
+         {},
+         previewDocument},
         {"post",
          "memtool post EVENT [--index N]",
          "Posts an event, given by name or number, to the broker; --index N posts it\n"
@@ -116,6 +130,20 @@ const Program MEMTOOL = {
          {},
          {"--timeout"},
          runRequest},
+        {"serve",
+         "memtool serve [--listen ADDRESS:PORT] [--token TOKEN] [--read-only]",
+         "Serves the inspector, a web page of the device's memories, events and\n"
+         "settings (search, live values, editing with the checks of `set`, plots,\n"
+         "the event log, the user setups, the unit's identity), with a JSON API.\n"
+         "Listens on 127.0.0.1:8765 unless --listen says otherwise (port 0: any\n"
+         "free port).  Every request needs the token, as the header\n"
+         "\"Authorization: Bearer TOKEN\" or the query token=TOKEN; without --token\n"
+         "one is made at random and the page's address with it is printed.\n"
+         "Requests from other sites' pages or to other host names are refused.\n"
+         "--read-only refuses every change.  Runs until Ctrl-C or SIGTERM.",
+         {"--read-only"},
+         {"--listen", "--token"},
+         serveInspector},
         {"names",
          "memtool names [MEMORY [VARIABLE]] | --events | --commands | --options COMMAND",
          "Prints bare names, one per line, for shell completion and scripts: the\n"

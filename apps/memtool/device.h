@@ -1,6 +1,14 @@
 // memtool's access to the device: the memories, opened as they are (never
 // created or re-initialised), and the broker connection, made only by the
 // commands that post or listen.
+//
+// memtool maps each memory itself, with the object's header checked against
+// the size this memtool was built for, and remembers which object it mapped.
+// An object that was removed or replaced since (its owner, the settings
+// service, ended or started again) is unmapped, and mapped afresh when it is
+// asked for again, so that a long-running memtool (watch, serve) follows a
+// restarted service instead of reading an orphaned copy.  A memory is mapped
+// once however often it is asked for.
 #pragma once
 
 #include "serverconnection.h"
@@ -9,8 +17,15 @@
 
 // True when the memory's shared-memory object exists.
 bool memoryExists(uint32_t memory);
-// Maps an existing memory and points its gMem<Name> at it; throws Failure
-// when it does not exist or was made for another layout.
+// Maps the memory's current object, if it is not mapped yet, and points its
+// gMem<Name> at it; throws Failure when it does not exist, is not complete or
+// was made for another layout.
 void openMemory(uint32_t memory);
+// Maps the memories read-only from now on (for an inspector that must not
+// write); the default is read-write, as setters need.
+void mapMemoriesReadOnly(bool readOnly);
+// Unmaps each mapped memory whose object was removed or replaced, and maps a
+// memory again whose object came back; true when any of them changed.
+bool refreshMemories();
 // Connects gServerConnection to the broker; throws Failure when there is none.
 ServerConnection& connectBroker();

@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "device.h"
 #include "eventpoll.h"
+#include "eventtarget.h"
 #include "introspection.h"
 #include "names.h"
 
@@ -41,38 +42,31 @@ std::optional<Clock::time_point> deadlineAfter(unsigned seconds) {
 
 // The variable that an event announces, with the value it holds now.
 struct Announced {
-    uint32_t memory;
-    uint32_t variable;
-    std::optional<uint32_t> index;
+    EventTarget target;
     std::optional<std::string> value; // nullopt when it cannot be read
 };
 
 std::optional<Announced> announced(const Notify& notify) {
-    if (notify.id >= EVENT_ID_COUNT) {
+    const std::optional<EventTarget> target = eventTarget(notify);
+    if (!target) {
         return std::nullopt;
     }
-    Announced found{};
-    Introspection::getVarLocation(notify, found.memory, found.variable);
-    if (Introspection::getVarEvent(found.memory, found.variable).id != notify.id) {
-        return std::nullopt;
-    }
-    const uint32_t count = Introspection::getElementCount(found.memory, found.variable);
-    if (notify.indexed == 1) {
-        found.index = notify.index;
-    }
-    if (!memoryExists(found.memory) || (found.index && *found.index >= count)) {
+    Announced found{*target, std::nullopt};
+    if (!target->readable) {
         return found;
     }
-    openMemory(found.memory);
+    openMemory(target->memory);
     const auto text = [&](uint32_t index) {
-        return Introspection::getVarValue(found.memory, found.variable, static_cast<int>(index));
+        return Introspection::getVarValue(target->memory, target->variable,
+                                          static_cast<int>(index));
     };
-    if (found.index || !Introspection::isArray(found.memory, found.variable)) {
-        found.value = text(found.index.value_or(0));
+    if (target->index || !Introspection::isArray(target->memory, target->variable)) {
+        found.value = text(target->index.value_or(0));
         return found;
     }
     std::string all;
-    for (uint32_t index = 0; index < count; ++index) {
+    for (uint32_t index = 0;
+         index < Introspection::getElementCount(target->memory, target->variable); ++index) {
         all += (index == 0 ? "[" : ", ") + text(index);
     }
     found.value = all + "]";
@@ -124,12 +118,12 @@ private:
                 return value ? Json(*value) : Json(nullptr);
             };
             return Json({{"event", named(notify) ? Json(eventName(notify)) : Json(nullptr)},
-                         {"memory",
-                          found ? Json(Introspection::getMemName(found->memory)) : Json(nullptr)},
-                         {"variable",
-                          found ? Json(Introspection::getVarName(found->memory, found->variable))
-                                : Json(nullptr)},
-                         {"index", found ? optional(found->index) : Json(nullptr)},
+                         {"memory", found ? Json(Introspection::getMemName(found->target.memory))
+                                          : Json(nullptr)},
+                         {"variable", found ? Json(Introspection::getVarName(
+                                                  found->target.memory, found->target.variable))
+                                            : Json(nullptr)},
+                         {"index", found ? optional(found->target.index) : Json(nullptr)},
                          {"value", found ? optional(found->value) : Json(nullptr)}})
                 .dump();
         }
@@ -137,8 +131,9 @@ private:
         if (!found) {
             return name + " (no variable)";
         }
-        return name + " " + Introspection::getMemName(found->memory) + "." +
-               targetName(found->memory, found->variable, found->index) + " = " +
+        const EventTarget& target = found->target;
+        return name + " " + Introspection::getMemName(target.memory) + "." +
+               targetName(target.memory, target.variable, target.index) + " = " +
                found->value.value_or("n/a");
     }
 

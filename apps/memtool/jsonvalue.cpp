@@ -37,6 +37,14 @@ Ordered currentJson(uint32_t memory, uint32_t variable) {
     });
 }
 
+Ordered valueJson(uint32_t memory, uint32_t variable, std::optional<uint32_t> index) {
+    if (!index) {
+        return currentJson(memory, variable);
+    }
+    return typedValue(memory, variable,
+                      Introspection::getVarValue(memory, variable, static_cast<int>(*index)));
+}
+
 Ordered defaultJson(uint32_t memory, uint32_t variable) {
     return variableJson(memory, variable,
                         [&](uint32_t index) { return defaultText(memory, variable, index); });

@@ -1,5 +1,6 @@
 // memtool memories, vars, describe and names: the catalogue as a table, as
 // JSON, or as bare names for shell completion.
+#include "listing.h"
 #include "commands.h"
 #include "device.h"
 #include "introspection.h"
@@ -69,8 +70,7 @@ void printLines(const std::vector<std::string>& lines) {
 
 } // namespace
 
-int listMemories(const Arguments& arguments) {
-    arguments.expectPositional(0, 0);
+Ordered memoriesJson() {
     Ordered list = Ordered::array();
     for (uint32_t memory = 0; memory < Introspection::getMemCount(); ++memory) {
         list.push_back({{"index", memory},
@@ -78,6 +78,49 @@ int listMemories(const Arguments& arguments) {
                         {"variables", Introspection::getVarCount(memory)},
                         {"present", memoryExists(memory)}});
     }
+    return list;
+}
+
+Ordered variablesJson(uint32_t memory) {
+    Ordered list = Ordered::array();
+    for (uint32_t variable = 0; variable < Introspection::getVarCount(memory); ++variable) {
+        const Notify event = Introspection::getVarEvent(memory, variable);
+        const bool range = hasRange(Introspection::getVarBaseType(memory, variable));
+        list.push_back({{"index", variable},
+                        {"name", Introspection::getVarName(memory, variable)},
+                        {"type", Introspection::getVarType(memory, variable)},
+                        {"arrayLength", orNull(arrayLength(memory, variable))},
+                        {"capacity", orNull(stringCapacity(memory, variable))},
+                        {"min", range ? Ordered(Introspection::getVarMin(memory, variable))
+                                      : Ordered(nullptr)},
+                        {"max", range ? Ordered(Introspection::getVarMax(memory, variable))
+                                      : Ordered(nullptr)},
+                        {"enum", namesOrNull(enumNames(memory, variable))},
+                        {"event", EVENT_NAME[event.id]},
+                        {"eventId", event.id}});
+    }
+    return list;
+}
+
+Ordered describeJson(uint32_t memory, uint32_t variable) {
+    const uint32_t base = Introspection::getVarBaseType(memory, variable);
+    const bool range = hasRange(base);
+    return {{"memory", Introspection::getMemName(memory)},
+            {"name", Introspection::getVarName(memory, variable)},
+            {"type", Introspection::getVarType(memory, variable)},
+            {"baseType", baseTypeName(base)},
+            {"min", range ? Ordered(Introspection::getVarMin(memory, variable)) : Ordered(nullptr)},
+            {"max", range ? Ordered(Introspection::getVarMax(memory, variable)) : Ordered(nullptr)},
+            {"default", defaultJson(memory, variable)},
+            {"arrayLength", orNull(arrayLength(memory, variable))},
+            {"capacity", orNull(stringCapacity(memory, variable))},
+            {"enum", namesOrNull(enumNames(memory, variable))},
+            {"event", EVENT_NAME[Introspection::getVarEvent(memory, variable).id]}};
+}
+
+int listMemories(const Arguments& arguments) {
+    arguments.expectPositional(0, 0);
+    const Ordered list = memoriesJson();
     if (arguments.has("--json")) {
         printJson(list);
         return ExitSuccess;
@@ -95,24 +138,7 @@ int listVariables(const Arguments& arguments) {
     const uint32_t memory = findMemory(arguments.positional()[0]);
     const uint32_t count = Introspection::getVarCount(memory);
     if (arguments.has("--json")) {
-        Ordered list = Ordered::array();
-        for (uint32_t variable = 0; variable < count; ++variable) {
-            const Notify event = Introspection::getVarEvent(memory, variable);
-            const bool range = hasRange(Introspection::getVarBaseType(memory, variable));
-            list.push_back({{"index", variable},
-                            {"name", Introspection::getVarName(memory, variable)},
-                            {"type", Introspection::getVarType(memory, variable)},
-                            {"arrayLength", orNull(arrayLength(memory, variable))},
-                            {"capacity", orNull(stringCapacity(memory, variable))},
-                            {"min", range ? Ordered(Introspection::getVarMin(memory, variable))
-                                          : Ordered(nullptr)},
-                            {"max", range ? Ordered(Introspection::getVarMax(memory, variable))
-                                          : Ordered(nullptr)},
-                            {"enum", namesOrNull(enumNames(memory, variable))},
-                            {"event", EVENT_NAME[event.id]},
-                            {"eventId", event.id}});
-        }
-        printJson(list);
+        printJson(variablesJson(memory));
         return ExitSuccess;
     }
     for (uint32_t variable = 0; variable < count; ++variable) {
@@ -131,20 +157,7 @@ int describeVariable(const Arguments& arguments) {
     arguments.expectPositional(2, 2);
     const uint32_t memory = findMemory(arguments.positional()[0]);
     const uint32_t variable = findVariable(memory, arguments.positional()[1]);
-    const uint32_t base = Introspection::getVarBaseType(memory, variable);
-    const bool range = hasRange(base);
-    const Ordered description = {
-        {"memory", Introspection::getMemName(memory)},
-        {"name", Introspection::getVarName(memory, variable)},
-        {"type", Introspection::getVarType(memory, variable)},
-        {"baseType", baseTypeName(base)},
-        {"min", range ? Ordered(Introspection::getVarMin(memory, variable)) : Ordered(nullptr)},
-        {"max", range ? Ordered(Introspection::getVarMax(memory, variable)) : Ordered(nullptr)},
-        {"default", defaultJson(memory, variable)},
-        {"arrayLength", orNull(arrayLength(memory, variable))},
-        {"capacity", orNull(stringCapacity(memory, variable))},
-        {"enum", namesOrNull(enumNames(memory, variable))},
-        {"event", EVENT_NAME[Introspection::getVarEvent(memory, variable).id]}};
+    const Ordered description = describeJson(memory, variable);
     if (arguments.has("--json")) {
         printJson(description);
         return ExitSuccess;

@@ -32,15 +32,6 @@ std::vector<std::pair<std::string, std::string>> elementTexts(uint32_t memory,
     return texts;
 }
 
-Ordered refJson(uint32_t memory, const VariableRef& ref) {
-    if (ref.index) {
-        return typedValue(
-            memory, ref.variable,
-            Introspection::getVarValue(memory, ref.variable, static_cast<int>(*ref.index)));
-    }
-    return currentJson(memory, ref.variable);
-}
-
 // The variables of `get`: the form VARIABLE INDEX for an array's element, else
 // every word a VARIABLE or VARIABLE[INDEX].
 std::vector<VariableRef> requestedVariables(uint32_t memory,
@@ -56,28 +47,6 @@ std::vector<VariableRef> requestedVariables(uint32_t memory,
         refs.push_back(findElement(memory, words[i]));
     }
     return refs;
-}
-
-// An element may be set alone where the setter can address it.
-bool settableElementWise(uint32_t memory, uint32_t variable) {
-    const uint32_t base = Introspection::getVarBaseType(memory, variable);
-    return base == BaseInt || base == BaseFloat || base == BaseBool || base == BaseStruct;
-}
-
-Assignment assignmentFor(uint32_t memory, const VariableRef& ref, const std::string& text,
-                         const char* indexHint) {
-    const std::string name = Introspection::getVarName(memory, ref.variable);
-    if (!ref.index && Introspection::isArray(memory, ref.variable)) {
-        throw UsageError(name + " is an array of " +
-                         std::to_string(Introspection::getElementCount(memory, ref.variable)) +
-                         ": " + indexHint);
-    }
-    if (ref.index && !settableElementWise(memory, ref.variable)) {
-        throw UsageError(std::string("elements of a ") +
-                         Introspection::getVarType(memory, ref.variable) +
-                         " array cannot be set one by one");
-    }
-    return {memory, ref.variable, ref.index, text};
 }
 
 // `set MEMORY VARIABLE [INDEX] VALUE` or `set MEMORY NAME=VALUE...`.
@@ -118,7 +87,8 @@ int getValue(const Arguments& arguments) {
     if (json) {
         Ordered values = Ordered::object();
         for (const VariableRef& ref : refs) {
-            values[targetName(memory, ref.variable, ref.index)] = refJson(memory, ref);
+            values[targetName(memory, ref.variable, ref.index)] =
+                valueJson(memory, ref.variable, ref.index);
         }
         std::cout << (refs.size() == 1 ? values.front() : values).dump(2) << '\n';
         return ExitSuccess;

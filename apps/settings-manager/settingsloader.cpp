@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,8 +22,15 @@ namespace {
 // Characters of a parse error's excerpt that stand before the error position.
 constexpr int EXCERPT_LEAD = 20;
 constexpr std::size_t EXCERPT_LENGTH = 41;
-// Keys of the product information, written into every document but never read back.
-constexpr const char* PRODUCT_PREFIX = "Product";
+// Unreadable lines of a damaged document that are logged one by one, and the
+// characters of each (and of a kept value) that are shown.
+constexpr std::size_t LOGGED_LINES = 10;
+constexpr std::size_t LOGGED_LINE_LENGTH = 60;
+
+// The first LOGGED_LINE_LENGTH characters of a text, "..." after them when it is longer.
+std::string shown(const std::string& text) {
+    return text.size() > LOGGED_LINE_LENGTH ? text.substr(0, LOGGED_LINE_LENGTH) + "..." : text;
+}
 
 // EXCERPT_LENGTH characters of `text` with the one at `position` at index
 // EXCERPT_LEAD; blanks stand in for characters before the text's start.
@@ -37,69 +45,135 @@ std::string excerpt(int position, const std::string& text) {
            text.substr(0, EXCERPT_LENGTH - std::min(missing, EXCERPT_LENGTH));
 }
 
-// The text that the range check judges: for an int, the number that the
-// setter will store (it detects the base, the check reads decimal), so that
-// "08" (stored as 0) or "0x7fffffff" (read as 0 by the check) is judged by
-// the value it becomes.  A text the setter cannot convert is judged as it is.
-std::string rangeCheckText(uint32_t baseType, const std::string& value) {
-    if (baseType != BaseInt) {
-        return value;
-    }
-    try {
-        return std::to_string(std::stoi(value, nullptr, 0));
-    } catch (const std::exception&) {
-        return value;
-    }
+bool isStored(const Migration::KeyResult& result) {
+    return result.outcome == Migration::Outcome::Stored ||
+           result.outcome == Migration::Outcome::Clamped;
 }
 
 } // namespace
+
+// Logs what becomes of each key of a document as it is applied: a value out
+// of range and a setter's error as they always were, then one line for every
+// key that was not stored as it stood.
+class SettingsLoader::Logger : public Migration::Report {
+public:
+    Logger(const SettingsLoader& loader, uint32_t memory) : loader(loader), memory(memory) {}
+
+    void parseError(int position, const std::string& text) override {
+        loader.printJsonError(position, text);
+    }
+
+    void keyDone(const Migration::KeyResult& result) override {
+        const char* key = result.key.c_str();
+        if (result.outOfRange) {
+            LOG(Error, "The value of variable: %s is out of range!", key);
+            if (!result.rangeError.empty()) {
+                LOG(Error, "%s", result.rangeError.c_str());
+            } else {
+                LOG(Error, "Value must be between min: %s and max: %s, but is: %s",
+                    Introspection::getVarMin(memory, *result.variable).c_str(),
+                    Introspection::getVarMax(memory, *result.variable).c_str(),
+                    result.applied.c_str());
+            }
+        }
+        if (!result.setterError.empty()) {
+            LOG(Warn, "Could not set %s to %s : %s", key, result.applied.c_str(),
+                result.setterError.c_str());
+        }
+        const std::string category = Migration::category(result);
+        if (category == "kept aside") {
+            LOG(Warn, "%s", Migration::describe(memory, result).c_str());
+        } else if (category != "stored" && category != "skipped") {
+            LOG(LogLight, "%s", Migration::describe(memory, result).c_str());
+        }
+    }
+
+private:
+    const SettingsLoader& loader;
+    uint32_t memory;
+};
 
 SettingsLoader::SettingsLoader(const SettingsFolder& folder, SettingsStore& store, uint32_t memory)
     : folder(folder), store(store), memory(memory) {}
 
 bool SettingsLoader::load(const std::string& fileName, bool storeAfterLoad) {
+    bool stored = true;
+    const std::optional<Results> results = applyFile(fileName, stored);
+    if (!results) {
+        return false;
+    }
+    // The user chose these values: what was kept aside for them gives way.
+    for (const Migration::KeyResult& result : *results) {
+        if (isStored(result)) {
+            store.kept().forget(*result.variable);
+        }
+    }
+    if (storeAfterLoad) {
+        store.saveCurrent();
+    }
+    return stored;
+}
+
+// Nothing when the file cannot be read; no results (and not `stored`) when it
+// does not parse.
+std::optional<SettingsLoader::Results> SettingsLoader::applyFile(const std::string& fileName,
+                                                                 bool& stored) {
     const std::optional<std::string> text = folder.readText(fileName);
     if (!text) {
         setFlag(gen::memDeviceState().FileNotFound, VarFileNotFoundChanged, true);
         LOG(Error, "Could not open settings file: %s", fileName.c_str());
-        return false;
+        return std::nullopt;
     }
-    const bool result = apply(*text);
-    if (storeAfterLoad) {
-        store.saveCurrent();
+    Json reader;
+    if (!reader.parse(*text)) {
+        printJsonError(reader.errorPosition, *text);
+        stored = false;
+        return Results{};
     }
-    return result;
+    return applyItems(reader.items, stored);
 }
 
 void SettingsLoader::loadCurrent() {
+    const std::vector<KeptSettings::Entry> previous = store.kept().read();
+    bool recovered = false;
+    const Results results = loadCurrentDocument(recovered);
+    const bool restoredKept = keepAside(results, previous);
+    if (recovered || restoredKept) {
+        store.saveCurrent();
+    } else {
+        store.kept().save();
+    }
+}
+
+SettingsLoader::Results SettingsLoader::loadCurrentDocument(bool& recovered) {
     const std::string current = SettingsFolder::currentFileName();
     const bool currentMissing = SettingsFolder::isMissing(folder.currentPath());
     if (currentMissing && SettingsFolder::isMissing(folder.backupPath())) {
-        load(current, false);
-        return;
+        bool stored = true;
+        return applyFile(current, stored).value_or(Results{});
     }
+    bool currentDamaged = false;
     if (!currentMissing) {
-        if (loadsWhole(current)) {
-            return;
+        if (std::optional<Results> results = loadsWhole(current)) {
+            return *results;
         }
-        keepDamagedFile();
+        currentDamaged = keepDamagedFile();
     }
-    if (loadsWhole(SettingsFolder::backupFileName())) {
+    recovered = true;
+    if (std::optional<Results> results = loadsWhole(SettingsFolder::backupFileName())) {
         LOG(Warn, "Settings restored from the backup %s", SettingsFolder::backupFileName().c_str());
-    } else {
-        LOG(Error, "No usable backup of the settings; the defaults apply");
-        apply(defaults);
+        return *results;
     }
-    store.saveCurrent();
+    return readDamaged(currentDamaged);
 }
 
-// Applies the settings file when it is a complete document; false, with the
+// Applies the settings file when it is a complete document; nothing, with the
 // reason logged, when it is not (nothing is applied then).
-bool SettingsLoader::loadsWhole(const std::string& fileName) {
+std::optional<SettingsLoader::Results> SettingsLoader::loadsWhole(const std::string& fileName) {
     const std::optional<std::string> text = folder.readText(fileName);
     if (!text) {
         LOG(Error, "Could not read settings file: %s", fileName.c_str());
-        return false;
+        return std::nullopt;
     }
     Json reader;
     const bool parsed = reader.parse(*text);
@@ -108,30 +182,78 @@ bool SettingsLoader::loadsWhole(const std::string& fileName) {
             printJsonError(reader.errorPosition, *text);
         }
         LOG(Error, "Settings file %s is not a complete settings document", fileName.c_str());
-        return false;
+        return std::nullopt;
     }
     try {
-        apply(reader);
-        return true;
+        bool stored = true;
+        return applyItems(reader.items, stored);
     } catch (const std::exception& error) {
         LOG(Error, "Could not apply settings file %s: %s", fileName.c_str(), error.what());
-        return false;
+        return std::nullopt;
     }
 }
 
 // Moves a damaged ".current.stp" aside, where no save replaces it; an earlier
-// damaged file gives way.
-void SettingsLoader::keepDamagedFile() {
+// damaged file gives way.  True when it was moved.
+bool SettingsLoader::keepDamagedFile() {
     const std::string damaged = folder.damagedPath();
     std::error_code error;
     std::filesystem::remove_all(damaged, error);
     std::filesystem::rename(folder.currentPath(), damaged, error);
     if (error) {
         LOG(Error, "Could not keep the damaged settings file aside: %s", error.message().c_str());
-    } else {
-        LOG(Error, "The damaged settings file is kept as %s",
-            SettingsFolder::damagedFileName().c_str());
+        return false;
     }
+    LOG(Error, "The damaged settings file is kept as %s",
+        SettingsFolder::damagedFileName().c_str());
+    return true;
+}
+
+// With no complete document left, the defaults and over them the lines that
+// can be read: the backup's, then those of the damaged current file.
+SettingsLoader::Results SettingsLoader::readDamaged(bool currentDamaged) {
+    std::vector<Json::Item> items;
+    if (!SettingsFolder::isMissing(folder.backupPath())) {
+        readLinesOf(SettingsFolder::backupFileName(), items);
+    }
+    if (currentDamaged) {
+        readLinesOf(SettingsFolder::damagedFileName(), items);
+    }
+    apply(defaults);
+    if (items.empty()) {
+        LOG(Error, "No usable backup of the settings; the defaults apply");
+        return {};
+    }
+    LOG(Warn,
+        "No usable backup of the settings; %zu lines read one by one, the defaults apply to "
+        "the rest",
+        items.size());
+    try {
+        bool stored = true;
+        return applyItems(items, stored);
+    } catch (const std::exception& error) {
+        LOG(Error, "Could not apply the lines read: %s", error.what());
+        return {};
+    }
+}
+
+void SettingsLoader::readLinesOf(const std::string& fileName,
+                                 std::vector<Json::Item>& items) const {
+    const std::optional<std::string> text = folder.readText(fileName);
+    if (!text) {
+        return;
+    }
+    DocumentText::Lines lines = DocumentText::readLines(*text);
+    for (std::size_t shown = 0; shown < lines.unreadable.size() && shown < LOGGED_LINES; ++shown) {
+        const auto& [number, line] = lines.unreadable[shown];
+        LOG(Error, "Could not read line %d of %s: %s", number, fileName.c_str(),
+            line.substr(0, LOGGED_LINE_LENGTH).c_str());
+    }
+    if (lines.unreadable.size() > LOGGED_LINES) {
+        LOG(Error, "%zu more lines of %s could not be read", lines.unreadable.size() - LOGGED_LINES,
+            fileName.c_str());
+    }
+    std::move(lines.items.begin(), lines.items.end(), std::back_inserter(items));
 }
 
 bool SettingsLoader::apply(const std::string& text) {
@@ -143,100 +265,99 @@ bool SettingsLoader::apply(const std::string& text) {
     return apply(reader);
 }
 
+bool SettingsLoader::apply(const Json& reader) {
+    bool stored = true;
+    applyItems(reader.items, stored);
+    return stored;
+}
+
 // Unsubscribed from everything while storing, so that the service does not
 // hear its own writes.
-bool SettingsLoader::apply(const Json& reader) {
+SettingsLoader::Results SettingsLoader::applyItems(const std::vector<Json::Item>& items,
+                                                   bool& stored) {
     gen::getServerConnection()->postEvent(Notify{UnsubscribeAll, 0, 0});
-    bool result = true;
-    for (const auto& [key, value] : reader.items) {
-        if (key.rfind(PRODUCT_PREFIX, 0) == 0) {
-            continue;
-        }
-        if (!applyValue(key, value.value, reader.items)) {
-            result = false;
-        }
-    }
+    Logger logger(*this, memory);
+    Results results = Migration::apply(memory, items, logger);
     gen::subscribeNotifications();
-    return result;
+    stored = std::none_of(results.begin(), results.end(), [](const Migration::KeyResult& result) {
+        return !result.setterError.empty();
+    });
+    return results;
 }
 
-// Stores `value` into the persistent variable named `key` (names are unique in
-// a memory); false when a setter reported an error.  Values out of range are
-// logged and skipped, unknown names are passed over.
-bool SettingsLoader::applyValue(const std::string& key, const std::string& text,
-                                const std::vector<Json::Item>& document) {
-    const std::optional<uint32_t> found = Introspection::findVarIndex(memory, key);
-    if (!found) {
-        return true;
-    }
-    const uint32_t variable = *found;
-    const uint32_t baseType = Introspection::getVarBaseType(memory, variable);
-    const std::string value = isQuotedInDocument(baseType) ? DocumentText::unescape(text) : text;
-    std::string error;
-    if (!Introspection::checkMinMax(memory, variable, rangeCheckText(baseType, value), error)) {
-        LOG(Error, "The value of variable: %s is out of range!", key.c_str());
-        if (!error.empty()) {
-            LOG(Error, "%s", error.c_str());
-        } else {
-            LOG(Error, "Value must be between min: %s and max: %s, but is: %s",
-                Introspection::getVarMin(memory, variable).c_str(),
-                Introspection::getVarMax(memory, variable).c_str(), value.c_str());
-        }
-        return true;
-    }
-    if (baseType != BaseStruct) {
-        error = Introspection::setVarValue(memory, variable, value.c_str());
-    } else if (!Introspection::isArray(memory, variable)) {
-        // A struct's fields are looked up among the document's top-level members.
-        error = Introspection::setVarValueJson(memory, variable, document, 0);
-    } else {
-        error = setStructArray(variable, value);
-    }
-    if (!error.empty()) {
-        LOG(Warn, "Could not set %s to %s : %s", key.c_str(), value.c_str(), error.c_str());
+// True when the variable holds the value that the entry recorded instead, read
+// as this release reads it.
+bool SettingsLoader::holds(uint32_t variable, const KeptSettings::Entry& entry) const {
+    if (!entry.instead) {
         return false;
     }
-    return true;
+    const std::string now = documentValueText(memory, variable);
+    if (now == *entry.instead) {
+        return true;
+    }
+    const Migration::KeyResult read = Migration::plan(memory, entry.key, *entry.instead, {}, false);
+    return !read.formerEntry.empty() && now == read.entryNow;
 }
 
-// Stores the elements of a struct array given as a JSON array of objects whose
-// fields each hold a member "value"; the setters' error texts, joined.
-std::string SettingsLoader::setStructArray(uint32_t variable, const std::string& value) {
-    std::string errors;
-    Json array;
-    if (!array.parse(value)) {
-        printJsonError(array.errorPosition, value);
-        return errors;
-    }
-    const std::vector<Json::Item> elements = array.items;
-    for (std::size_t element = 0; element < elements.size(); ++element) {
-        const std::string& elementText = elements[element].second.value;
-        Json fields;
-        if (!fields.parse(elementText)) {
-            printJsonError(fields.errorPosition, elementText);
-            continue;
-        }
-        for (const auto& [field, fieldValue] : fields.items) {
-            Json member;
-            if (!member.parse(fieldValue.value)) {
-                printJsonError(member.errorPosition, fieldValue.value);
-                continue;
-            }
-            const Json::ObjectValue* found = member.find("value");
-            if (found == nullptr) {
-                errors += field + ": no \"value\"";
-                continue;
-            }
-            Json::ObjectValue stored = *found;
-            if (!stored.isObject) {
-                stored.value = DocumentText::unescape(stored.value);
-            }
-            const std::vector<Json::Item> list{{field, stored}};
-            errors +=
-                Introspection::setVarValueJson(memory, variable, list, static_cast<int>(element));
+bool SettingsLoader::keepAside(const Results& current,
+                               const std::vector<KeptSettings::Entry>& previous) {
+    std::set<uint32_t> given;
+    for (const Migration::KeyResult& result : current) {
+        if (isStored(result)) {
+            given.insert(*result.variable);
         }
     }
-    return errors;
+    std::vector<KeptSettings::Entry> kept;
+    bool restored = false;
+    if (!previous.empty()) {
+        gen::getServerConnection()->postEvent(Notify{UnsubscribeAll, 0, 0});
+        Logger logger(*this, memory);
+        for (const KeptSettings::Entry& entry : previous) {
+            const std::vector<Json::Item> document{{entry.key, {entry.value, false}}};
+            Migration::KeyResult result =
+                Migration::plan(memory, entry.key, entry.value, document, false);
+            if (result.outcome == Migration::Outcome::Skipped) {
+                continue;
+            }
+            if (result.outcome != Migration::Outcome::Stored) {
+                kept.push_back(entry);
+                continue;
+            }
+            if (given.count(*result.variable) != 0 && !holds(*result.variable, entry)) {
+                LOG(LogLight, "%s: the value kept aside gives way to the value set since",
+                    entry.key.c_str());
+                continue;
+            }
+            if (!Migration::store(memory, result, document, logger)) {
+                kept.push_back(entry);
+                continue;
+            }
+            LOG(LogLight, "%s: the value kept aside is stored again: %s", entry.key.c_str(),
+                shown(entry.value).c_str());
+            restored = true;
+        }
+        gen::subscribeNotifications();
+    }
+    std::vector<KeptSettings::Entry> fresh;
+    for (const Migration::KeyResult& result : current) {
+        if (result.outcome == Migration::Outcome::KeptAside ||
+            result.outcome == Migration::Outcome::Retired ||
+            result.outcome == Migration::Outcome::Clamped) {
+            std::optional<std::string> instead;
+            if (result.variable) {
+                instead = documentValueText(memory, *result.variable);
+            }
+            fresh.push_back({result.key, result.value, instead});
+        }
+    }
+    std::erase_if(kept, [&fresh](const KeptSettings::Entry& entry) {
+        return std::any_of(fresh.begin(), fresh.end(), [&entry](const KeptSettings::Entry& newer) {
+            return newer.key == entry.key;
+        });
+    });
+    std::move(fresh.begin(), fresh.end(), std::back_inserter(kept));
+    store.kept().set(std::move(kept));
+    return restored;
 }
 
 void SettingsLoader::printJsonError(int position, const std::string& text) const {
@@ -265,6 +386,7 @@ void SettingsLoader::factoryReset(const std::function<void()>& emptyFolder) {
     } catch (const std::exception& error) {
         LOG(Error, "Factory reset could not empty the settings folder: %s", error.what());
     }
+    store.kept().clear();
     apply(defaults);
     setFlag(gen::memGuiLocal().FactoryReset, VarFactoryResetChanged, false);
     LOG(LogLight, "Factory reset done");

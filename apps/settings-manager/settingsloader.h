@@ -2,7 +2,12 @@
 // document with range checks, reporting parse errors, the defaults snapshot
 // with the factory reset that replays it, and the start-up load with its
 // recovery from a damaged ".current.stp".  The format is settingsstore.h's;
-// keys that begin with "Product" are never read back.
+// keys that begin with "Product" are never read back.  Documents of other
+// releases are read by the rules of migration.h (former names, former enum
+// entries, clamping, retired variables); every key that is not stored as it
+// stands is logged with what became of it (migration.h's describe(): at
+// LogLight, at Warn when it was kept aside), after the lines that a value out
+// of range or a setter's error logs as before.
 //
 // Choices made here:
 // - At start a ".current.stp" that is not complete (documenttext.h), cannot
@@ -11,6 +16,20 @@
 //   instead; only when the backup is not complete either do the defaults
 //   apply.  ".current.stp" is then written again at once.  With neither file
 //   there, start-up writes the defaults as before.
+// - When neither ".current.stp" nor its backup is a complete document, the
+//   lines that can be read (the format holds one variable per line) are
+//   applied over the defaults: those of a damaged backup first, then those of
+//   the damaged ".current.stp", which is newer.  The first ten lines that
+//   cannot be read are logged at Error, with a count of the rest.
+// - At start, what ".current.stp" held and this release does not store as it
+//   stood is kept aside in ".current.stp.kept" (keptsettings.h).  Entries
+//   kept there before are applied after ".current.stp" when this release can
+//   store them as they stand (not clamped) and ".current.stp" gave their
+//   variable no value, or the variable still holds the value recorded instead;
+//   such an entry leaves the file, and so does one whose variable was set
+//   since.  The rest stays.  A user setup's load keeps nothing aside (what it
+//   cannot store stays in its own file) and drops the kept entries of the
+//   variables it stored.
 // - A parse error's excerpt never reaches before the text: blanks stand in for
 //   the missing characters, so the caret line still points at the error.
 // - String values are read back through the escapes of documenttext.h.
@@ -23,9 +42,12 @@
 #pragma once
 
 #include "json.h"
+#include "keptsettings.h"
+#include "migration.h"
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -59,11 +81,25 @@ public:
     void factoryReset(const std::function<void()>& emptyFolder);
 
 private:
-    bool loadsWhole(const std::string& fileName);
-    void keepDamagedFile();
-    bool applyValue(const std::string& key, const std::string& value,
-                    const std::vector<Json::Item>& document);
-    std::string setStructArray(uint32_t variable, const std::string& value);
+    using Results = std::vector<Migration::KeyResult>;
+    class Logger;
+
+    // Applies the items within the unsubscribe/subscribe bracket, logging
+    // each key; the results, and whether every setter succeeded.
+    Results applyItems(const std::vector<Json::Item>& items, bool& stored);
+    // Applies a settings file; nothing when it cannot be read.
+    std::optional<Results> applyFile(const std::string& fileName, bool& stored);
+    // The document applied at start; `recovered` when ".current.stp" must be
+    // written again.
+    Results loadCurrentDocument(bool& recovered);
+    std::optional<Results> loadsWhole(const std::string& fileName);
+    bool keepDamagedFile();
+    Results readDamaged(bool currentDamaged);
+    void readLinesOf(const std::string& fileName, std::vector<Json::Item>& items) const;
+    // Settles what is kept aside after the start-up load; true when a value
+    // kept before was stored again.
+    bool keepAside(const Results& current, const std::vector<KeptSettings::Entry>& previous);
+    bool holds(uint32_t variable, const KeptSettings::Entry& entry) const;
 
     const SettingsFolder& folder;
     SettingsStore& store;

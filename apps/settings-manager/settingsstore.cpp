@@ -6,7 +6,6 @@
 #include "documenttext.h"
 #include "introspection.h"
 #include "log.h"
-#include "printers.h"
 #include "productinfo.h"
 #include "settingsfolder.h"
 
@@ -15,17 +14,9 @@
 #include <sys/stat.h>
 #include <utility>
 
-namespace {
-
-// The code of a buffer; BaseType has no name for it, the catalogue gives
-// buffers the code of strings.
-constexpr uint32_t BUFFER_BASE_TYPE = 4;
-
-} // namespace
-
 SettingsStore::SettingsStore(const SettingsFolder& folder, const ProductInfo& product,
                              uint32_t memory)
-    : folder(folder), product(product), memory(memory) {}
+    : folder(folder), product(product), memory(memory), keptSettings(folder, memory) {}
 
 // The variable comes from the catalogue's event index (every event belongs to
 // one variable at most); only a persistent one is logged.
@@ -36,37 +27,19 @@ void SettingsStore::addUpdate(EventId event) {
     if (eventMemory == memory && Introspection::getVarEvent(memory, variable).id == event) {
         LOG(LogLight, "%s changed to %s", Introspection::getVarName(memory, variable),
             Introspection::getVarValue(memory, variable, 0).c_str());
+        keptSettings.forget(variable);
     }
     dirty = true;
 }
 
 std::stringstream SettingsStore::currentValues() const {
     product.publish();
-    const Introspection::DocumentEscape escapeStructTexts;
     const uint32_t count = Introspection::getVarCount(memory);
     std::stringstream document;
     document << "{" << std::endl;
     for (uint32_t variable = 0; variable < count; ++variable) {
-        const uint32_t baseType = Introspection::getVarBaseType(memory, variable);
-        document << "\"" << Introspection::getVarName(memory, variable) << "\": ";
-        if (Introspection::isArray(memory, variable) && baseType != BaseString &&
-            baseType != BUFFER_BASE_TYPE) {
-            const int length = std::stoi(Introspection::getVarArrayLen(memory, variable));
-            document << "[";
-            for (int element = 0; element < length; ++element) {
-                if (element > 0) {
-                    document << ",";
-                }
-                document << Introspection::getVarValue(memory, variable, element);
-            }
-            document << "]";
-        } else if (isQuotedInDocument(baseType)) {
-            document << "\""
-                     << DocumentText::escape(Introspection::getVarValue(memory, variable, 0))
-                     << "\"";
-        } else {
-            document << Introspection::getVarValue(memory, variable, 0);
-        }
+        document << "\"" << Introspection::getVarName(memory, variable)
+                 << "\": " << documentValue(memory, variable);
         if (variable + 1 < count) {
             document << "," << std::endl;
         }
@@ -85,7 +58,9 @@ bool SettingsStore::store(const char* name) {
         document = currentValues().str();
         if (current) {
             if (currentFileHolds(document)) {
+                // An unchanged document counts as saved.
                 currentSaveError.clear();
+                keptSettings.save();
                 return true;
             }
             keepBackup();
@@ -97,6 +72,7 @@ bool SettingsStore::store(const char* name) {
             currentSaveError.clear();
             currentFile = std::move(document);
             currentStamp = FileStamp::of(*path);
+            keptSettings.save();
         }
         return true;
     }

@@ -33,8 +33,12 @@
 // - Before ".current.stp" is replaced, the file being replaced becomes the
 //   hidden backup ".current.stp.backup" (a hard link), if it is a complete
 //   document (documenttext.h); an incomplete one never replaces a good backup.
+// - After each save of ".current.stp" the values kept aside beside it
+//   (keptsettings.h) are saved when they changed; a change of a persistent
+//   variable drops what was kept aside for it.
 #pragma once
 
+#include "keptsettings.h"
 #include "notify.h"
 
 #include <cstdint>
@@ -70,6 +74,8 @@ public:
 
     bool isDirty() const { return dirty; }
     void markDirty() { dirty = true; }
+    // What ".current.stp" held and this release did not store as it stood.
+    KeptSettings& kept() { return keptSettings; }
 
 private:
     // True when ".current.stp" holds `document` already.
@@ -79,6 +85,7 @@ private:
     const SettingsFolder& folder;
     const ProductInfo& product;
     uint32_t memory;
+    KeptSettings keptSettings;
     bool dirty = false;
     // The last failure of writing ".current.stp", empty after a success.
     std::string currentSaveError;

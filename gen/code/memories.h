@@ -22,6 +22,10 @@ void initMemories();
 void openMemory(uint32_t memory);
 // openMemory of every memory.
 void openMemories();
+// Points memory `memory`'s gMem<Name> at `data`: for clients that map the memories
+// themselves, or a private record of the memory's size that no other process sees (a dry
+// run); null makes readers answer "n/a". Nothing is opened or written.
+void setMemoryBase(uint32_t memory, uint8_t* data);
 // The owner's whole start-up: processPreInit, initMemories, the broker connection and its
 // subscriptions, the component log level (this service's entry of MemApp), processPostInit.
 void init();

@@ -81,6 +81,10 @@ void openMemory(uint32_t memory) {
     *MEMORY_DATA[memory].base = MEMORY_DATA[memory].segment->address();
 }
 
+void setMemoryBase(uint32_t memory, uint8_t* data) {
+    *MEMORY_DATA[memory].base = data;
+}
+
 void openMemories() {
     for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
         openMemory(memory);

@@ -1,4 +1,7 @@
-"""Writes catalogue.json: the whole catalogue as one JSON document for tools and tests."""
+"""Writes catalogue.json: the whole catalogue as one JSON document for tools and tests.
+
+The keys of the model's history appear only where the model declares them: a variable's
+"formerly" and "outOfRange", an enum's "formerly", a memory's "retired"."""
 
 import json
 
@@ -22,6 +25,27 @@ def _variable(variable, model):
     entry["default"] = default_text(variable, model)
     entry["event"] = variable.event
     entry["eventName"] = model.event_names[variable.event]
+    if variable.formerly:
+        entry["formerly"] = variable.formerly
+    if variable.out_of_range is not None:
+        entry["outOfRange"] = variable.out_of_range
+    return entry
+
+
+def _memory(memory, model):
+    entry = {"index": memory.index, "name": memory.name, "size": memory.size,
+             "variables": [_variable(v, model) for v in memory.variables],
+             "reserved": memory.reserved}
+    if memory.retired:
+        entry["retired"] = [{"name": r.name, "event": r.event, "reason": r.reason}
+                            for r in memory.retired]
+    return entry
+
+
+def _enum(enum):
+    entry = {"name": enum.name, "entries": enum.entries}
+    if enum.formerly:
+        entry["formerly"] = enum.formerly
     return entry
 
 
@@ -38,11 +62,8 @@ def default_text(variable, model):
 
 def document(model):
     catalogue = {
-        "memories": [{"index": m.index, "name": m.name, "size": m.size,
-                      "variables": [_variable(v, model) for v in m.variables],
-                      "reserved": m.reserved}
-                     for m in model.memories],
-        "enums": [{"name": e.name, "entries": e.entries} for e in model.enums],
+        "memories": [_memory(m, model) for m in model.memories],
+        "enums": [_enum(e) for e in model.enums],
         "structs": [{"name": s.name, "size": s.size,
                      "members": [_field(f) for f in s.members]} for s in model.structs],
         "events": model.event_names,

@@ -3,11 +3,13 @@
 
 Usage: generate.py [--no-device-facts] MODEL_DIR OUTPUT_DIR
 
-Loads and checks the model: its form (model.py), its policy (policy.py) and, unless
---no-device-facts is given (for models other than the device's, such as the small model of the
-golden test), the facts of the device that other programs rely on (checks.py). On a broken model
-or a broken fact it prints the file, the entry and the reason and exits with status 1 without
-writing anything. Each output is written from its template in templates/; a file whose text is
+Loads and checks the model: its form (model.py), its policy (policy.py), unless --no-device-facts
+is given (for models other than the device's, such as the small model of the golden test) the
+facts of the device that other programs rely on (checks.py), and the model against every release
+snapshot in MODEL_DIR/releases (releases.py). On a broken model, a refusal against a release or
+a broken fact it prints the file, the entry and the reason (every refusal against the releases,
+one per line) and exits with status 1 without writing anything. Notes (a persistent variable's
+default that changed since the latest release) are printed and generation goes on. Each output is written from its template in templates/; a file whose text is
 unchanged is left as it is, so that the build recompiles only what depends on a changed file.
 """
 
@@ -16,6 +18,7 @@ import sys
 
 import checks
 import emit_events
+import emit_history
 import emit_json
 import emit_loglevel
 import emit_memories
@@ -23,6 +26,7 @@ import emit_records
 import emit_tables
 import model as model_module
 import policy
+import releases
 
 
 def outputs(model):
@@ -37,6 +41,7 @@ def outputs(model):
         "tables.cpp": emit_tables.tables_source(model),
         "memories.cpp": emit_memories.source(model),
         "catalogue.json": emit_json.document(model),
+        "history.cpp": emit_history.source(model),
     }
 
 
@@ -59,9 +64,16 @@ def main(argv):
         policy.run_all(model)
         if device_facts:
             checks.run_all(model)
+        notes = releases.check_all(model, releases.load_all(arguments[0]))
+    except releases.ReleaseError as error:
+        for problem in error.problems:
+            print(f"error: {problem}", file=sys.stderr)
+        return 1
     except (model_module.ModelError, policy.PolicyError, checks.CheckError) as error:
         print(f"error: {error}", file=sys.stderr)
         return 1
+    for note in notes:
+        print(f"note: {note}", file=sys.stderr)
     out_dir = pathlib.Path(arguments[1])
     for name, text in outputs(model).items():
         write_if_changed(out_dir / name, text)

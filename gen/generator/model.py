@@ -5,6 +5,12 @@ aligned, inside the record and do not overlap, every byte of a record accounted 
 range and used once, and the policy keys (a memory's start, a variable's readonly flag, the log
 table of catalogue.toml) of the right form; policy.py checks what they say. A malformed model raises
 ModelError naming the file, the entry and the reason.
+
+The keys that say how the model changed since earlier releases are read here too, in their form:
+a variable's `formerly` (its earlier names) and `out_of_range` ("clamp" or "keep-aside"), an enum's
+`formerly` (earlier entry names and the entries they are now) and a memory's `retired` (variables
+removed on purpose, whose names and event ids stay taken). What they must say against the recorded
+releases is checked by releases.py.
 """
 
 import pathlib
@@ -16,6 +22,9 @@ BASE_CODES = {"int": 0, "float": 1, "bool": 2, "string": 3, "buffer": 3, "enum":
 # How the start-up writes a memory: its default record copied whole (when the memory says
 # nothing), zeros in place, or one enum value in every 32-bit entry in place.
 START_KINDS = ("defaults", "zeroed", "fill")
+# What a loaded value outside a variable's range becomes: the nearest bound, or (the default)
+# the variable keeps its value and the document's value is kept aside.
+OUT_OF_RANGE = ("clamp", "keep-aside")
 
 
 class ModelError(Exception):
@@ -42,6 +51,8 @@ class Field:
         self.default = raw.get("default")
         self.event = raw.get("event")
         self.readonly = raw.get("readonly", False)
+        self.formerly = raw.get("formerly", [])
+        self.out_of_range = raw.get("out_of_range")
         self.kind = None  # int, float, bool, string, buffer, enum or struct
         self.element_size = None
         self.align = None
@@ -76,11 +87,12 @@ class Field:
 
 
 class Enum:
-    def __init__(self, name, entries, file, entry):
+    def __init__(self, name, entries, file, entry, formerly=None):
         self.name = name
         self.entries = entries
         self.file = file
         self.entry = entry
+        self.formerly = formerly or {}  # {former entry: the entry it is now}
 
 
 class Struct:
@@ -104,9 +116,20 @@ class Memory:
         self.file = file
         self.start = "defaults"
         self.fill = None  # the enum entry of a "fill" start
+        self.retired = []  # [Retired]
 
     def variable(self, name):
         return next((v for v in self.variables if v.name == name), None)
+
+
+class Retired:
+    """A variable removed from a memory on purpose: its name and event id stay taken."""
+
+    def __init__(self, name, event, reason, file):
+        self.name = name
+        self.event = event
+        self.reason = reason
+        self.file = file
 
 
 class Model:
@@ -195,6 +218,15 @@ def _resolve(field, model_enums, model_structs):
             field.fail(f"{bound} must be written as text")
     if not isinstance(field.readonly, bool):
         field.fail("readonly must be true or false")
+    if not isinstance(field.formerly, list) or not all(is_identifier(n) for n in field.formerly):
+        field.fail("formerly must be a list of the identifiers the variable had as names")
+    if len(set(field.formerly)) != len(field.formerly) or field.name in field.formerly:
+        field.fail("formerly names each earlier name once, and not the name itself")
+    if field.out_of_range is not None:
+        if field.out_of_range not in OUT_OF_RANGE:
+            field.fail(f"out_of_range must be one of {OUT_OF_RANGE}, not {field.out_of_range!r}")
+        if field.min is None and field.max is None:
+            field.fail("only a variable with a range (min or max) takes out_of_range")
 
 
 def _layout_struct(struct, enums, structs, visiting):
@@ -215,6 +247,9 @@ def _layout_struct(struct, enums, structs, visiting):
             member.fail("struct members have no event")
         if member.readonly:
             member.fail("struct members are written with their struct; they take no readonly")
+        if member.formerly or member.out_of_range is not None:
+            member.fail("struct members take no formerly or out_of_range: a changed member needs "
+                        "a new struct")
         offset = _align(offset, member.align)
         member.offset = offset
         offset += member.size
@@ -280,7 +315,8 @@ def load(model_dir):
             if not text.isprintable() or not text.isascii() or '"' in text or "\\" in text:
                 raise ModelError(enums_file, f"enum \"{name}\"",
                                  f"entry \"{text}\" must be printable ASCII without quotes or backslashes")
-        enums.append(Enum(name, entries, enums_file, f"enum \"{name}\""))
+        enums.append(Enum(name, entries, enums_file, f"enum \"{name}\"",
+                          _read_former_entries(raw, entries, enums_file, name)))
     _require_unique(enums, enums_file, "enum")
 
     structs_doc, structs_file = read("structs.toml")
@@ -323,6 +359,7 @@ def load(model_dir):
         memory = Memory(index, name, size, variables, doc.get("reserved", []), file)
         _check_record(memory)
         _read_start(memory, doc)
+        memory.retired = _read_retired(doc, file)
         memories.append(memory)
     _require_unique(memories, catalogue_file, "memory")
 
@@ -344,6 +381,37 @@ def load(model_dir):
     model.subscriptions = subscriptions_doc.get("events", [])
     assign_events(model)
     return model
+
+
+def _read_former_entries(raw, entries, file, name):
+    """An enum's `formerly`: {former entry: the entry it is now}."""
+    formerly = raw.get("formerly", {})
+    entry = f"enum \"{name}\""
+    if not isinstance(formerly, dict):
+        raise ModelError(file, entry, "formerly must be a table { OldEntry = \"NewEntry\", ... }")
+    for former, current in formerly.items():
+        if not former.isprintable() or not former.isascii() or '"' in former or "\\" in former:
+            raise ModelError(file, entry, f"formerly: \"{former}\" must be printable ASCII without "
+                             "quotes or backslashes")
+        if former in entries:
+            raise ModelError(file, entry, f"formerly: \"{former}\" is an entry now")
+        if current not in entries:
+            raise ModelError(file, entry, f"formerly: \"{former}\" must name an entry it is now, "
+                             f"not {current!r}")
+    return dict(formerly)
+
+
+def _read_retired(doc, file):
+    retired = []
+    for number, raw in enumerate(doc.get("retired", [])):
+        name, event, reason = raw.get("name"), raw.get("event"), raw.get("reason")
+        if not is_identifier(name) or not isinstance(event, int) or not isinstance(reason, str) \
+                or not reason:
+            raise ModelError(file, f"retired[{number}]",
+                             "needs { name = \"<identifier>\", event = <id>, reason = \"...\" }")
+        retired.append(Retired(name, event, reason, file))
+    _require_unique(retired, file, "retired variable")
+    return retired
 
 
 def _read_start(memory, doc):
@@ -388,6 +456,20 @@ def assign_events(model):
             variable.fail("needs an event id")
         owner = (variable.file, f"variable \"{variable.name}\"")
         _claim(names, owners, variable.event, f"Var{variable.name}Changed", owner, len(model.fixed_events))
+    retired_in = {}
+    for memory in model.memories:
+        for retired in memory.retired:
+            entry = f"retired variable \"{retired.name}\""
+            if retired.name in all_names:
+                raise ModelError(memory.file, entry,
+                                 f"the name is used by a variable of {all_names[retired.name]}; a "
+                                 "retired name can never be used again")
+            if retired.name in retired_in:
+                raise ModelError(memory.file, entry, f"is retired in {retired_in[retired.name]} too")
+            retired_in[retired.name] = memory.name
+            _claim(names, owners, retired.event, f"Var{retired.name}Changed",
+                   (memory.file, entry), len(model.fixed_events))
+    _check_former_names(model, all_names, retired_in)
     for event_id, name in sorted(model.foreign_events.items()):
         owner = (model.events_file, f"foreign event \"{name}\"")
         _claim(names, owners, event_id, name, owner, len(model.fixed_events))
@@ -402,6 +484,24 @@ def assign_events(model):
             raise ModelError(file, entry, f"event name \"{names[event_id]}\" is also id {seen[names[event_id]]}")
         seen[names[event_id]] = event_id
     model.event_names = [names[i] for i in range(count)]
+
+
+def _check_former_names(model, variables, retired):
+    """A former name belongs to one variable and is no name in use: not a variable's (`variables`:
+    name -> memory), not a retired one's (`retired`: name -> memory)."""
+    former_of = {}
+    for _, variable in model.variables():
+        for former in variable.formerly:
+            if former in variables:
+                variable.fail(f"former name \"{former}\" is the name of a variable of "
+                              f"{variables[former]}: a name stays with what it named")
+            if former in retired:
+                variable.fail(f"former name \"{former}\" is retired in {retired[former]}: a "
+                              "retired name can never be used again")
+            if former in former_of:
+                variable.fail(f"former name \"{former}\" is also a former name of "
+                              f"\"{former_of[former]}\"")
+            former_of[former] = variable.name
 
 
 def _claim(names, owners, event_id, name, owner, first_free):

@@ -3,8 +3,8 @@ exists only in the build tree, so it is never edited by hand.
 
 Usage: regeneration_check.py NINJA BUILD_DIR SOURCE_DIR GENERATED_DIR
 
-Asks Ninja for the inputs of the generated files: every model file, every generator module and
-every template must be one of them. Then looks through the source tree (build trees left out): no
+Asks Ninja for the inputs of the generated files: every model file, every release snapshot, every
+generator module and every template must be one of them. Then looks through the source tree (build trees left out): no
 file there carries the generated files' first line, except the templates and the golden test's
 expected files.
 """
@@ -16,7 +16,7 @@ import sys
 
 NOTE = "// Generated from gen/model by gen/generator. Do not edit."
 OUTPUTS = ("log/loglevel.h", "eventid.h", "eventid.cpp", "records.h", "enums.h", "converters.h",
-           "converters.cpp", "tables.cpp", "memories.cpp", "catalogue.json")
+           "converters.cpp", "tables.cpp", "memories.cpp", "catalogue.json", "history.cpp")
 
 
 def inputs_of(ninja, build_dir, output):
@@ -47,8 +47,8 @@ def source_files(source_dir):
 def main(ninja, build_dir, source_dir, generated_dir):
     build_dir, source_dir = pathlib.Path(build_dir).resolve(), pathlib.Path(source_dir).resolve()
     gen = source_dir / "gen"
-    sources = (set(gen.glob("model/**/*.toml")) | set(gen.glob("generator/*.py"))
-               | set(gen.glob("generator/templates/*.in")))
+    sources = (set(gen.glob("model/**/*.toml")) | set(gen.glob("model/releases/*.json"))
+               | set(gen.glob("generator/*.py")) | set(gen.glob("generator/templates/*.in")))
     problems = []
     for output in OUTPUTS:
         path = pathlib.Path(generated_dir).resolve() / output
@@ -61,7 +61,7 @@ def main(ninja, build_dir, source_dir, generated_dir):
                 problems.append(f"{path.relative_to(source_dir)} is a generated file in the source tree")
     for problem in problems:
         print(problem)
-    print(f"{len(sources)} model, generator and template files checked: "
+    print(f"{len(sources)} model, snapshot, generator and template files checked: "
           f"{'ok' if not problems else f'{len(problems)} problems'}")
     return 1 if problems else 0
 

@@ -2,45 +2,16 @@
 binding fact, and writes nothing then."""
 
 import os
-import pathlib
 import re
-import shutil
-import subprocess
-import sys
-import tempfile
 import unittest
 
-GEN_ROOT = pathlib.Path(os.environ.get("GEN_ROOT", pathlib.Path(__file__).resolve().parents[1]))
-GENERATOR = GEN_ROOT / "generator" / "generate.py"
+from modelcopy import GEN_ROOT, ModelCopy
+
 PERSISTENT = "memories/00-MemPersistent.toml"
 
 
-class GeneratorTest(unittest.TestCase):
-    def setUp(self):
-        self.work = pathlib.Path(tempfile.mkdtemp())
-        self.model = self.work / "model"
-        shutil.copytree(GEN_ROOT / "model", self.model)
-        self.out = self.work / "out"
-
-    def tearDown(self):
-        shutil.rmtree(self.work)
-
-    def edit(self, relative, old, new, count=1):
-        path = self.model / relative
-        text = path.read_text()
-        self.assertIn(old, text, f"{old!r} not in {relative}")
-        path.write_text(text.replace(old, new, count))
-
-    def run_generator(self, *options):
-        return subprocess.run([sys.executable, "-B", str(GENERATOR), *options, str(self.model),
-                               str(self.out)], capture_output=True, text=True)
-
-    def assert_refused(self, *fragments):
-        result = self.run_generator()
-        self.assertEqual(result.returncode, 1, result.stderr)
-        for fragment in fragments:
-            self.assertIn(fragment, result.stderr)
-        self.assertFalse(self.out.exists() and any(self.out.iterdir()), "nothing is written")
+class GeneratorTest(ModelCopy):
+    source = GEN_ROOT / "model"
 
     def test_the_model_generates(self):
         result = self.run_generator()

@@ -206,7 +206,25 @@ void ServerConnection::subscribeAll() {
     postEvent({SubscribeAll, 0, 0});
 }
 
+namespace {
+
+// The PostingSuspended objects that exist.
+int postingSuspensions = 0;
+
+} // namespace
+
+PostingSuspended::PostingSuspended() {
+    ++postingSuspensions;
+}
+
+PostingSuspended::~PostingSuspended() {
+    --postingSuspensions;
+}
+
 void postEvent(Notify notify) {
+    if (postingSuspensions > 0) {
+        return;
+    }
     if (gServerConnection == nullptr) {
         THROW_ERROR("Trying to post event without server connection");
     }

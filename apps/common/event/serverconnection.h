@@ -106,8 +106,20 @@ private:
 // The process's one connection, null when there is none; owned through this pointer.
 extern ServerConnection* gServerConnection;
 
-// Posts through gServerConnection; throws when there is no connection.
+// Posts through gServerConnection; throws when there is no connection.  While a
+// PostingSuspended exists it posts nothing.
 void postEvent(Notify notify);
+
+// While an object of this class exists, postEvent() posts nothing and needs no
+// connection: for a dry run that stores values into a private copy of a memory,
+// of whose changes no other process may hear.
+class PostingSuspended {
+public:
+    PostingSuspended();
+    ~PostingSuspended();
+    PostingSuspended(const PostingSuspended&) = delete;
+    PostingSuspended& operator=(const PostingSuspended&) = delete;
+};
 // One read of up to maxCount records; returns the number of whole records read
 // (a trailing part of a record is dropped: the connection reads through a
 // RecordReader instead).

@@ -4,6 +4,7 @@
 
 #include <charconv>
 #include <cstddef>
+#include <optional>
 #include <system_error>
 
 namespace DocumentText {
@@ -82,6 +83,57 @@ bool isCompleteDocument(const Json& reader, const std::string& text) {
         }
     }
     return reader.items.empty() && compact == "{}";
+}
+
+namespace {
+
+std::string_view trimmed(std::string_view line) {
+    while (!line.empty() && Json::isWhitespace(line.back())) {
+        line.remove_suffix(1);
+    }
+    while (!line.empty() && Json::isWhitespace(line.front())) {
+        line.remove_prefix(1);
+    }
+    return line;
+}
+
+// The one member of a document line, when the line holds exactly one.
+std::optional<Json::Item> memberOf(std::string_view line) {
+    if (!line.empty() && line.back() == ',') {
+        line.remove_suffix(1);
+    }
+    const std::string wrapped = "{" + std::string(line) + "}";
+    Json reader;
+    if (!reader.parse(wrapped) || !isCompleteDocument(reader, wrapped) ||
+        reader.items.size() != 1) {
+        return std::nullopt;
+    }
+    return reader.items.front();
+}
+
+} // namespace
+
+Lines readLines(const std::string& text) {
+    Lines lines;
+    std::size_t start = 0;
+    for (int number = 1; start < text.size(); ++number) {
+        const std::size_t end = text.find('\n', start);
+        const bool ended = end != std::string::npos;
+        const std::string_view line =
+            std::string_view(text).substr(start, ended ? end - start : std::string::npos);
+        start = ended ? end + 1 : text.size();
+        const std::string_view content = trimmed(line);
+        if (content.empty() || content == "{" || content == "}") {
+            continue;
+        }
+        std::optional<Json::Item> member = ended ? memberOf(content) : std::nullopt;
+        if (member) {
+            lines.items.push_back(std::move(*member));
+        } else {
+            lines.unreadable.emplace_back(number, std::string(line));
+        }
+    }
+    return lines;
 }
 
 } // namespace DocumentText

@@ -19,12 +19,20 @@
 // top level is an object, and the object's closing brace was read.  The
 // reader accepts a document cut short (see json.h); this check tells such a
 // document from a whole one.
+//
+// A document that is not complete can still be read line by line, since the
+// writer puts one member on each line: a line is read when it ends with a
+// line break and holds exactly one member ("<name>": <value>, the comma after
+// it or not).  The lines "{" and "}" and blank lines are the document's frame.
+// Every other line, a cut last line among them, cannot be read.
 #pragma once
 
 #include "json.h"
 
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace DocumentText {
 
@@ -37,5 +45,14 @@ bool isCompleteDocument(const std::string& text);
 // The same for a reader whose parse of `text` succeeded, so that a document
 // that is also applied is read once.
 bool isCompleteDocument(const Json& parsed, const std::string& text);
+
+// What reading a document line by line gives.
+struct Lines {
+    // The members of the lines that could be read, in document order.
+    std::vector<Json::Item> items;
+    // The lines that could not be read: their numbers (from 1) and texts.
+    std::vector<std::pair<int, std::string>> unreadable;
+};
+Lines readLines(const std::string& text);
 
 } // namespace DocumentText

@@ -71,11 +71,13 @@ TEST_F(LoaderTest, ValueOutOfRangeIsLoggedAndSkippedWithoutFailingTheLoad) {
     EXPECT_EQ(gen::memPersistent().AUXTorque, 2);
     EXPECT_EQ(gen::memPersistent().FocusTorque, 3);
     const auto lines = log.lines();
-    ASSERT_EQ(lines.size(), 2u);
+    ASSERT_EQ(lines.size(), 3u);
     EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "settingsloader.cpp",
                                        "The value of variable: AUXTorque is out of range!"));
     EXPECT_TRUE(testsupport::isLogLine(lines[1], gen::Error, "settingsloader.cpp",
                                        "Value must be between min: 1 and max: 4, but is: 9"));
+    EXPECT_TRUE(testsupport::isLogLine(lines[2], gen::Warn, "settingsloader.cpp",
+                                       "AUXTorque: kept aside, outside 1..4"));
 }
 
 TEST_F(LoaderTest, AnIntIsRangeCheckedAsTheNumberTheSetterStores) {
@@ -90,10 +92,13 @@ TEST_F(LoaderTest, AnIntIsRangeCheckedAsTheNumberTheSetterStores) {
     EXPECT_THAT(messages(log.lines()),
                 ElementsAre("The value of variable: RadioPower is out of range!",
                             "Value must be between min: 1 and max: 10, but is: 08",
+                            "RadioPower: kept aside, outside 1..10",
                             "The value of variable: LastKnownFocusValue is out of range!",
                             "Value must be between min: 0 and max: 65535, but is: 0x7fffffff",
+                            "LastKnownFocusValue: kept aside, outside 0..65535",
                             "The value of variable: ZoomTorque is out of range!",
-                            "Value must be between min: 1 and max: 4, but is: 010"));
+                            "Value must be between min: 1 and max: 4, but is: 010",
+                            "ZoomTorque: kept aside, outside 1..4"));
 }
 
 TEST_F(LoaderTest, UnconvertibleValueLogsTheCheckersText) {
@@ -102,13 +107,15 @@ TEST_F(LoaderTest, UnconvertibleValueLogsTheCheckersText) {
     EXPECT_TRUE(service->parseJsonStringStreamAndSetValues(text));
     EXPECT_EQ(gen::memPersistent().AUXTorque, 2);
     const auto lines = log.lines();
-    ASSERT_EQ(lines.size(), 3u);
+    ASSERT_EQ(lines.size(), 4u);
     EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "settingsloader.cpp",
                                        "The value of variable: AUXTorque is out of range!"));
     // The checker's text ends in a line feed of its own.
     EXPECT_TRUE(testsupport::isLogLine(lines[1], gen::Error, "settingsloader.cpp",
                                        "Can't convert \"abc\""));
     EXPECT_EQ(lines[2], "");
+    EXPECT_TRUE(testsupport::isLogLine(lines[3], gen::Warn, "settingsloader.cpp",
+                                       "AUXTorque: kept aside, Can't convert \"abc\""));
 }
 
 TEST_F(LoaderTest, SetterErrorIsAWarningAndFailsTheLoadButOthersApply) {
@@ -119,21 +126,29 @@ TEST_F(LoaderTest, SetterErrorIsAWarningAndFailsTheLoadButOthersApply) {
     EXPECT_EQ(gen::memPersistent().FocusTorque, 4);
     EXPECT_FALSE(gen::memPersistent().KnobLock);
     const auto lines = log.lines();
-    ASSERT_EQ(lines.size(), 2u);
+    ASSERT_EQ(lines.size(), 4u);
     EXPECT_TRUE(testsupport::isLogLine(
         lines[0], gen::Warn, "settingsloader.cpp",
         "Could not set KnobLock to TRUE : Value has to be 'true' or 'false'"));
     EXPECT_TRUE(testsupport::isLogLine(lines[1], gen::Warn, "settingsloader.cpp",
+                                       "KnobLock: kept aside, Value has to be 'true' or 'false'"));
+    EXPECT_TRUE(testsupport::isLogLine(lines[2], gen::Warn, "settingsloader.cpp",
                                        "Could not set CinefadeDisplayModeValue to filter : "
                                        "filter is not part of enum CinefadeDisplayMode"));
+    EXPECT_TRUE(testsupport::isLogLine(lines[3], gen::Warn, "settingsloader.cpp",
+                                       "CinefadeDisplayModeValue: kept aside, filter is not part "
+                                       "of enum CinefadeDisplayMode"));
 }
 
-TEST_F(LoaderTest, UnknownKeyIsIgnoredSilently) {
+TEST_F(LoaderTest, UnknownKeyIsNotStoredAndSaysSo) {
     testsupport::KmsgCapture log;
     auto text = document("{\"NoSuchVariable\": 1, \"FocusTorque\": 1}");
     EXPECT_TRUE(service->parseJsonStringStreamAndSetValues(text));
     EXPECT_EQ(gen::memPersistent().FocusTorque, 1);
-    EXPECT_THAT(log.lines(), IsEmpty());
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Warn, "settingsloader.cpp",
+                                       "NoSuchVariable: kept aside, no variable of that name"));
 }
 
 TEST_F(LoaderTest, SyntaxErrorLogsAnExcerptAndChangesNothing) {
@@ -205,10 +220,13 @@ TEST_F(LoaderTest, AStructArrayFieldWithoutValueIsASetterErrorAndTheOthersApply)
     EXPECT_EQ(gen::memPersistent().RecentLensFiles[0].LensFileUseCount, 0);
     EXPECT_EQ(gen::memPersistent().FocusTorque, 4);
     const auto lines = log.lines();
-    ASSERT_EQ(lines.size(), 1u);
+    ASSERT_EQ(lines.size(), 2u);
     EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Warn, "settingsloader.cpp",
                                        "Could not set RecentLensFiles to " + value +
                                            " : LensFileUseCount: no \"value\""));
+    EXPECT_TRUE(testsupport::isLogLine(lines[1], gen::Warn, "settingsloader.cpp",
+                                       "RecentLensFiles: kept aside, LensFileUseCount: no "
+                                       "\"value\""));
 }
 
 TEST_F(LoaderTest, MissingFileSetsFileNotFoundOnceAndFails) {

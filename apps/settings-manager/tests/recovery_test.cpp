@@ -129,6 +129,63 @@ TEST_F(RecoveryTest, WithoutAUsableBackupTheDefaultsApplyAndTheDamagedFileStays)
     }
 }
 
+TEST_F(RecoveryTest, WithoutAUsableBackupEveryLineThatCanBeReadIsApplied) {
+    // A valid document with one key that has a trailing blank, and the same
+    // cut before its closing brace: every other line is read.
+    const std::string whole = "{\n\"FocusTorque\": 4,\n\"IrisTorque \": 3,\n\"SoundVolume\": 9,\n"
+                              "\"UserButton4_Name\": \"Take \\u00222\\u0022\",\n"
+                              "\"ZoomTorque\": 1\n}";
+    for (const std::string& current : {whole, whole.substr(0, whole.size() - 1)}) {
+        startService();
+        std::filesystem::remove_all(SETUPS);
+        prepare(current, "");
+        testsupport::KmsgCapture log;
+        ASSERT_TRUE(service->init());
+        EXPECT_EQ(gen::memPersistent().FocusTorque, 4);
+        EXPECT_EQ(gen::memPersistent().IrisTorque, 2);
+        EXPECT_EQ(gen::memPersistent().SoundVolume, 9);
+        EXPECT_STREQ(gen::memPersistent().UserButton4_Name.data(), "Take \"2\"");
+        EXPECT_EQ(gen::memPersistent().ZoomTorque, 1);
+        EXPECT_EQ(readFile(DAMAGED), current);
+        EXPECT_EQ(readFile(CURRENT), service->getCurrentValues().str());
+        const auto lines = log.lines();
+        EXPECT_THAT(messages(lines), Contains("Could not read line 3 of .current.stp.damaged: "
+                                              "\"IrisTorque \": 3,"));
+        EXPECT_THAT(messages(lines), Contains("No usable backup of the settings; 4 lines read one "
+                                              "by one, the defaults apply to the rest"));
+    }
+}
+
+TEST_F(RecoveryTest, ADamagedBackupGivesItsLinesAndTheDamagedCurrentFileItsNewerOnes) {
+    prepare("{\n\"FocusTorque\": 4,\n\"IrisTorque\" 4,\n\"Zoom",
+            "{\n\"FocusTorque\": 3,\n\"IrisTorque\": 3,\n\"ZoomTorque\": 3,\n\"Sound");
+    testsupport::KmsgCapture log;
+    ASSERT_TRUE(service->init());
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 4);
+    EXPECT_EQ(gen::memPersistent().IrisTorque, 3);
+    EXPECT_EQ(gen::memPersistent().ZoomTorque, 3);
+    EXPECT_THAT(messages(log.lines()),
+                Contains("Could not read line 5 of .current.stp.backup: \"Sound"));
+}
+
+TEST_F(RecoveryTest, OnlyTheFirstTenUnreadableLinesAreLoggedOneByOne) {
+    std::string garbage = "{\n\"FocusTorque\": 4,\n";
+    for (int line = 0; line < 25; ++line) {
+        garbage += "garbage " + std::to_string(line) + "\n";
+    }
+    prepare(garbage, "");
+    testsupport::KmsgCapture log;
+    ASSERT_TRUE(service->init());
+    EXPECT_EQ(gen::memPersistent().FocusTorque, 4);
+    const std::vector<std::string> texts = messages(log.lines());
+    EXPECT_EQ(std::count_if(texts.begin(), texts.end(),
+                            [](const std::string& text) {
+                                return text.rfind("Could not read line ", 0) == 0;
+                            }),
+              10);
+    EXPECT_THAT(texts, Contains("15 more lines of .current.stp.damaged could not be read"));
+}
+
 TEST_F(RecoveryTest, AMissingCurrentFileIsRestoredFromTheBackup) {
     prepare("", "{\"FocusTorque\": 4}");
     ASSERT_TRUE(service->init());

@@ -88,7 +88,7 @@ class CompletionTest(unittest.TestCase):
         self.assertEqual(complete("memtool", "memtool --v"), ["--version"])
         commands = complete("memtool", "memtool ")
         for command in ("memories", "vars", "describe", "get", "set", "reset", "dump", "load",
-                        "post", "watch", "request", "names"):
+                        "preview", "post", "watch", "request", "names"):
             self.assertIn(command, commands)
         self.assertEqual(complete("memtool", "memtool dump --c"), ["--compact"])
         self.assertEqual(sorted(complete("memtool", "memtool watch --")),
@@ -127,6 +127,10 @@ class CompletionTest(unittest.TestCase):
         open(os.path.join(folder, "saved-settings.json"), "w").close()
         self.assertEqual(complete("memtool", f"memtool load {folder}/saved"),
                          [f"{folder}/saved-settings.json"])
+        open(os.path.join(folder, "Studio.stp"), "w").close()
+        self.assertEqual(complete("memtool", f"memtool preview {folder}/Stu"),
+                         [f"{folder}/Studio.stp"])
+        self.assertEqual(sorted(complete("memtool", "memtool preview --")), ["--help", "--json"])
 
     def test_hwinfo_commands_and_keys(self):
         complete = self.shell.complete

@@ -118,4 +118,42 @@ TEST(DocumentText, AParsedReaderIsJudgedAsItsText) {
     EXPECT_TRUE(DocumentText::isCompleteDocument(wholeReader, whole));
 }
 
+TEST(DocumentText, ADamagedDocumentIsReadLineByLine) {
+    const std::string text = "{\n"
+                             "\"a\": 1,\n"
+                             "\"b \": 2,\n"
+                             "\"c\": \"x, y\",\n"
+                             "\r\n"
+                             "\"d\": [{\"m\": {\"value\": \"1\"}}],\n"
+                             "\"e\" 5,\n"
+                             "\"f\": 6\n"
+                             "}";
+    const DocumentText::Lines lines = DocumentText::readLines(text);
+    ASSERT_EQ(lines.items.size(), 4u);
+    EXPECT_EQ(lines.items[0].first, "a");
+    EXPECT_EQ(lines.items[0].second.value, "1");
+    EXPECT_EQ(lines.items[1].first, "c");
+    EXPECT_EQ(lines.items[1].second.value, "x, y");
+    EXPECT_EQ(lines.items[2].first, "d");
+    EXPECT_TRUE(lines.items[2].second.isObject);
+    EXPECT_EQ(lines.items[3].first, "f");
+    ASSERT_EQ(lines.unreadable.size(), 2u);
+    EXPECT_EQ(lines.unreadable[0], std::make_pair(3, std::string("\"b \": 2,")));
+    EXPECT_EQ(lines.unreadable[1], std::make_pair(7, std::string("\"e\" 5,")));
+}
+
+TEST(DocumentText, ALineCutShortOrHoldingTwoMembersCannotBeRead) {
+    // A last line without its line break may have been cut inside its value.
+    const DocumentText::Lines cut = DocumentText::readLines("{\n\"a\": 1,\n\"b\": 12");
+    ASSERT_EQ(cut.items.size(), 1u);
+    EXPECT_EQ(cut.items[0].first, "a");
+    EXPECT_EQ(cut.unreadable, (std::vector<std::pair<int, std::string>>{{3, "\"b\": 12"}}));
+    const DocumentText::Lines two = DocumentText::readLines("{\"a\": 1, \"b\": 2}\n");
+    EXPECT_TRUE(two.items.empty());
+    EXPECT_EQ(two.unreadable.size(), 1u);
+    const DocumentText::Lines frame = DocumentText::readLines("{\n\n}");
+    EXPECT_TRUE(frame.items.empty());
+    EXPECT_TRUE(frame.unreadable.empty());
+}
+
 } // namespace

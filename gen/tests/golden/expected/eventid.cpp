@@ -21,4 +21,5 @@ const char* const EVENT_NAME[EVENT_ID_COUNT] = {
     "VarServiceLevelChanged",
     "VarOtherLevelChanged",
     "VarRemoteValueChanged",
+    "VarContrastChanged",
 };

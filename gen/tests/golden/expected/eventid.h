@@ -23,9 +23,10 @@ enum EventId : uint32_t {
     VarServiceLevelChanged = 16,
     VarOtherLevelChanged = 17,
     VarRemoteValueChanged = 18,
+    VarContrastChanged = 19,
 };
 
-constexpr uint32_t EVENT_ID_COUNT = 19;
+constexpr uint32_t EVENT_ID_COUNT = 20;
 
 // The name of every event, indexed by EventId.
 extern const char* const EVENT_NAME[];

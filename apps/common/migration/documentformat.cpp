@@ -1,0 +1,46 @@
+#include "documentformat.h"
+
+#include "documenttext.h"
+#include "introspection.h"
+#include "printers.h"
+
+namespace {
+
+// The code of a buffer; BaseType has no name for it, the catalogue gives
+// buffers the code of strings.
+constexpr uint32_t BUFFER_BASE_TYPE = 4;
+
+// An array of a type other than string and buffer is written element by element.
+bool inArrayForm(uint32_t memory, uint32_t variable, uint32_t baseType) {
+    return Introspection::isArray(memory, variable) && baseType != BaseString &&
+           baseType != BUFFER_BASE_TYPE;
+}
+
+} // namespace
+
+std::string documentValueText(uint32_t memory, uint32_t variable) {
+    const Introspection::DocumentEscape escapeStructTexts;
+    const uint32_t baseType = Introspection::getVarBaseType(memory, variable);
+    if (inArrayForm(memory, variable, baseType)) {
+        const int length = std::stoi(Introspection::getVarArrayLen(memory, variable));
+        std::string text = "[";
+        for (int element = 0; element < length; ++element) {
+            if (element > 0) {
+                text += ",";
+            }
+            text += Introspection::getVarValue(memory, variable, element);
+        }
+        return text + "]";
+    }
+    const std::string value = Introspection::getVarValue(memory, variable, 0);
+    return isQuotedInDocument(baseType) ? DocumentText::escape(value) : value;
+}
+
+std::string documentValue(uint32_t memory, uint32_t variable) {
+    const uint32_t baseType = Introspection::getVarBaseType(memory, variable);
+    std::string text = documentValueText(memory, variable);
+    if (isQuotedInDocument(baseType) && !inArrayForm(memory, variable, baseType)) {
+        return "\"" + text + "\"";
+    }
+    return text;
+}

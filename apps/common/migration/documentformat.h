@@ -1,0 +1,29 @@
+// How a value stands in a settings document: ints, floats, bools and structs
+// bare, every other base type in double quotes, its text escaped as
+// documenttext.h describes; an array of a type other than string and buffer as
+// "[" elements joined by "," "]".
+#pragma once
+
+#include "catalogue.h"
+
+#include <cstdint>
+#include <string>
+
+inline bool isQuotedInDocument(uint32_t baseType) {
+    switch (baseType) {
+    case BaseInt:
+    case BaseFloat:
+    case BaseBool:
+    case BaseStruct:
+        return false;
+    default:
+        return true;
+    }
+}
+
+// The value of a variable as its line of a settings document holds it after
+// "<name>": , the quotes included.
+std::string documentValue(uint32_t memory, uint32_t variable);
+// The same without the quotes of a quoted value: the text that the settings
+// reader gives for it.
+std::string documentValueText(uint32_t memory, uint32_t variable);
