@@ -13,6 +13,11 @@
 // record and the register exactly as they were.  A number is taken up to its
 // first non-digit, as the record's own conversion does ("12abc" stores 12).
 //
+// print, get and parameters open the devices read-only.  set and reset flush
+// their writes to the devices (msync and fsync) before they report success.
+// A hidden field ("unused", reserved bits of the boot register) is refused by
+// set like a private one.
+//
 // Exit status: 0 done, 1 the command failed and nothing was written, 2 wrong
 // usage (an unknown command, option or key included).
 #include "closest.h"
@@ -76,10 +81,11 @@ std::string recordProblem(HwInfo::RecordCheck const& check) {
     return text;
 }
 
-// Opens and maps both devices, saying which ones when it cannot.
-HwInfo openDevices() {
+// Opens and maps both devices, saying which ones when it cannot: read-write
+// for the commands that write, read-only otherwise.
+HwInfo openDevices(HwInfo::Use use) {
     try {
-        return HwInfo();
+        return HwInfo(use);
     } catch (std::exception const& error) {
         throw Failure("cannot open the hardware record (/dev/mmcblk1) and the boot status "
                       "register (/dev/mem): " +
@@ -94,6 +100,16 @@ void checkForReading(HwInfo& hwInfo) {
     if (!problem.empty()) {
         throw Failure("the hardware record is not valid: " + problem +
                       "; it is left as it is (hwinfo reset writes the defaults)");
+    }
+}
+
+// Flushes what was written to the devices before success is reported.
+void syncDevices(HwInfo const& hwInfo) {
+    try {
+        hwInfo.sync();
+    } catch (std::exception const& error) {
+        throw Failure("the record was written but could not be flushed to the device: " +
+                      errorMessage(error));
     }
 }
 
@@ -113,7 +129,7 @@ void writeJsonValue(JsonStream& stream, Field const& field, std::string const& v
 
 int print(Arguments const& arguments) {
     arguments.expectPositional(0, 0);
-    HwInfo hwInfo = openDevices();
+    HwInfo hwInfo = openDevices(HwInfo::Use::Inspect);
     checkForReading(hwInfo);
     if (!arguments.has("--json")) {
         hwInfo.printAll();
@@ -136,7 +152,7 @@ int print(Arguments const& arguments) {
 
 int parameters(Arguments const& arguments) {
     arguments.expectPositional(0, 0);
-    HwInfo hwInfo = openDevices();
+    HwInfo hwInfo = openDevices(HwInfo::Use::Inspect);
     checkForReading(hwInfo);
     hwInfo.printParameters(stdout);
     std::fputc('\n', stdout);
@@ -146,7 +162,7 @@ int parameters(Arguments const& arguments) {
 int get(Arguments const& arguments) {
     arguments.expectPositional(1, 1);
     Field const& field = knownField(arguments.positional()[0]);
-    HwInfo hwInfo = openDevices();
+    HwInfo hwInfo = openDevices(HwInfo::Use::Inspect);
     checkForReading(hwInfo);
     std::string const value = textOf(hwInfo, field);
     if (!arguments.has("--json")) {
@@ -171,9 +187,13 @@ int keys(Arguments const& arguments) {
     return ExitSuccess;
 }
 
-// Why the assignment cannot be written, or "".
+// Why the assignment cannot be written, or "".  A hidden field (reserved bits
+// of the register) is refused as a private one is.
 std::string rejection(HwInfo const& hwInfo, std::string const& assignment, std::string const& key,
                       std::string const& value) {
+    if (isHidden(knownField(key))) {
+        return key + ": " + key + " is hidden.";
+    }
     try {
         hwInfo.check(assignment);
     } catch (std::invalid_argument const&) {
@@ -213,7 +233,7 @@ int set(Arguments const& arguments) {
     if (!wrongUsage.empty()) {
         throw UsageError(problemList(wrongUsage));
     }
-    HwInfo hwInfo = openDevices();
+    HwInfo hwInfo = openDevices(HwInfo::Use::Write);
     hwInfo.declareFields();
     std::vector<std::string> refused;
     for (std::string const& assignment : arguments.positional()) {
@@ -237,14 +257,16 @@ int set(Arguments const& arguments) {
     for (std::string const& assignment : arguments.positional()) {
         hwInfo.write(assignment);
     }
+    syncDevices(hwInfo);
     return ExitSuccess;
 }
 
 int reset(Arguments const& arguments) {
     arguments.expectPositional(0, 0);
-    HwInfo hwInfo = openDevices();
+    HwInfo hwInfo = openDevices(HwInfo::Use::Write);
     hwInfo.initialize();
     hwInfo.clear();
+    syncDevices(hwInfo);
     return ExitSuccess;
 }
 

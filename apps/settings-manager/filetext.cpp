@@ -2,17 +2,15 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-namespace FileText {
+namespace {
 
-std::optional<std::string> read(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return std::nullopt;
-    }
+// Appends what `fd` holds from its position to its end to `text`; false when
+// a read failed (what came before it is kept).
+bool readToEnd(int fd, std::string& text) {
     constexpr std::size_t CHUNK = 16384;
-    std::string text;
     for (;;) {
         const std::size_t used = text.size();
         text.resize(used + CHUNK);
@@ -23,10 +21,38 @@ std::optional<std::string> read(const std::string& path) {
         }
         text.resize(used + (got > 0 ? static_cast<std::size_t>(got) : 0));
         if (got <= 0) {
-            break;
+            return got == 0;
         }
     }
+}
+
+} // namespace
+
+namespace FileText {
+
+std::optional<std::string> read(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return std::nullopt;
+    }
+    std::string text;
+    readToEnd(fd, text);
     ::close(fd);
+    return text;
+}
+
+std::optional<std::string> readRegular(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        return std::nullopt;
+    }
+    struct stat status {};
+    std::string text;
+    const bool whole = ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && readToEnd(fd, text);
+    ::close(fd);
+    if (!whole) {
+        return std::nullopt;
+    }
     return text;
 }
 

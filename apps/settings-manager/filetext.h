@@ -12,4 +12,9 @@ namespace FileText {
 // text where it happened (as a stream's reading would).
 std::optional<std::string> read(const std::string& path);
 
+// The bytes of a regular file, never read through a link (O_NOFOLLOW) and
+// not waited on when something else, a FIFO say, is in its place; nullopt
+// when it is not a regular file or cannot be opened or read to its end.
+std::optional<std::string> readRegular(const std::string& path);
+
 } // namespace FileText

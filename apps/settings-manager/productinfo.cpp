@@ -31,7 +31,7 @@ std::string readRecord(HwInfo* record, const char* key, const char* failure) {
 // The hardware record, or null when it cannot be opened.
 std::unique_ptr<HwInfo> openHardwareRecord() {
     try {
-        auto record = std::make_unique<HwInfo>();
+        auto record = std::make_unique<HwInfo>(HwInfo::Use::Identity);
         record->initialize();
         return record;
     } catch (const std::exception&) {

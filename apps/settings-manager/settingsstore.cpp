@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <sys/stat.h>
+#include <utility>
 
 SettingsStore::SettingsStore(const SettingsFolder& folder, const ProductInfo& product,
                              uint32_t memory)
@@ -72,9 +73,17 @@ bool SettingsStore::store(const char* name) {
     const bool current = fileName == SettingsFolder::currentFileName();
     const std::optional<std::string> path = folder.pathOf(fileName);
     std::string error = "the name does not stay inside the settings folder";
+    std::string document;
     if (path) {
-        const std::string document = currentValues().str();
+        document = currentValues().str();
         if (current) {
+            refreshCurrentFile();
+            if (currentFile.content == document) {
+                // An unchanged document counts as saved.
+                currentSaveError.clear();
+                keptSettings.save();
+                return true;
+            }
             keepBackup();
         }
         error = AtomicFile::write(*path, document);
@@ -82,7 +91,10 @@ bool SettingsStore::store(const char* name) {
     if (error.empty()) {
         if (current) {
             currentSaveError.clear();
-            writtenCurrent = identityOf(*path);
+            // Without an identity the file is read again before the next
+            // comparison.
+            const std::optional<FileIdentity> identity = identityOf(*path);
+            currentFile = {identity.has_value(), identity, std::move(document), true};
             keptSettings.save();
         }
         return true;
@@ -113,26 +125,42 @@ void SettingsStore::saveIfDirty() {
 
 std::optional<SettingsStore::FileIdentity> SettingsStore::identityOf(const std::string& path) {
     struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) {
+    if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return std::nullopt;
     }
     return FileIdentity{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
                         status.st_mtim.tv_nsec};
 }
 
+void SettingsStore::readCurrentFile() {
+    currentFile = {true, identityOf(folder.currentPath()),
+                   folder.readFile(SettingsFolder::currentFileName()), std::nullopt};
+}
+
+// The remembered file is read again when it is no longer what was remembered
+// as far as its identity tells (removed by a factory reset, replaced or
+// changed by another program of the device).
+void SettingsStore::refreshCurrentFile() {
+    if (!currentFile.known || identityOf(folder.currentPath()) != currentFile.identity) {
+        readCurrentFile();
+    }
+}
+
 // The file that ".current.stp" is about to replace becomes the backup, when it
 // is a complete document; an incomplete one never replaces a good backup.  The
-// file that this store wrote last is complete; any other is read and checked.
+// file as refreshCurrentFile() left it is checked once: a document this store
+// wrote is known to be complete, and neither is read again.
 void SettingsStore::keepBackup() {
-    const std::optional<FileIdentity> identity = identityOf(folder.currentPath());
-    if (!identity) {
+    if (!currentFile.identity || !currentFile.content) {
         return;
     }
-    if (identity != writtenCurrent) {
-        const std::optional<std::string> text = folder.readText(SettingsFolder::currentFileName());
-        if (!text || !DocumentText::isCompleteDocument(*text)) {
-            return;
-        }
+    if (!currentFile.complete) {
+        std::string text = *currentFile.content;
+        SettingsFolder::dropByteOrderMark(text);
+        currentFile.complete = DocumentText::isCompleteDocument(text);
+    }
+    if (!*currentFile.complete) {
+        return;
     }
     const std::string error = AtomicFile::linkOver(folder.currentPath(), folder.backupPath());
     if (!error.empty()) {

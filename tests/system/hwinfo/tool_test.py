@@ -171,6 +171,7 @@ class ToolTest(unittest.TestCase):
             (["serial=NEW", "serial"], 2, "hwinfo set: not a KEY=VALUE assignment: serial\n"),
             (["serial=NEW", "version=4"], 1, "hwinfo set: version: version is private.\n"),
             (["board=NEW", "checksum=0"], 1, "hwinfo set: checksum: checksum is private.\n"),
+            (["serial=NEW", "unused=5"], 1, "hwinfo set: unused: unused is hidden.\n"),
             (["board=NEW", "serial=" + "x" * 29], 1, "hwinfo set: serial: String too long\n"),
             (["serial=NEW", "cal_comp=abc"], 1, "hwinfo set: cal_comp: not a number: abc\n"),
             (["serial=NEW", "cal_comp=4294967296"], 1,
