@@ -1,5 +1,5 @@
 // gen::init and its memory part against the device root's own /dev/shm.
-#include "brokerpeer.h"
+#include "brokerdouble.h"
 #include "catalogue.h"
 #include "child.h"
 #include "eventid.h"
@@ -148,7 +148,7 @@ TEST(CatalogueInit, ClientsOpenWithoutWriting) {
 }
 
 TEST(CatalogueInit, InitConnectsSubscribesAndTakesTheLogLevel) {
-    BrokerPeer broker;
+    BrokerDouble broker;
     gen::init();
     ASSERT_NE(gServerConnection, nullptr);
     EXPECT_EQ(reinterpret_cast<uint8_t*>(gComponentLogLevel), gMemApp + 20);

@@ -11,7 +11,7 @@
 
 namespace servicetest {
 
-BrokerStandIn* ServiceTest::broker = nullptr;
+BrokerDouble* ServiceTest::broker = nullptr;
 
 std::string readFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -27,6 +27,12 @@ void writeFile(const std::string& path, const std::string& text) {
 
 bool exists(const std::string& path) {
     return std::filesystem::exists(path);
+}
+
+void acceptService(BrokerDouble& broker) {
+    if (broker.accept(10000, BrokerDouble::Reading::InBackground) < 0) {
+        throw std::runtime_error("the service did not connect");
+    }
 }
 
 std::vector<EventId> ids(const std::vector<Notify>& records) {
@@ -69,7 +75,7 @@ FileSizeLimit::~FileSizeLimit() {
 }
 
 void ServiceTest::SetUpTestSuite() {
-    broker = new BrokerStandIn;
+    broker = new BrokerDouble;
 }
 
 void ServiceTest::TearDownTestSuite() {
@@ -90,12 +96,12 @@ void ServiceTest::TearDown() {
 void ServiceTest::startService() {
     service.reset();
     service = std::make_unique<SettingsManager>();
-    broker->accept();
+    acceptService(*broker);
     ASSERT_TRUE(isSubscriptionSequence(broker->receive(2 * SUBSCRIPTION_COUNT, 5000)));
 }
 
 std::vector<Notify> ServiceTest::posted() {
-    return broker->received();
+    return broker->receivedOnceQuiet();
 }
 
 } // namespace servicetest

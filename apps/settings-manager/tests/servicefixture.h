@@ -1,9 +1,9 @@
-// The set-up that the service's tests share: a broker stand-in for the whole
+// The set-up that the service's tests share: the broker double for the whole
 // program, an empty settings folder, and a SettingsManager constructed for
 // each test (memories at their defaults, connected, subscriptions read off).
 #pragma once
 
-#include "brokerstandin.h"
+#include "brokerdouble.h"
 #include "settingsmanager.h"
 
 #include <gmock/gmock.h>
@@ -21,6 +21,9 @@ constexpr const char* CURRENT = "/var//SETUPS/.current.stp";
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& text);
 bool exists(const std::string& path);
+// Takes the service's connection on the broker double's side, collecting what
+// the service posts in the background; throws when none comes within 10 s.
+void acceptService(BrokerDouble& broker);
 // The ids of the records, in order.
 std::vector<EventId> ids(const std::vector<Notify>& records);
 // The value of a MemPersistent variable as text.
@@ -54,7 +57,7 @@ protected:
     // The records the service posted since the last call.
     std::vector<Notify> posted();
 
-    static BrokerStandIn* broker;
+    static BrokerDouble* broker;
     std::unique_ptr<SettingsManager> service;
 };
 

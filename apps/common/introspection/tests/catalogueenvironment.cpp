@@ -7,12 +7,12 @@
 
 namespace {
 
-BrokerPeer* peer = nullptr;
+BrokerDouble* peer = nullptr;
 
 class CatalogueEnvironment : public testing::Environment {
 public:
     void SetUp() override {
-        peer = new BrokerPeer;
+        peer = new BrokerDouble;
         gen::init();
         peer->received();
     }
@@ -28,6 +28,6 @@ public:
 
 } // namespace
 
-BrokerPeer& brokerPeer() {
+BrokerDouble& brokerPeer() {
     return *peer;
 }

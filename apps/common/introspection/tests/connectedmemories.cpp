@@ -9,7 +9,7 @@ void ConnectedMemories::SetUpTestSuite() {
 }
 
 void ConnectedMemories::SetUp() {
-    broker = std::make_unique<BrokerPeer>();
+    broker = std::make_unique<BrokerDouble>();
     gServerConnection = new ServerConnection(gen::getEventPoll());
     broker->received();
 }

@@ -1,4 +1,4 @@
-// The plain-type getters and setters and setVariable, on the real memories with a broker peer
+// The plain-type getters and setters and setVariable, on the real memories with the broker double
 // that records every posted event.
 #include "catalogue.h"
 #include "connectedmemories.h"
