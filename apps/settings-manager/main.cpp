@@ -20,7 +20,9 @@
 // - A start-up that failed (the settings folder missing and not creatable, or
 //   one of another user that cannot be removed) does not report readiness
 //   and ends with status 1, so that the init system notices and restarts it.
+#include "collaborators.h"
 #include "commandline.h"
+#include "eventpoll.h"
 #include "instancelock.h"
 #include "log.h"
 #include "settingsmanager.h"
@@ -36,7 +38,7 @@ constexpr const char* LOCK_FILE = "/var/volatile/settings-manager/settings-manag
 
 [[noreturn]] void run() {
     try {
-        SettingsManager manager;
+        SettingsManager manager(gen::getEventPoll(), Clocks::system());
         const bool started = manager.init();
         if (started) {
             manager.doWork();

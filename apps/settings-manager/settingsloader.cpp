@@ -93,8 +93,10 @@ private:
     uint32_t memory;
 };
 
-SettingsLoader::SettingsLoader(const SettingsFolder& folder, SettingsStore& store, uint32_t memory)
-    : folder(folder), store(store), memory(memory) {}
+SettingsLoader::SettingsLoader(const SettingsFolder& folder, SettingsStore& store,
+                               const ServiceMemories& memories, ServerConnection& broker)
+    : folder(folder), store(store), memories(memories), broker(broker),
+      memory(memories.persistentIndex) {}
 
 bool SettingsLoader::load(const std::string& fileName, bool storeAfterLoad) {
     bool stored = true;
@@ -120,7 +122,7 @@ std::optional<SettingsLoader::Results> SettingsLoader::applyFile(const std::stri
                                                                  bool& stored) {
     const std::optional<std::string> text = folder.readText(fileName);
     if (!text) {
-        setFlag(gen::memDeviceState().FileNotFound, VarFileNotFoundChanged, true);
+        setFlag(broker, memories.deviceState.FileNotFound, VarFileNotFoundChanged, true);
         LOG(Error, "Could not open settings file: %s", fileName.c_str());
         return std::nullopt;
     }
@@ -275,10 +277,10 @@ bool SettingsLoader::apply(const Json& reader) {
 // hear its own writes.
 SettingsLoader::Results SettingsLoader::applyItems(const std::vector<Json::Item>& items,
                                                    bool& stored) {
-    gen::getServerConnection()->postEvent(Notify{UnsubscribeAll, 0, 0});
+    broker.postEvent(Notify{UnsubscribeAll, 0, 0});
     Logger logger(*this, memory);
     Results results = Migration::apply(memory, items, logger);
-    gen::subscribeNotifications();
+    gen::subscribeNotifications(broker);
     stored = std::none_of(results.begin(), results.end(), [](const Migration::KeyResult& result) {
         return !result.setterError.empty();
     });
@@ -310,7 +312,7 @@ bool SettingsLoader::keepAside(const Results& current,
     std::vector<KeptSettings::Entry> kept;
     bool restored = false;
     if (!previous.empty()) {
-        gen::getServerConnection()->postEvent(Notify{UnsubscribeAll, 0, 0});
+        broker.postEvent(Notify{UnsubscribeAll, 0, 0});
         Logger logger(*this, memory);
         for (const KeptSettings::Entry& entry : previous) {
             const std::vector<Json::Item> document{{entry.key, {entry.value, false}}};
@@ -336,7 +338,7 @@ bool SettingsLoader::keepAside(const Results& current,
                 shown(entry.value).c_str());
             restored = true;
         }
-        gen::subscribeNotifications();
+        gen::subscribeNotifications(broker);
     }
     std::vector<KeptSettings::Entry> fresh;
     for (const Migration::KeyResult& result : current) {
@@ -386,7 +388,7 @@ const std::string& SettingsLoader::defaultsDocument() {
 }
 
 void SettingsLoader::factoryReset(const std::function<void()>& emptyFolder) {
-    if (!gen::memGuiLocal().FactoryReset) {
+    if (!memories.guiLocal.FactoryReset) {
         return;
     }
     LOG(LogLight, "Factory reset started");
@@ -397,6 +399,6 @@ void SettingsLoader::factoryReset(const std::function<void()>& emptyFolder) {
     }
     store.kept().clear();
     apply(defaultsDocument());
-    setFlag(gen::memGuiLocal().FactoryReset, VarFactoryResetChanged, false);
+    setFlag(broker, memories.guiLocal.FactoryReset, VarFactoryResetChanged, false);
     LOG(LogLight, "Factory reset done");
 }

@@ -24,18 +24,20 @@ constexpr const char* SUPERVISOR_NAME = "super";
 
 } // namespace
 
-SettingsManager::SettingsManager()
-    : folderMonitor(gen::getEventPoll(),
-                    [this](inotify_event const& event) {
-                        // Hidden names are never listed: the service's own
-                        // files change nothing in the list.
-                        if (event.len == 0 || event.name[0] != '.') {
-                            refreshUserSettingList();
-                        }
-                    }),
-      persistentMemoryIndex(createAndInitMemories()),
-      store(folder, productInfo, persistentMemoryIndex),
-      loader(folder, store, persistentMemoryIndex), userSetups(folder, store, loader) {}
+SettingsManager::SettingsManager(EventPoll& poll, const Clocks& clocks)
+    : poll(poll), clocks(clocks), folderMonitor(poll,
+                                                [this](inotify_event const& event) {
+                                                    // Hidden names are never listed: the service's
+                                                    // own files change nothing in the list.
+                                                    if (event.len == 0 || event.name[0] != '.') {
+                                                        refreshUserSettingList();
+                                                    }
+                                                }),
+      broker(createAndInitMemories()), memories(ServiceMemories::ofProcess()),
+      productInfo(memories), store(folder, productInfo, memories),
+      loader(folder, store, memories, broker),
+      userSetups(folder, store, loader, memories, broker, clocks.wall), saveCheck(clocks.steady),
+      reconnectAttempt(clocks.steady) {}
 
 SettingsManager::~SettingsManager() {
     try {
@@ -48,11 +50,11 @@ SettingsManager::~SettingsManager() {
     }
 }
 
-uint32_t SettingsManager::createAndInitMemories() {
+ServerConnection& SettingsManager::createAndInitMemories() {
     gen::init();
-    const uint32_t memory = Introspection::getMemIndex("MemPersistent");
-    gen::getServerConnection()->setEventHandler(this);
-    return memory;
+    ServerConnection& connection = *gen::getServerConnection();
+    connection.setEventHandler(this);
+    return connection;
 }
 
 bool SettingsManager::init() {
@@ -121,7 +123,6 @@ void SettingsManager::openFolderMonitor() {
 }
 
 int SettingsManager::doWork() {
-    EventPoll& poll = gen::getEventPoll();
     int result = poll.wait(-1, false);
     while (result != EventPoll::Terminate) {
         if (brokerLost) {
@@ -157,13 +158,12 @@ void SettingsManager::connectionLost() {
 }
 
 void SettingsManager::reconnectBroker() {
-    ServerConnection* connection = gen::getServerConnection();
-    if (connection == nullptr || !reconnectAttempt.due() || !connection->reconnect()) {
+    if (!reconnectAttempt.due() || !broker.reconnect()) {
         return;
     }
     brokerLost = false;
     try {
-        gen::subscribeNotifications();
+        gen::subscribeNotifications(broker);
     } catch (const std::exception& error) {
         LOG(Error, "Could not subscribe again: %s", error.what());
         return;

@@ -6,7 +6,6 @@
 #include "documenttext.h"
 #include "introspection.h"
 #include "log.h"
-#include "memories.h"
 #include "productinfo.h"
 #include "settingsfolder.h"
 
@@ -16,8 +15,9 @@
 #include <utility>
 
 SettingsStore::SettingsStore(const SettingsFolder& folder, const ProductInfo& product,
-                             uint32_t memory)
-    : folder(folder), product(product), memory(memory), keptSettings(folder, memory) {}
+                             const ServiceMemories& memories)
+    : folder(folder), product(product), memories(memories), memory(memories.persistentIndex),
+      keptSettings(folder, memory) {}
 
 // The variable comes from the catalogue's event index (every event belongs to
 // one variable at most); only a persistent one drops what was kept aside for it
@@ -44,9 +44,8 @@ std::stringstream SettingsStore::currentValues() const {
 
 std::vector<uint8_t> SettingsStore::snapshot() const {
     product.publish();
-    SharedMemory& segment = gen::getSharedMemory(memory);
-    const uint8_t* record = segment.address();
-    return std::vector<uint8_t>(record, record + segment.getSize());
+    const auto* record = reinterpret_cast<const uint8_t*>(&memories.persistent);
+    return std::vector<uint8_t>(record, record + sizeof memories.persistent);
 }
 
 std::string SettingsStore::documentOf(const std::vector<uint8_t>& record) const {

@@ -13,6 +13,7 @@
 #include <exception>
 #include <filesystem>
 #include <functional>
+#include <utility>
 
 namespace {
 
@@ -42,15 +43,18 @@ UserSetups::Refusal attempt(const std::function<void()>& operation) {
 
 } // namespace
 
-UserSetups::UserSetups(const SettingsFolder& folder, SettingsStore& store, SettingsLoader& loader)
-    : folder(folder), store(store), loader(loader), navigator({}, {}) {}
+UserSetups::UserSetups(const SettingsFolder& folder, SettingsStore& store, SettingsLoader& loader,
+                       const ServiceMemories& memories, ServerConnection& broker,
+                       std::function<std::time_t()> wallClock)
+    : folder(folder), store(store), loader(loader), memories(memories), broker(broker),
+      wallClock(std::move(wallClock)), navigator({}, {}) {}
 
 void UserSetups::openFolder() {
     navigator.setRootPath(folder.path());
 }
 
 void UserSetups::updateList() {
-    auto& setups = gen::memUserSetups();
+    auto& setups = memories.userSetups;
     int32_t count = 0;
     navigator.ls([&](const FileBrowserBase::EntryInfo& entry) {
         if (count >= SLOTS) {
@@ -61,7 +65,7 @@ void UserSetups::updateList() {
                       entry.name);
         ++count;
     });
-    postEvent(Notify{VarUserSetupListChanged, 0, 0});
+    broker.postEvent(Notify{VarUserSetupListChanged, 0, 0});
     setVariable(setups.UserSetupListSize, Notify{VarUserSetupListSizeChanged, 0, 0}, count);
 }
 
@@ -78,7 +82,7 @@ std::array<char, UserSetups::SETUP_NAME_SIZE> UserSetups::proposedName(std::time
 }
 
 UserSetups::Refusal UserSetups::load() {
-    auto& setups = gen::memUserSetups();
+    auto& setups = memories.userSetups;
     if (!setups.UserSetupAcceptLoadFileName) {
         return std::nullopt;
     }
@@ -92,12 +96,13 @@ UserSetups::Refusal UserSetups::load() {
         }
         loader.load(listEntry(index), true);
     }
-    setFlag(setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged, false);
+    setFlag(broker, setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged,
+            false);
     return std::nullopt;
 }
 
 UserSetups::Refusal UserSetups::save() {
-    auto& setups = gen::memUserSetups();
+    auto& setups = memories.userSetups;
     if (!setups.UserSetupAcceptSaveFileName) {
         return std::nullopt;
     }
@@ -105,23 +110,24 @@ UserSetups::Refusal UserSetups::save() {
             false, [this](const std::string& name, const std::string&) { return saveAs(name); })) {
         return refusal;
     }
-    setFlag(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged, false);
+    setFlag(broker, setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged,
+            false);
     return std::nullopt;
 }
 
 UserSetups::Refusal UserSetups::proposeNew() {
-    auto& setups = gen::memUserSetups();
+    auto& setups = memories.userSetups;
     if (!setups.UserSetupAddNew) {
         return std::nullopt;
     }
-    setFlag(setups.UserSetupAddNew, VarUserSetupAddNewChanged, false);
-    setups.UserSetupSave = proposedName(std::time(nullptr));
-    postEvent(Notify{VarUserSetupSaveChanged, 0, 0});
+    setFlag(broker, setups.UserSetupAddNew, VarUserSetupAddNewChanged, false);
+    setups.UserSetupSave = proposedName(wallClock());
+    broker.postEvent(Notify{VarUserSetupSaveChanged, 0, 0});
     return std::nullopt;
 }
 
 UserSetups::Refusal UserSetups::rename() {
-    auto& setups = gen::memUserSetups();
+    auto& setups = memories.userSetups;
     if (!setups.UserSetupRename) {
         return std::nullopt;
     }
@@ -129,17 +135,17 @@ UserSetups::Refusal UserSetups::rename() {
     if (Refusal refusal = listedPath(setups.UserSetupSelectedFileIndex, source)) {
         return refusal;
     }
-    setFlag(setups.UserSetupRename, VarUserSetupRenameChanged, false);
+    setFlag(broker, setups.UserSetupRename, VarUserSetupRenameChanged, false);
     return writeUnlessTaken(
         true, [&](const std::string&, const std::string& target) { return move(source, target); });
 }
 
 UserSetups::Refusal UserSetups::overwrite() {
-    auto& setups = gen::memUserSetups();
+    auto& setups = memories.userSetups;
     if (!setups.UserSetupOverwriteFile) {
         return std::nullopt;
     }
-    setFlag(setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged, false);
+    setFlag(broker, setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged, false);
     if (isEmpty(setups.UserSetupSave)) {
         return std::nullopt;
     }
@@ -162,7 +168,7 @@ UserSetups::Refusal UserSetups::overwrite() {
 }
 
 UserSetups::Refusal UserSetups::writeUnlessTaken(bool isRename, const Writer& write) {
-    auto& setups = gen::memUserSetups();
+    auto& setups = memories.userSetups;
     if (!isEmpty(setups.UserSetupSave)) {
         const std::string name = nameOf(setups.UserSetupSave);
         std::string target;
@@ -175,11 +181,12 @@ UserSetups::Refusal UserSetups::writeUnlessTaken(bool isRename, const Writer& wr
             }
             setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
         } else {
-            setFlag(gen::memDeviceState().FileAlreadyExists, VarFileAlreadyExistsChanged, true);
+            setFlag(broker, memories.deviceState.FileAlreadyExists, VarFileAlreadyExistsChanged,
+                    true);
             renamePending = isRename;
         }
     }
-    setFlag(setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
+    setFlag(broker, setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
     return std::nullopt;
 }
 
@@ -195,7 +202,7 @@ UserSetups::Refusal UserSetups::move(const std::string& source, const std::strin
 }
 
 UserSetups::Refusal UserSetups::remove() {
-    auto& setups = gen::memUserSetups();
+    auto& setups = memories.userSetups;
     if (!setups.UserSetupDelete) {
         return std::nullopt;
     }
@@ -213,7 +220,7 @@ UserSetups::Refusal UserSetups::remove() {
         })) {
         return refusal;
     }
-    setFlag(setups.UserSetupDelete, VarUserSetupDeleteChanged, false);
+    setFlag(broker, setups.UserSetupDelete, VarUserSetupDeleteChanged, false);
     return std::nullopt;
 }
 
@@ -221,12 +228,12 @@ std::string UserSetups::listEntry(int32_t index) const {
     if (index < 0 || index >= SLOTS) {
         return {};
     }
-    const auto& slot = gen::memUserSetups().UserSetupList[index].UserSetupFileName;
+    const auto& slot = memories.userSetups.UserSetupList[index].UserSetupFileName;
     return std::string(slot.data(), strnlen(slot.data(), slot.size()));
 }
 
 UserSetups::Refusal UserSetups::listedPath(int32_t index, std::string& path) const {
-    if (index < 0 || index >= gen::memUserSetups().UserSetupListSize) {
+    if (index < 0 || index >= memories.userSetups.UserSetupListSize) {
         return INDEX_OUT_OF_RANGE;
     }
     const std::string entry = listEntry(index);

@@ -24,7 +24,9 @@
 //   the user.
 #pragma once
 
+#include "collaborators.h"
 #include "filebrowsernavigator.h"
+#include "serverconnection.h"
 
 #include <array>
 #include <cstddef>
@@ -47,7 +49,11 @@ public:
     // Why a request was refused; nothing when it was carried out or ignored.
     using Refusal = std::optional<std::string>;
 
-    UserSetups(const SettingsFolder& folder, SettingsStore& store, SettingsLoader& loader);
+    // Serves the dialogue in `memories`' MemUserSetups, posting on `broker`;
+    // a new name is proposed from the time that `wallClock` gives.
+    UserSetups(const SettingsFolder& folder, SettingsStore& store, SettingsLoader& loader,
+               const ServiceMemories& memories, ServerConnection& broker,
+               std::function<std::time_t()> wallClock);
 
     // Roots the navigator at the settings folder; throws a filesystem error
     // when the folder cannot be resolved.
@@ -91,6 +97,9 @@ private:
     const SettingsFolder& folder;
     SettingsStore& store;
     SettingsLoader& loader;
+    ServiceMemories memories;
+    ServerConnection& broker;
+    std::function<std::time_t()> wallClock;
     // The last save or rename met an existing target and was a rename.
     bool renamePending = false;
     FileBrowserNavigator navigator;

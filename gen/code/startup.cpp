@@ -109,7 +109,11 @@ void subscribeNotifications() {
     if (connection == nullptr) {
         THROW_ERROR("Trying to subscribe without server connection");
     }
-    connection->subscribeEach(std::span(SUBSCRIPTIONS, SUBSCRIPTION_COUNT));
+    subscribeNotifications(*connection);
+}
+
+void subscribeNotifications(ServerConnection& connection) {
+    connection.subscribeEach(std::span(SUBSCRIPTIONS, SUBSCRIPTION_COUNT));
 }
 
 } // namespace gen

@@ -325,13 +325,7 @@ TEST_F(LoaderTest, FactoryResetDeletesTheFolderRestoresDefaultsAndClearsTheFlag)
 }
 
 // The loader on its own: reading and applying a file through the folder.
-class SettingsLoaderTest : public ServiceTest {
-protected:
-    SettingsFolder folder;
-    ProductInfo product;
-    SettingsStore store{folder, product, Introspection::getMemIndex("MemPersistent")};
-    SettingsLoader loader{folder, store, Introspection::getMemIndex("MemPersistent")};
-};
+class SettingsLoaderTest : public ServiceClassTest {};
 
 TEST_F(SettingsLoaderTest, AFileInTheFolderIsAppliedAndAFileOutsideIsNot) {
     std::filesystem::create_directory(SETUPS);

@@ -1,6 +1,9 @@
 #include "servicefixture.h"
 
 #include "introspection.h"
+#include "log.h"
+#include "memories.h"
+#include "records.h"
 
 #include <csignal>
 #include <filesystem>
@@ -102,6 +105,31 @@ void ServiceTest::startService() {
 
 std::vector<Notify> ServiceTest::posted() {
     return broker->receivedOnceQuiet();
+}
+
+TestDevice::TestDevice(BrokerDouble& broker) {
+    std::filesystem::remove_all(SETUPS);
+    gen::initMemories();
+    gComponentLogLevel =
+        reinterpret_cast<gen::LogLevel*>(&gen::memApp().AppSettingsManagerLogLevel);
+    gServerConnection = new ServerConnection(gen::getEventPoll());
+    acceptService(broker);
+}
+
+TestDevice::~TestDevice() {
+    gen::closeServerConnection();
+    std::filesystem::remove_all(SETUPS);
+}
+
+std::time_t ServiceClassTest::localTime(int year, int month, int day, int hour, int minute) {
+    std::tm fields{};
+    fields.tm_year = year - 1900;
+    fields.tm_mon = month - 1;
+    fields.tm_mday = day;
+    fields.tm_hour = hour;
+    fields.tm_min = minute;
+    fields.tm_isdst = -1;
+    return std::mktime(&fields);
 }
 
 } // namespace servicetest

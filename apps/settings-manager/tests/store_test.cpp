@@ -192,12 +192,7 @@ TEST_F(StoreTest, TextsWithQuotesBackslashesAndControlCharactersReadBackAsTheyWe
 }
 
 // The store on its own: what it writes, and when it stays dirty.
-class SettingsStoreTest : public ServiceTest {
-protected:
-    SettingsFolder folder;
-    ProductInfo product;
-    SettingsStore store{folder, product, Introspection::getMemIndex("MemPersistent")};
-};
+class SettingsStoreTest : public ServiceClassTest {};
 
 TEST_F(SettingsStoreTest, SavingWhenDirtyWritesTheCurrentFileOnceAndClearsDirty) {
     std::filesystem::create_directory(SETUPS);

@@ -571,14 +571,23 @@ TEST_F(RefusedRequestsTest, ANameWithoutTerminatorIsReadNoFurtherThanItsVariable
 
 // The dialogue on its own: a request it cannot carry out is answered with the
 // reason as a value, and it logs nothing itself.
-class UserSetupDialogueTest : public UserSetupsTest {
+class UserSetupDialogueTest : public ServiceClassTest {
 protected:
-    SettingsFolder folder;
-    ProductInfo product;
-    SettingsStore store{folder, product, Introspection::getMemIndex("MemPersistent")};
-    SettingsLoader loader{folder, store, Introspection::getMemIndex("MemPersistent")};
-    UserSetups dialogue{folder, store, loader};
+    void SetUp() override { ASSERT_TRUE(folder.prepare()); }
 };
+
+TEST_F(UserSetupDialogueTest, ANewNameIsProposedFromTheClockItIsGiven) {
+    auto& setups = memories.userSetups;
+    setups.UserSetupAddNew = true;
+    EXPECT_EQ(dialogue.proposeNew(), std::nullopt);
+    EXPECT_STREQ(setups.UserSetupSave.data(), "261115_1412");
+    EXPECT_FALSE(setups.UserSetupAddNew);
+    EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupAddNewChanged, VarUserSetupSaveChanged));
+    wallTime += 24 * 60 * 60 + 60;
+    setups.UserSetupAddNew = true;
+    EXPECT_EQ(dialogue.proposeNew(), std::nullopt);
+    EXPECT_STREQ(setups.UserSetupSave.data(), "261116_1413");
+}
 
 TEST_F(UserSetupDialogueTest, ARefusedRequestIsAReasonAndLogsNothing) {
     auto& setups = gen::memUserSetups();
