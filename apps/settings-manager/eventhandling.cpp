@@ -15,7 +15,7 @@ namespace {
 // The user-setup requests: the event whose flag asks for one, and its handler.
 struct UserSetupRequest {
     EventId event;
-    UserSetups::Refusal (UserSetups::*serve)();
+    Result<void> (UserSetups::*serve)();
 };
 
 constexpr UserSetupRequest USER_SETUP_REQUESTS[] = {
@@ -46,8 +46,8 @@ void SettingsManager::dispatch(const Notify& notification) {
     }
     for (const UserSetupRequest& request : USER_SETUP_REQUESTS) {
         if (request.event == notification.id) {
-            if (const UserSetups::Refusal refusal = (userSetups.*request.serve)()) {
-                refuse(notification.id, refusal->c_str());
+            if (const Result<void> served = (userSetups.*request.serve)(); !served) {
+                refuse(notification.id, served.error().text.c_str());
             }
             return;
         }

@@ -60,10 +60,9 @@ int main(int argc, char* argv[]) {
     if (action != CommandLine::Run) {
         return action == CommandLine::Done ? EXIT_SUCCESS : CommandLine::USAGE_ERROR;
     }
-    std::string error;
     InstanceLock lock(LOCK_FILE);
-    if (!lock.take(error)) {
-        std::fprintf(stderr, "settings-manager: %s\n", error.c_str());
+    if (const Result<void> taken = lock.take(); !taken) {
+        std::fprintf(stderr, "settings-manager: %s\n", taken.error().text.c_str());
         return EXIT_FAILURE;
     }
     run();

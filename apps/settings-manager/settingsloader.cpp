@@ -120,7 +120,7 @@ bool SettingsLoader::load(const std::string& fileName, bool storeAfterLoad) {
 // does not parse.
 std::optional<SettingsLoader::Results> SettingsLoader::applyFile(const std::string& fileName,
                                                                  bool& stored) {
-    const std::optional<std::string> text = folder.readText(fileName);
+    const Result<std::string> text = folder.readText(fileName);
     if (!text) {
         setFlag(broker, memories.deviceState.FileNotFound, VarFileNotFoundChanged, true);
         LOG(Error, "Could not open settings file: %s", fileName.c_str());
@@ -172,7 +172,7 @@ SettingsLoader::Results SettingsLoader::loadCurrentDocument(bool& recovered) {
 // Applies the settings file when it is a complete document; nothing, with the
 // reason logged, when it is not (nothing is applied then).
 std::optional<SettingsLoader::Results> SettingsLoader::loadsWhole(const std::string& fileName) {
-    const std::optional<std::string> text = folder.readText(fileName);
+    const Result<std::string> text = folder.readText(fileName);
     if (!text) {
         LOG(Error, "Could not read settings file: %s", fileName.c_str());
         return std::nullopt;
@@ -241,7 +241,7 @@ SettingsLoader::Results SettingsLoader::readDamaged(bool currentDamaged) {
 
 void SettingsLoader::readLinesOf(const std::string& fileName,
                                  std::vector<Json::Item>& items) const {
-    const std::optional<std::string> text = folder.readText(fileName);
+    const Result<std::string> text = folder.readText(fileName);
     if (!text) {
         return;
     }

@@ -60,7 +60,7 @@ ServerConnection& SettingsManager::createAndInitMemories() {
 bool SettingsManager::init() {
     productInfo.readHardwareIdentity();
     productInfo.readSoftwareIdentity();
-    const bool result = folder.prepare();
+    const bool result = folder.prepare().ok();
     if (!result) {
         LOG(Error, "Could not create the settings folder.");
     } else {

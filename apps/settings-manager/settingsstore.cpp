@@ -70,8 +70,8 @@ std::stringstream SettingsStore::document(const uint8_t* record) const {
 bool SettingsStore::store(const char* name) {
     const std::string fileName = std::string(name) + Constants::SETUPS_EXTENSION;
     const bool current = fileName == SettingsFolder::currentFileName();
-    const std::optional<std::string> path = folder.pathOf(fileName);
-    std::string error = "the name does not stay inside the settings folder";
+    const Result<std::string> path = folder.pathOf(fileName);
+    Result<void> written = path ? Result<void>() : path.error();
     std::string document;
     if (path) {
         document = currentValues().str();
@@ -85,9 +85,9 @@ bool SettingsStore::store(const char* name) {
             }
             keepBackup();
         }
-        error = AtomicFile::write(*path, document);
+        written = AtomicFile::write(*path, document);
     }
-    if (error.empty()) {
+    if (written) {
         if (current) {
             currentSaveError.clear();
             // Without an identity the file is read again before the next
@@ -98,6 +98,7 @@ bool SettingsStore::store(const char* name) {
         }
         return true;
     }
+    const std::string& error = written.error().text;
     if (!current || error != currentSaveError) {
         LOG(Error, "Could not save %s: %s", fileName.c_str(), error.c_str());
     }
@@ -132,8 +133,10 @@ std::optional<SettingsStore::FileIdentity> SettingsStore::identityOf(const std::
 }
 
 void SettingsStore::readCurrentFile() {
+    Result<std::string> content = folder.readFile(SettingsFolder::currentFileName());
     currentFile = {true, identityOf(folder.currentPath()),
-                   folder.readFile(SettingsFolder::currentFileName()), std::nullopt};
+                   content ? std::optional<std::string>(std::move(*content)) : std::nullopt,
+                   std::nullopt};
 }
 
 // The remembered file is read again when it is no longer what was remembered
@@ -161,8 +164,8 @@ void SettingsStore::keepBackup() {
     if (!*currentFile.complete) {
         return;
     }
-    const std::string error = AtomicFile::linkOver(folder.currentPath(), folder.backupPath());
-    if (!error.empty()) {
-        LOG(Warn, "Could not keep a backup of the settings: %s", error.c_str());
+    const Result<void> linked = AtomicFile::linkOver(folder.currentPath(), folder.backupPath());
+    if (!linked) {
+        LOG(Warn, "Could not keep a backup of the settings: %s", linked.error().text.c_str());
     }
 }

@@ -12,6 +12,7 @@
 #include "brokerdouble.h"
 #include "collaborators.h"
 #include "productinfo.h"
+#include "resulttext.h"
 #include "serverconnection.h"
 #include "settingsfolder.h"
 #include "settingsloader.h"
@@ -39,6 +40,7 @@ bool exists(const std::string& path);
 // Takes the service's connection on the broker double's side, collecting what
 // the service posts in the background; throws when none comes within 10 s.
 void acceptService(BrokerDouble& broker);
+using testsupport::errorText;
 // The ids of the records, in order.
 std::vector<EventId> ids(const std::vector<Notify>& records);
 // The value of a MemPersistent variable as text.
