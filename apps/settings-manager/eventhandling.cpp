@@ -6,8 +6,8 @@
 #include "settingsmanager.h"
 
 #include "flagvariable.h"
-#include "log.h"
-#include "records.h"
+#include "settings-service/log.h"
+#include "settings-service/records.h"
 
 #include <exception>
 

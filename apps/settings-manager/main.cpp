@@ -22,7 +22,7 @@
 //   and ends with status 1, so that the init system notices and restarts it.
 #include "commandline.h"
 #include "instancelock.h"
-#include "log.h"
+#include "settings-service/log.h"
 #include "settingsmanager.h"
 
 #include <cstdio>

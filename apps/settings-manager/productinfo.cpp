@@ -3,9 +3,9 @@
 #include "constants.h"
 #include "filetext.h"
 #include "hwinfo.h"
-#include "log.h"
-#include "records.h"
-#include "setters.h"
+#include "settings-service/log.h"
+#include "settings-service/records.h"
+#include "settings-service/setters.h"
 
 #include <exception>
 #include <memory>

@@ -47,9 +47,9 @@
 //   otherwise.  It is the same text that building it at start gave.
 #pragma once
 
-#include "json.h"
 #include "keptsettings.h"
 #include "migration.h"
+#include "settings-service/json.h"
 
 #include <cstdint>
 #include <functional>

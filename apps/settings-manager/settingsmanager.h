@@ -58,10 +58,10 @@
 #pragma once
 
 #include "filefoldermonitor.h"
-#include "notify.h"
 #include "oncepersecond.h"
 #include "productinfo.h"
-#include "serverconnection.h"
+#include "settings-service/notify.h"
+#include "settings-service/serverconnection.h"
 #include "settingsfolder.h"
 #include "settingsloader.h"
 #include "settingsstore.h"

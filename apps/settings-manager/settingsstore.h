@@ -51,7 +51,7 @@
 #pragma once
 
 #include "keptsettings.h"
-#include "notify.h"
+#include "settings-service/notify.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "brokerendpoint.h"
 
-#include "brokerprotocol.h"
+#include "settings-service/brokerprotocol.h"
 
 #include <cerrno>
 #include <cstring>

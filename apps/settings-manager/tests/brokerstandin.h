@@ -7,7 +7,7 @@
 #pragma once
 
 #include "brokerendpoint.h"
-#include "notify.h"
+#include "settings-service/notify.h"
 
 #include <condition_variable>
 #include <mutex>

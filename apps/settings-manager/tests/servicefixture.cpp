@@ -1,6 +1,6 @@
 #include "servicefixture.h"
 
-#include "introspection.h"
+#include "settings-service/introspection.h"
 
 #include <csignal>
 #include <filesystem>

@@ -2,8 +2,8 @@
 // it listens on the broker's socket and makes its readiness semaphore, then
 // waits for SIGTERM.  With DEVROOT_FAKE_BROKER set to "nosocket" it makes
 // neither.
-#include "brokerprotocol.h"
-#include "log.h"
+#include "settings-service/brokerprotocol.h"
+#include "settings-service/log.h"
 
 #include <csignal>
 #include <cstdlib>
