@@ -10,10 +10,10 @@
 //       build/native/benchmarks/values_benchmark
 // (one command line)
 #include "brokerdouble.h"
-#include "catalogue.h"
-#include "introspection.h"
-#include "json.h"
-#include "memories.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
+#include "settings-service/json.h"
+#include "settings-service/memories.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,9 +1,9 @@
 #include "valuecheck.h"
 
-#include "catalogue.h"
-#include "introspection.h"
-#include "introspection_enum.h"
-#include "json.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
+#include "settings-service/introspection_enum.h"
+#include "settings-service/json.h"
 #include "variableinfo.h"
 
 #include <algorithm>

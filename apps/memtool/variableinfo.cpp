@@ -1,10 +1,10 @@
 #include "variableinfo.h"
 
-#include "catalogue.h"
-#include "introspection.h"
-#include "introspection_enum.h"
-#include "memories.h"
-#include "setters.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
+#include "settings-service/introspection_enum.h"
+#include "settings-service/memories.h"
+#include "settings-service/setters.h"
 
 #include <cstring>
 #include <map>

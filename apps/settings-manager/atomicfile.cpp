@@ -1,7 +1,7 @@
 #include "atomicfile.h"
 
-#include "log.h"
 #include "ownership.h"
+#include "settings-service/log.h"
 #include "writefully.h"
 
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "collaborators.h"
 
-#include "introspection.h"
+#include "settings-service/introspection.h"
 
 ServiceMemories ServiceMemories::ofProcess() {
     return ServiceMemories{gen::memPersistent(), gen::memStatic(),

@@ -15,7 +15,7 @@
 // the tests.
 #pragma once
 
-#include "records.h"
+#include "settings-service/records.h"
 
 #include <chrono>
 #include <cstdint>

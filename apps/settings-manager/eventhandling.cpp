@@ -6,7 +6,7 @@
 #include "settingsmanager.h"
 
 #include "flagvariable.h"
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <exception>
 

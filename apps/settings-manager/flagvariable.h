@@ -2,8 +2,8 @@
 // event posted on `broker` only when the value differs from what is stored.
 #pragma once
 
-#include "notify.h"
-#include "serverconnection.h"
+#include "settings-service/notify.h"
+#include "settings-service/serverconnection.h"
 
 inline void setFlag(ServerConnection& broker, bool& flag, EventId event, bool value) {
     if (flag == value) {

@@ -3,9 +3,9 @@
 #include "atomicfile.h"
 #include "documentformat.h"
 #include "documenttext.h"
-#include "introspection.h"
-#include "log.h"
 #include "migration.h"
+#include "settings-service/introspection.h"
+#include "settings-service/log.h"
 #include "settingsfolder.h"
 
 #include <algorithm>

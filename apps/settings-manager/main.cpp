@@ -22,9 +22,9 @@
 //   and ends with status 1, so that the init system notices and restarts it.
 #include "collaborators.h"
 #include "commandline.h"
-#include "eventpoll.h"
 #include "instancelock.h"
-#include "log.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
 #include "settingsmanager.h"
 
 #include <cstdio>

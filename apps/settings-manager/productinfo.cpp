@@ -3,8 +3,8 @@
 #include "constants.h"
 #include "filetext.h"
 #include "hwinfo.h"
-#include "log.h"
-#include "setters.h"
+#include "settings-service/log.h"
+#include "settings-service/setters.h"
 
 #include <exception>
 #include <memory>

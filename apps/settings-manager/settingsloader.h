@@ -48,10 +48,10 @@
 #pragma once
 
 #include "collaborators.h"
-#include "json.h"
 #include "keptsettings.h"
 #include "migration.h"
-#include "serverconnection.h"
+#include "settings-service/json.h"
+#include "settings-service/serverconnection.h"
 
 #include <cstdint>
 #include <functional>

@@ -3,12 +3,12 @@
 #include "settingsmanager.h"
 
 #include "constants.h"
-#include "eventpoll.h"
-#include "introspection.h"
-#include "log.h"
-#include "memories.h"
 #include "readiness.h"
-#include "records.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/introspection.h"
+#include "settings-service/log.h"
+#include "settings-service/memories.h"
+#include "settings-service/records.h"
 #include "signalbyname.h"
 
 #include <csignal>

@@ -63,12 +63,12 @@
 #pragma once
 
 #include "collaborators.h"
-#include "eventpoll.h"
 #include "filefoldermonitor.h"
-#include "notify.h"
 #include "oncepersecond.h"
 #include "productinfo.h"
-#include "serverconnection.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/notify.h"
+#include "settings-service/serverconnection.h"
 #include "settingsfolder.h"
 #include "settingsloader.h"
 #include "settingsstore.h"

@@ -4,9 +4,10 @@
 #include "constants.h"
 #include "documentformat.h"
 #include "documenttext.h"
-#include "introspection.h"
-#include "log.h"
 #include "productinfo.h"
+#include "settings-service/introspection.h"
+#include "settings-service/log.h"
+#include "settings-service/memories.h"
 #include "settingsfolder.h"
 
 #include <optional>

@@ -52,7 +52,7 @@
 
 #include "collaborators.h"
 #include "keptsettings.h"
-#include "notify.h"
+#include "settings-service/notify.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,9 +1,9 @@
 #include "usersetups.h"
 
 #include "flagvariable.h"
-#include "log.h"
-#include "records.h"
-#include "setters.h"
+#include "settings-service/log.h"
+#include "settings-service/records.h"
+#include "settings-service/setters.h"
 #include "settingsfolder.h"
 #include "settingsloader.h"
 #include "settingsstore.h"

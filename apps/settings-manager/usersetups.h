@@ -27,7 +27,7 @@
 #include "collaborators.h"
 #include "filebrowsernavigator.h"
 #include "result.h"
-#include "serverconnection.h"
+#include "settings-service/serverconnection.h"
 
 #include <array>
 #include <cstddef>

@@ -1,12 +1,12 @@
 // gen::init and its memory part against the device root's own /dev/shm.
 #include "brokerdouble.h"
-#include "catalogue.h"
 #include "child.h"
-#include "eventid.h"
-#include "log.h"
 #include "logline.h"
-#include "memories.h"
-#include "serverconnection.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/eventid.h"
+#include "settings-service/log.h"
+#include "settings-service/memories.h"
+#include "settings-service/serverconnection.h"
 
 #include <cstdio>
 #include <cstring>

@@ -1,6 +1,6 @@
 #include "brokerdouble.h"
 
-#include "brokerprotocol.h"
+#include "settings-service/brokerprotocol.h"
 
 #include <gtest/gtest.h>
 

@@ -15,7 +15,7 @@
 // Set-up failures throw std::runtime_error.
 #pragma once
 
-#include "notify.h"
+#include "settings-service/notify.h"
 
 #include <chrono>
 #include <condition_variable>

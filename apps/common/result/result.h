@@ -19,7 +19,7 @@
 //   error: it throws std::logic_error.
 #pragma once
 
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <optional>
 #include <source_location>

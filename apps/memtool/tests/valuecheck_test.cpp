@@ -2,7 +2,7 @@
 // exactly as written, and why everything else is refused.
 #include "valuecheck.h"
 
-#include "introspection.h"
+#include "settings-service/introspection.h"
 
 #include <gtest/gtest.h>
 

@@ -16,12 +16,12 @@
 // Both depend on the memory's bytes only, so a state met before is not
 // checked again.
 #include "brokerdouble.h"
-#include "brokerprotocol.h"
 #include "documenttext.h"
-#include "introspection.h"
-#include "memories.h"
-#include "records.h"
-#include "serverconnection.h"
+#include "settings-service/brokerprotocol.h"
+#include "settings-service/introspection.h"
+#include "settings-service/memories.h"
+#include "settings-service/records.h"
+#include "settings-service/serverconnection.h"
 #include "settingsmanager.h"
 
 #include <cstddef>

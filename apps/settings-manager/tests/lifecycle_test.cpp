@@ -1,12 +1,12 @@
 // The service's lifecycle: construction, start-up with its folder and
 // readiness signal, the once-a-second save of the loop and its retries, the
 // folder monitor's callback, and shutdown.
-#include "eventpoll.h"
 #include "kmsgcapture.h"
 #include "logline.h"
-#include "memories.h"
-#include "records.h"
 #include "servicefixture.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/memories.h"
+#include "settings-service/records.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,12 +1,12 @@
 // Loading settings documents into MemPersistent: the unsubscribe/subscribe
 // bracket, skipped keys, range checks, setter errors, parse errors, struct
 // arrays, missing files, the defaults and the factory reset.
-#include "introspection.h"
 #include "kmsgcapture.h"
 #include "logline.h"
 #include "productinfo.h"
-#include "records.h"
 #include "servicefixture.h"
+#include "settings-service/introspection.h"
+#include "settings-service/records.h"
 #include "settingsfolder.h"
 #include "settingsloader.h"
 #include "settingsstore.h"

@@ -6,8 +6,8 @@
 #include "kmsgcapture.h"
 #include "logline.h"
 #include "productinfo.h"
-#include "records.h"
 #include "servicefixture.h"
+#include "settings-service/records.h"
 
 #include <unistd.h>
 

@@ -1,9 +1,9 @@
 #include "servicefixture.h"
 
-#include "introspection.h"
-#include "log.h"
-#include "memories.h"
-#include "records.h"
+#include "settings-service/introspection.h"
+#include "settings-service/log.h"
+#include "settings-service/memories.h"
+#include "settings-service/records.h"
 
 #include <csignal>
 #include <filesystem>

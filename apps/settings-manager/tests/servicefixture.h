@@ -13,7 +13,7 @@
 #include "collaborators.h"
 #include "productinfo.h"
 #include "resulttext.h"
-#include "serverconnection.h"
+#include "settings-service/serverconnection.h"
 #include "settingsfolder.h"
 #include "settingsloader.h"
 #include "settingsmanager.h"

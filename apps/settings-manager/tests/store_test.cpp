@@ -1,11 +1,11 @@
 // Change tracking and the settings document: addUpdate, the document's exact
 // form, and writing files.
-#include "introspection.h"
 #include "kmsgcapture.h"
 #include "logline.h"
 #include "productinfo.h"
-#include "records.h"
 #include "servicefixture.h"
+#include "settings-service/introspection.h"
+#include "settings-service/records.h"
 #include "settingsfolder.h"
 #include "settingsstore.h"
 

@@ -1,10 +1,10 @@
 // User setups: the list in MemUserSetups and the dialogue's requests.
-#include "introspection.h"
 #include "kmsgcapture.h"
 #include "logline.h"
 #include "productinfo.h"
-#include "records.h"
 #include "servicefixture.h"
+#include "settings-service/introspection.h"
+#include "settings-service/records.h"
 #include "settingsfolder.h"
 #include "settingsloader.h"
 #include "settingsstore.h"

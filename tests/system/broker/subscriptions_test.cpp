@@ -2,9 +2,9 @@
 // sequence a broker receives, and their effect in a running broker.
 #include "brokerdouble.h"
 #include "brokerprocess.h"
-#include "log.h"
 #include "rawclient.h"
-#include "serverconnection.h"
+#include "settings-service/log.h"
+#include "settings-service/serverconnection.h"
 
 #include <gtest/gtest.h>
 

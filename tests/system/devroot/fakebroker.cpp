@@ -3,7 +3,7 @@
 // readiness semaphore, then the process waits for SIGTERM.  With
 // DEVROOT_FAKE_BROKER set to "nosocket" it makes neither.
 #include "brokerdouble.h"
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <csignal>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 // The broker connection against a peer played by the test: the test listens
 // on the broker's socket and owns the readiness semaphore, so the bytes on the
 // wire and the system calls (recorded by syscallspy) can be checked exactly.
-#include "serverconnection.h"
+#include "settings-service/serverconnection.h"
 
 #include "brokerdouble.h"
 #include "kmsgcapture.h"

@@ -1,7 +1,7 @@
 #include "catalogueenvironment.h"
 
-#include "memories.h"
-#include "serverconnection.h"
+#include "settings-service/memories.h"
+#include "settings-service/serverconnection.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 #include "connectedmemories.h"
 
-#include "eventpoll.h"
-#include "memories.h"
-#include "serverconnection.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/memories.h"
+#include "settings-service/serverconnection.h"
 
 void ConnectedMemories::SetUpTestSuite() {
     gen::initMemories();

@@ -39,9 +39,9 @@
 //   bounds.
 #pragma once
 
-#include "brokerprotocol.h"
-#include "eventpoll.h"
-#include "notify.h"
+#include "settings-service/brokerprotocol.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/notify.h"
 
 #include <cstddef>
 #include <semaphore.h>
