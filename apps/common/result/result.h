@@ -4,9 +4,8 @@
 // The project's own classes and helpers return a Result instead of an empty
 // string for success, a bool with an out-parameter or an optional; they log
 // nothing about their own failure.  The caller that decides what a failure
-// means (the dispatch of a request, main) logs it, with LOG_FOUND, at the
-// place where the error was found: the location field of the line is the one
-// a log call at that place would have written.
+// means (the dispatch of a request, main) logs or prints it.  The error keeps
+// where it was found (source file and line).
 //
 // Interfaces whose failure form is fixed for the device's other programs keep
 // theirs: the converters' error texts, checkMinMax's out-parameter,
@@ -18,8 +17,6 @@
 // - Reading the value of an error, or the error of a value, is a programming
 //   error: it throws std::logic_error.
 #pragma once
-
-#include "settings-service/log.h"
 
 #include <optional>
 #include <source_location>
@@ -88,7 +85,3 @@ public:
 private:
     std::optional<Error> failed;
 };
-
-// A log line of the calling component at the place where `error` was found.
-#define LOG_FOUND(level, error, ...)                                                               \
-    logMessage(gComponentLogLevel, gen::level, (error).file, (error).line, __VA_ARGS__)
