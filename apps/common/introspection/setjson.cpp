@@ -3,17 +3,19 @@
 #include "catalogue.h"
 #include "introspection.h"
 #include "serverconnection.h"
+#include "valuecodec.h"
 
-#include <algorithm>
 #include <cstring>
-#include <exception>
 
 namespace {
 
-// Applies members to one struct element, collecting problems and noting
-// whether any stored byte changed.
-class StructWriter {
+// Walks the members of one struct element as setJson applies them: storing
+// each member value (noting whether any stored byte changed), or only checking
+// it by the strict rules; problems are collected either way.
+class StructWalk {
 public:
+    explicit StructWalk(bool storing) : storing(storing) {}
+
     std::string errors;
     bool changed = false;
 
@@ -26,14 +28,21 @@ public:
             if (member == nullptr) {
                 fail(path, "not a member of " + typeName);
             } else if (member->arrayLength > 0) {
-                applyArray(element + member->offset, *member, value, path);
+                applyArray(at(element, member->offset), *member, value, path);
             } else {
-                applyValue(element + member->offset, *member, value, path);
+                applyValue(at(element, member->offset), *member, value, path);
             }
         }
     }
 
 private:
+    const bool storing;
+
+    // The address of the bytes `offset` after `start`; a check has none.
+    uint8_t* at(uint8_t* start, uint32_t offset) const {
+        return storing ? start + offset : nullptr;
+    }
+
     static const StructInfo* findMember(const std::vector<StructInfo>& layout,
                                         const std::string& name) {
         for (const StructInfo& member : layout) {
@@ -55,14 +64,16 @@ private:
                     const std::string& path) {
         Json elements;
         if (!value.isObject || value.value.front() != '[' || !elements.parse(value.value)) {
-            fail(path, "Can't convert " + value.value + " to an array of " + member.typeName);
+            fail(path, storing
+                           ? "Can't convert " + value.value + " to an array of " + member.typeName
+                           : "not an array of " + member.typeName);
             return;
         }
         if (elements.items.size() > member.arrayLength) {
             fail(path, "more than " + std::to_string(member.arrayLength) + " elements");
         }
         for (uint32_t k = 0; k < elements.items.size() && k < member.arrayLength; ++k) {
-            applyValue(first + k * member.elementSize, member, elements.items[k].second,
+            applyValue(at(first, k * member.elementSize), member, elements.items[k].second,
                        path + "[" + std::to_string(k) + "]");
         }
     }
@@ -95,79 +106,33 @@ private:
         Json object;
         if (type == nullptr || !value.isObject || value.value.front() != '{' ||
             !object.parse(value.value)) {
-            fail(path, "Can't convert " + value.value + " to " + member.typeName);
+            fail(path, storing ? "Can't convert " + value.value + " to " + member.typeName
+                               : "not an object of " + member.typeName);
             return;
         }
         applyMembers(address, *type->members, member.typeName, object.items, path + ".");
     }
 
-    void store(uint8_t* address, const void* bytes, size_t size) {
-        if (std::memcmp(address, bytes, size) != 0) {
-            std::memcpy(address, bytes, size);
-            changed = true;
-        }
-    }
-
     void applyScalar(uint8_t* address, const StructInfo& member, const std::string& text,
                      const std::string& path) {
-        switch (member.baseType) {
-        case BaseInt:
-            try {
-                const int32_t number = std::stoi(text, nullptr, 0);
-                store(address, &number, sizeof number);
-            } catch (const std::exception&) {
-                fail(path, "Can't convert " + text + " to int");
-            }
-            return;
-        case BaseFloat:
-            try {
-                const float number = std::stof(text);
-                store(address, &number, sizeof number);
-            } catch (const std::exception&) {
-                fail(path, "Can't convert " + text + " to float");
-            }
-            return;
-        case BaseBool:
-            if (text != "true" && text != "false") {
-                fail(path, "Value has to be 'true' or 'false'");
-                return;
-            }
-            store(address, text == "true" ? "\1" : "\0", 1);
-            return;
-        case BaseString:
-            storeString(address, member.elementSize, text);
-            return;
-        case BaseEnum:
-            storeEnum(address, member.typeName, text, path);
-            return;
-        default:
+        const std::optional<ElementType> type = ValueCodec::memberType(member);
+        if (!type) {
             fail(path, "no conversion for type " + member.typeName);
-        }
-    }
-
-    void storeString(uint8_t* address, uint32_t capacity, const std::string& text) {
-        if (capacity == 0) {
             return;
         }
-        const size_t length = std::min<size_t>(std::strlen(text.c_str()), capacity - 1);
-        if (std::strncmp(reinterpret_cast<const char*>(address), text.c_str(), length) != 0 ||
-            address[length] != '\0') {
-            std::memcpy(address, text.data(), length);
-            address[length] = '\0';
+        if (!storing) {
+            if (const std::string reason = ValueCodec::refusal(*type, text); !reason.empty()) {
+                fail(path, reason);
+            }
+            return;
+        }
+        const ValueCodec::Reading reading = ValueCodec::read(*type, text);
+        if (!reading.error.empty()) {
+            fail(path, reading.error);
+        } else if (std::memcmp(address, reading.bytes.data(), reading.bytes.size()) != 0) {
+            std::memcpy(address, reading.bytes.data(), reading.bytes.size());
             changed = true;
         }
-    }
-
-    void storeEnum(uint8_t* address, const std::string& enumName, const std::string& text,
-                   const std::string& path) {
-        const EnumInfo& info = Catalogue::enumNamed(enumName.c_str());
-        for (uint32_t entry = 0; entry < info.entryCount; ++entry) {
-            if (text == info.entries[entry]) {
-                store(address, &entry, sizeof entry);
-                return;
-            }
-        }
-        fail(path, text + " is not part of enum " + enumName);
     }
 };
 
@@ -184,11 +149,17 @@ std::string setJson(uint8_t* base, uint32_t memory, uint32_t variable, Notify no
         return "Element " + std::to_string(notify.index) + " exceeds the array length " +
                std::to_string(length);
     }
-    StructWriter writer;
+    StructWalk writer(true);
     writer.applyMembers(base + entry.offset + notify.index * entry.elementSize,
                         *entry.structMembers, entry.typeName, members, "");
     if (writer.changed) {
         postEvent(notify);
     }
     return writer.errors;
+}
+
+std::string checkJson(const StructTypeInfo& type, const std::vector<Json::Item>& members) {
+    StructWalk check(false);
+    check.applyMembers(nullptr, *type.members, type.name, members, "");
+    return check.errors;
 }

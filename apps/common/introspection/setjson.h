@@ -26,6 +26,7 @@
 //   stored byte changed; a call that changes nothing posts nothing.
 #pragma once
 
+#include "catalogue.h"
 #include "json.h"
 #include "notify.h"
 
@@ -35,3 +36,10 @@
 
 std::string setJson(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                     const std::vector<Json::Item>& members);
+
+// Checks the members as setJson would apply them to an element of struct
+// `type`, storing nothing, by the strict rules of valuecodec.h; the problems
+// as "<member path>: <reason>" joined by "; ", empty when every member would be
+// stored as written.  A value where an array or a struct belongs reads "not
+// an array of <Type>" or "not an object of <Type>".
+std::string checkJson(const StructTypeInfo& type, const std::vector<Json::Item>& members);
