@@ -31,13 +31,15 @@ class Unreadable(ValueError):
 
 def float32(value):
     """The float that std::stof gives for the exact number `value` (a Fraction, int or float):
-    rounded to 24 significant bits, ties to even. Unreadable where std::stof fails: a number
-    beyond the largest float, or one that is still below the smallest normal float once rounded
-    (it would be stored denormal)."""
+    rounded to 24 significant bits, ties to even. Unreadable where std::stof fails on the device:
+    a number beyond the largest float once rounded, or one below the smallest normal float (the
+    device's 32-bit ARM core finds a number tiny before rounding; x86-64 reads a hair more)."""
     exact = Fraction(value)
     if exact == 0:
         return float(value) if isinstance(value, float) else 0.0
     magnitude = abs(exact)
+    if magnitude < FLOAT_MIN:
+        raise Unreadable("below the smallest normal float")
     exponent = magnitude.numerator.bit_length() - magnitude.denominator.bit_length()
     if Fraction(2) ** exponent > magnitude:
         exponent -= 1
@@ -45,8 +47,6 @@ def float32(value):
     rounded = round(magnitude / quantum) * quantum
     if rounded > FLOAT_MAX:
         raise Unreadable("beyond the largest float")
-    if rounded < FLOAT_MIN:
-        raise Unreadable("below the smallest normal float")
     return float(rounded) if exact > 0 else -float(rounded)
 
 

@@ -19,10 +19,13 @@ namespace ValueCodec {
 
 namespace {
 
-// The texts of the range check's limits where a variable states no bound.
+// The texts of the range check's limits where a variable states no bound.  The
+// smallest normal float is written just above its exact value: std::stof on
+// the device's core (which finds a number tiny before rounding) refuses
+// "1.17549435e-38", which lies a hair below it.
 constexpr const char* INT_LOWEST = "-2147483648";
 constexpr const char* INT_HIGHEST = "2147483647";
-constexpr const char* FLOAT_LOWEST = "1.17549435e-38";
+constexpr const char* FLOAT_LOWEST = "1.175494351e-38";
 constexpr const char* FLOAT_HIGHEST = "3.40282347e+38";
 
 std::optional<unsigned> hexDigit(char c) {

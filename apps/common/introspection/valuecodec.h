@@ -48,9 +48,17 @@
 // defaults; gen/generator/values.py); tests/valuecodec_cases.json holds the
 // cases that both implementations run.
 //
+// std::stof finds a number tiny (and refuses it) before rounding on the
+// device's 32-bit ARM core, after rounding on x86-64: a text a hair below the
+// smallest normal float reads on the host only.  The generator takes the
+// device's rule.
+//
 // Choices made here:
 // - A clamped int is compared with its bounds as a 64-bit number; a text that
 //   is no 64-bit number is not clamped but kept aside.
+// - A float clamped to the lower limit of a variable with only a maximum is
+//   given as "1.175494351e-38", which every target reads as the smallest
+//   normal float ("1.17549435e-38" lies below it and fails on the device).
 #pragma once
 
 #include "catalogue.h"
@@ -129,8 +137,9 @@ std::string outsideRange(const std::string& minimum, const std::string& maximum,
                          const std::string& value);
 // The bound nearest to `value`, a number that the range check found outside:
 // the bound's text, or where the variable states none the type's limit
-// ("-2147483648", "2147483647", "1.17549435e-38", "3.40282347e+38").
-// Nothing for a float that is not a number or a text that is no number.
+// ("-2147483648", "2147483647", "1.175494351e-38", "3.40282347e+38"; each
+// reads back as the limit on every target).  Nothing for a float that is not
+// a number or a text that is no number.
 std::optional<std::string> nearestBound(uint32_t baseType, const char* minimum, const char* maximum,
                                         const std::string& value);
 
