@@ -87,14 +87,27 @@ class _Facts:
         if not condition:
             raise CheckError(fact, file, detail, self.snapshot)
 
-    def memory(self, name):
-        return self.snapshot.memories[name]
+    def recorded(self, table, name, what):
+        """The entry `name` of one of the snapshot's tables; CheckError when the release has
+        none, since a binding fact names it."""
+        if name not in table:
+            raise CheckError("release snapshot", self.snapshot.file,
+                             f"release {self.snapshot.version} has no {what} \"{name}\", which "
+                             "a binding fact names")
+        return table[name]
 
     def variables(self, memory_name):
-        return self.memory(memory_name)["variables"]
+        return self.recorded(self.snapshot.memories, memory_name, "memory")["variables"]
 
     def variable(self, memory_name, name):
-        return next(v for v in self.variables(memory_name) if v["name"] == name)
+        rows = {v["name"]: v for v in self.variables(memory_name)}
+        return self.recorded(rows, name, f"variable of {memory_name}")
+
+    def struct_members(self, name):
+        return self.recorded(self.snapshot.structs, name, "struct")["members"]
+
+    def enum_entries(self, name):
+        return self.recorded(self.snapshot.enums, name, "enum")["entries"]
 
 
 def _variable(model, facts, memory_name, name, fact):
@@ -191,7 +204,7 @@ def check_user_setups(model, facts):
         facts.expect(variable.count == row["count"], fact, memory.file,
                      f"{name} must have {row['count']} entries" if row["count"] is not None
                      else f"{name} must not be an array")
-    members = facts.snapshot.structs[USER_SETUP_FILES]["members"]
+    members = facts.struct_members(USER_SETUP_FILES)
     entry = model.struct(USER_SETUP_FILES)
     length = members[0]["capacity"]
     facts.expect(entry is not None and len(entry.members) == len(members) == 1
@@ -226,7 +239,7 @@ def check_app_log_levels(model, facts):
 def check_struct_examples(model, facts):
     fact = "example struct members"
     for struct_name in EXAMPLE_STRUCTS:
-        rows = facts.snapshot.structs[struct_name]["members"]
+        rows = facts.struct_members(struct_name)
         struct = model.struct(struct_name)
         facts.expect(struct is not None, fact, model.structs_file, f"there is no struct {struct_name}")
         names = [m.name for m in struct.members]
@@ -251,7 +264,7 @@ def check_enum_table(model, facts):
     facts.expect(len(have) == len(recorded), fact, model.enums_file,
                  f"{len(recorded)} enums, not {len(have)}")
     for name, count in ENUM_FIRST_ENTRIES.items():
-        first = facts.snapshot.enums[name]["entries"][:count]
+        first = facts.enum_entries(name)[:count]
         enum = model.enum(name)
         facts.expect(enum.entries[:count] == first, fact, enum.file,
                      f"{name} must start with {first}")

@@ -285,6 +285,16 @@ class DeviceFactsTest(unittest.TestCase):
                       "not 360 (the device's facts are those of release 1.10.0, "
                       f"{self.releases / '1.10.0.json'})", str(refusal.exception))
 
+    def test_a_release_without_what_a_binding_fact_names(self):
+        data = json.loads(json.dumps(self.recorded))
+        data["version"] = "1.1.0"
+        data["structs"] = [s for s in data["structs"] if s["name"] != "ScaleValues"]
+        (self.releases / "1.1.0.json").write_text(json.dumps(data))
+        with self.assertRaises(checks.CheckError) as refusal:
+            checks.run_all(self.model, checks.device_facts(self.work))
+        self.assertIn("binding fact \"release snapshot\" is broken: release 1.1.0 has no struct "
+                      "\"ScaleValues\", which a binding fact names", str(refusal.exception))
+
     def test_the_device_model_holds_the_facts_of_its_latest_release(self):
         checks.run_all(self.model, checks.device_facts())
 

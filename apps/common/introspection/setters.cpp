@@ -102,8 +102,9 @@ std::string setStringIntrospection(uint8_t* base, uint32_t memory, uint32_t vari
         return ValueCodec::cannotConvert(text, "string");
     }
     char* target = reinterpret_cast<char*>(base + entry.offset);
-    target[0] = '\0';
-    std::strncat(target, text, *capacity - 1);
+    const std::size_t length = ValueCodec::keptLength(text, static_cast<uint32_t>(*capacity));
+    std::memcpy(target, text, length);
+    target[length] = '\0';
     postEvent(notify);
     return "";
 }
