@@ -1,5 +1,6 @@
 // The struct setter: writes members of one element of a struct variable from
-// the (member name, value) items of the settings reader.
+// the (member name, value) items of the settings reader (the walk of
+// structwalk.h, whose values the value codec reads).
 //
 // The element is the one at base + offset + notify.index x element size.
 // Each item names a member of the struct.  Its value may be the member
@@ -26,7 +27,6 @@
 //   stored byte changed; a call that changes nothing posts nothing.
 #pragma once
 
-#include "catalogue.h"
 #include "json.h"
 #include "notify.h"
 
@@ -36,10 +36,3 @@
 
 std::string setJson(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                     const std::vector<Json::Item>& members);
-
-// Checks the members as setJson would apply them to an element of struct
-// `type`, storing nothing, by the strict rules of valuecodec.h; the problems
-// as "<member path>: <reason>" joined by "; ", empty when every member would be
-// stored as written.  A value where an array or a struct belongs reads "not
-// an array of <Type>" or "not an object of <Type>".
-std::string checkJson(const StructTypeInfo& type, const std::vector<Json::Item>& members);

@@ -1,19 +1,13 @@
 #include "valuecodec.h"
 
 #include "introspection.h"
-#include "json.h"
-#include "setjson.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cfloat>
 #include <climits>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <vector>
 
 namespace ValueCodec {
 
@@ -28,126 +22,8 @@ constexpr const char* INT_HIGHEST = "2147483647";
 constexpr const char* FLOAT_LOWEST = "1.175494351e-38";
 constexpr const char* FLOAT_HIGHEST = "3.40282347e+38";
 
-std::optional<unsigned> hexDigit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return std::nullopt;
-}
-
 template <typename T> std::string bytesOf(const T& value) {
     return std::string(reinterpret_cast<const char*>(&value), sizeof value);
-}
-
-std::string quoted(const std::string& text) {
-    return "\"" + text + "\"";
-}
-
-std::string partly(const std::string& text, size_t end) {
-    return "only " + quoted(text.substr(0, end)) + " of " + quoted(text) + " would be read";
-}
-
-std::string intRefusal(const std::string& text) {
-    size_t setterEnd = 0;
-    const std::optional<int32_t> setterValue = readInt(text, 0, &setterEnd);
-    if (!setterValue) {
-        return cannotConvert(text, "int");
-    }
-    if (setterEnd != text.size()) {
-        return partly(text, setterEnd);
-    }
-    size_t decimalEnd = 0;
-    const std::optional<int32_t> decimalValue = readInt(text, 10, &decimalEnd);
-    if (!decimalValue) {
-        decimalEnd = 0;
-    }
-    if (decimalEnd != text.size() || decimalValue != setterValue) {
-        return quoted(text) + " is not a decimal integer: the range check would read " +
-               (decimalEnd == 0 ? "nothing" : std::to_string(*decimalValue)) + " and the setter " +
-               std::to_string(*setterValue);
-    }
-    return "";
-}
-
-// The count of significant digits in a decimal number's mantissa.
-size_t significantDigits(const std::string& text) {
-    size_t count = 0;
-    for (char c : text.substr(0, text.find_first_of("eE"))) {
-        if (std::isdigit(static_cast<unsigned char>(c)) && (count > 0 || c != '0')) {
-            ++count;
-        }
-    }
-    return count;
-}
-
-std::string scientific(double value, size_t digits) {
-    char text[64];
-    std::snprintf(text, sizeof text, "%.*e", static_cast<int>(digits - 1), value);
-    return text;
-}
-
-std::string floatRefusal(const std::string& text) {
-    size_t end = 0;
-    const std::optional<float> value = readFloat(text, &end);
-    if (!value) {
-        return cannotConvert(text, "float");
-    }
-    if (end != text.size()) {
-        return partly(text, end);
-    }
-    const bool decimal = text.find_first_of("xXnNiI") == std::string::npos;
-    const size_t digits = significantDigits(text);
-    if (decimal && digits > 0 &&
-        scientific(*value, digits) != scientific(std::strtod(text.c_str(), nullptr), digits)) {
-        char stored[32];
-        std::snprintf(stored, sizeof stored, "%.9g", *value);
-        return "a float cannot hold " + quoted(text) + " exactly: it would be stored as " + stored;
-    }
-    return "";
-}
-
-std::string stringRefusal(const std::string& text, uint32_t capacity) {
-    if (text.find('\0') != std::string::npos) {
-        return "the text holds a NUL character, which would end it there";
-    }
-    if (text.size() + 1 > capacity) {
-        return "the text has " + std::to_string(text.size()) + " characters; at most " +
-               std::to_string(capacity == 0 ? 0 : capacity - 1) + " fit (capacity " +
-               std::to_string(capacity) + " bytes with the terminator)";
-    }
-    return "";
-}
-
-std::string bufferRefusal(const std::string& text, uint32_t bytes) {
-    if (!std::all_of(text.begin(), text.end(), [](char c) { return hexDigit(c).has_value(); })) {
-        return quoted(text) + " is not hexadecimal: a buffer takes two hex digits per byte";
-    }
-    if (text.size() % 2 != 0) {
-        return quoted(text) + " has an odd number of hex digits: a buffer takes two per byte";
-    }
-    if (text.size() > 2 * bytes) {
-        return "the buffer holds " + std::to_string(bytes) + " bytes (" +
-               std::to_string(2 * bytes) + " hex digits); the text has " +
-               std::to_string(text.size()) + " digits";
-    }
-    return "";
-}
-
-std::string structRefusal(const StructTypeInfo& type, const std::string& text) {
-    Json members;
-    if (!members.parse(text) || members.outerClose != '}') {
-        return "the value of a struct must be a JSON object" +
-               (members.errorPosition < 0
-                    ? std::string()
-                    : " (error at " + std::to_string(members.errorPosition) + ")");
-    }
-    return checkJson(type, members.items);
 }
 
 } // namespace
@@ -200,6 +76,19 @@ std::string bufferText(const uint8_t* bytes, unsigned length) {
         text[2 * i + 1] = DIGITS[bytes[i] & 0x0f];
     }
     return text;
+}
+
+std::optional<unsigned> hexDigit(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return std::nullopt;
 }
 
 std::string cannotConvert(const std::string& text, const char* type) {
@@ -393,47 +282,6 @@ std::optional<std::string> nearestBound(uint32_t baseType, const char* minimum, 
         return lowest;
     }
     return maximum ? maximum : FLOAT_HIGHEST;
-}
-
-std::string refusal(const ElementType& type, const std::string& text) {
-    switch (type.kind) {
-    case ValueKind::Int:
-        return intRefusal(text);
-    case ValueKind::Float:
-        return floatRefusal(text);
-    case ValueKind::Bool:
-        return readBool(text) ? "" : NOT_A_BOOL;
-    case ValueKind::String:
-        return stringRefusal(text, type.capacity);
-    case ValueKind::Buffer:
-        return bufferRefusal(text, type.capacity);
-    case ValueKind::Enum:
-        return readEnum(type.enumType->entries, type.enumType->entryCount, text)
-                   ? ""
-                   : notAnEntry(text, type.enumType->name);
-    case ValueKind::Struct:
-        break;
-    }
-    return structRefusal(*type.structType, text);
-}
-
-std::string refusal(uint32_t memory, uint32_t variable, const std::string& text) {
-    const VariableType& type = Introspection::typeOf(memory, variable);
-    if (type.readOnly) {
-        return std::string(Introspection::getVarName(memory, variable)) + " is read-only";
-    }
-    const ValueKind kind = type.element.kind;
-    if (kind != ValueKind::Buffer && kind != ValueKind::Struct) {
-        std::string error;
-        if (!Introspection::checkMinMax(memory, variable, text, error)) {
-            if (!error.empty()) {
-                return error.substr(0, error.find_last_not_of('\n') + 1);
-            }
-            return outsideRange(Introspection::getVarMin(memory, variable),
-                                Introspection::getVarMax(memory, variable), text);
-        }
-    }
-    return refusal(type.element, text);
 }
 
 } // namespace ValueCodec

@@ -62,12 +62,14 @@
 #pragma once
 
 #include "catalogue.h"
+#include "json.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace ValueCodec {
 
@@ -96,6 +98,8 @@ std::string cannotConvert(const std::string& text, const char* type);
 std::optional<bool> readBool(std::string_view text);
 // The index of the entry named `text`.
 std::optional<uint32_t> readEnum(const char* const* entries, uint32_t count, std::string_view text);
+// The value of a hexadecimal digit of either case; nothing for another character.
+std::optional<unsigned> hexDigit(char c);
 // "<text> is not part of enum <name>".
 std::string notAnEntry(std::string_view text, const char* enumName);
 // The characters of `text` that a string of `capacity` bytes keeps.
@@ -143,7 +147,7 @@ std::string outsideRange(const std::string& minimum, const std::string& maximum,
 std::optional<std::string> nearestBound(uint32_t baseType, const char* minimum, const char* maximum,
                                         const std::string& value);
 
-// ---- the strict check
+// ---- the strict check (valuerefusal.cpp)
 
 // Why `text` would not be stored exactly as written in an element of this
 // type, or "".
@@ -151,5 +155,10 @@ std::string refusal(const ElementType& type, const std::string& text);
 // Why `text` cannot be stored as written in the variable (in any of its
 // elements), or "": read-only, the range check, then the element's rules.
 std::string refusal(uint32_t memory, uint32_t variable, const std::string& text);
+// The problems of the members as setJson would apply them to an element of
+// struct `type` (structwalk.h), by the strict rules, "" when there are none.
+// A value where an array or a struct belongs reads "not an array of <Type>"
+// or "not an object of <Type>".
+std::string structRefusal(const StructTypeInfo& type, const std::vector<Json::Item>& members);
 
 } // namespace ValueCodec

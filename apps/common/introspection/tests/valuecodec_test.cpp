@@ -3,7 +3,6 @@
 // everything else is refused), the setters' reading, the clamps, and the table
 // of cases that the generator's own implementation of the rules runs too.
 #include "introspection.h"
-#include "setjson.h"
 #include "valuecodec.h"
 
 #include <gtest/gtest.h>
@@ -129,15 +128,17 @@ const StructTypeInfo& structNamed(const char* name) {
 
 TEST(StructCheck, ArraysAndNestedStructsAreCheckedLikeTheSetterAppliesThem) {
     const StructTypeInfo& table = structNamed("LensTable");
-    EXPECT_EQ(checkJson(table, {{"LensTableValueList", {"5", false}}}),
+    EXPECT_EQ(ValueCodec::structRefusal(table, {{"LensTableValueList", {"5", false}}}),
               "LensTableValueList: not an array of ScaleValues");
-    EXPECT_EQ(checkJson(table, {{"LensTableValueList", {"[7]", true}}}),
+    EXPECT_EQ(ValueCodec::structRefusal(table, {{"LensTableValueList", {"[7]", true}}}),
               "LensTableValueList[0]: not an object of ScaleValues");
-    EXPECT_EQ(checkJson(table, {{"LensTableValueList", {R"([{"EncoderValue": "0x10"}])", true}}}),
+    EXPECT_EQ(ValueCodec::structRefusal(
+                  table, {{"LensTableValueList", {R"([{"EncoderValue": "0x10"}])", true}}}),
               "LensTableValueList[0].EncoderValue: \"0x10\" is not a decimal integer: the range "
               "check would read 0 and the setter 16");
-    EXPECT_EQ(checkJson(table, {{"LensTableValueList", {R"([{"EncoderValue": 16}])", true}},
-                                {"TableActive", {"true", false}}}),
+    EXPECT_EQ(ValueCodec::structRefusal(
+                  table, {{"LensTableValueList", {R"([{"EncoderValue": 16}])", true}},
+                          {"TableActive", {"true", false}}}),
               "");
 }
 
