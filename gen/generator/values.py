@@ -30,30 +30,32 @@ class Unreadable(ValueError):
 
 
 def float32(value):
-    """The float that std::stof gives for the exact number `value` (a Fraction, int or float):
-    rounded to 24 significant bits, ties to even. Unreadable where std::stof fails on the device:
-    a number beyond the largest float once rounded, or one below the smallest normal float (the
-    device's 32-bit ARM core finds a number tiny before rounding; x86-64 reads a hair more)."""
+    """The float that the codec reads for the exact number `value` (a Fraction, int or float):
+    rounded once to the nearest float, ties to even, below the smallest normal float to the
+    denormals' spacing of 2**-149. Unreadable where the codec refuses the text: a number beyond
+    the largest float once rounded, or one whose nearest float is denormal or zero while the
+    number is not (a text a hair below the smallest normal float that rounds to it is read as
+    it, on every target)."""
     exact = Fraction(value)
     if exact == 0:
         return float(value) if isinstance(value, float) else 0.0
     magnitude = abs(exact)
-    if magnitude < FLOAT_MIN:
-        raise Unreadable("below the smallest normal float")
     exponent = magnitude.numerator.bit_length() - magnitude.denominator.bit_length()
     if Fraction(2) ** exponent > magnitude:
         exponent -= 1
-    quantum = Fraction(2) ** (exponent - 23)
+    quantum = Fraction(2) ** max(exponent - 23, -149)
     rounded = round(magnitude / quantum) * quantum
     if rounded > FLOAT_MAX:
         raise Unreadable("beyond the largest float")
+    if rounded < FLOAT_MIN and rounded != magnitude:
+        raise Unreadable("below the smallest normal float")
     return float(rounded) if exact > 0 else -float(rounded)
 
 
 def read_number(kind, text):
     """The number that the range check reads from a plain decimal text: an int as std::stoi reads
-    it in base 10, a float as std::stof. Unreadable for another form or a number outside the
-    type's values."""
+    it in base 10, a float as the codec reads it (float32). Unreadable for another form or a number
+    outside the type's values."""
     if kind == "int":
         if not _INT.match(text):
             raise Unreadable(f"\"{text}\" is not a decimal integer")

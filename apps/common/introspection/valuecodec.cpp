@@ -2,10 +2,12 @@
 
 #include "introspection.h"
 
+#include <cerrno>
 #include <cfloat>
 #include <climits>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 
@@ -14,9 +16,9 @@ namespace ValueCodec {
 namespace {
 
 // The texts of the range check's limits where a variable states no bound.  The
-// smallest normal float is written just above its exact value: std::stof on
-// the device's core (which finds a number tiny before rounding) refuses
-// "1.17549435e-38", which lies a hair below it.
+// smallest normal float is written just above its exact value, a text that
+// std::stof reads as it on every target (the device's core refuses
+// "1.17549435e-38", a hair below, finding it tiny before rounding).
 constexpr const char* INT_LOWEST = "-2147483648";
 constexpr const char* INT_HIGHEST = "2147483647";
 constexpr const char* FLOAT_LOWEST = "1.175494351e-38";
@@ -42,16 +44,20 @@ std::optional<int32_t> readInt(const std::string& text, int base, std::size_t* u
 }
 
 std::optional<float> readFloat(const std::string& text, std::size_t* used) {
-    try {
-        std::size_t end = 0;
-        const float value = std::stof(text, &end);
-        if (used != nullptr) {
-            *used = end;
-        }
-        return value;
-    } catch (const std::exception&) {
+    const char* start = text.c_str();
+    char* end = nullptr;
+    const int saved = errno;
+    errno = 0;
+    const float value = std::strtof(start, &end);
+    const bool outOfRange = errno == ERANGE;
+    errno = saved;
+    if (end == start || (outOfRange && !std::isnormal(value))) {
         return std::nullopt;
     }
+    if (used != nullptr) {
+        *used = static_cast<std::size_t>(end - start);
+    }
+    return value;
 }
 
 std::string intText(int32_t value) {

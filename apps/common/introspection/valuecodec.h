@@ -8,7 +8,8 @@
 // Reading, as the setters store a text:
 // - int: std::stoi with base detection ("0x20" is 32, "010" is 8), stopping
 //   at the first character that does not fit ("7abc" is 7); float:
-//   std::stof; either fails with "Can't convert <text> to int|float";
+//   std::stof, with one rule of range on every target (below); either fails
+//   with "Can't convert <text> to int|float";
 // - bool: exactly "true" or "false", else "Value has to be 'true' or 'false'";
 // - string: the text up to its first NUL, cut to the capacity less the
 //   terminator;
@@ -18,7 +19,7 @@
 // - enum: an entry name, exactly, else "<text> is not part of enum <Name>".
 //
 // The range check (Introspection::checkMinMax) reads an int in base 10 and a
-// float with std::stof, the bounds from the descriptor's texts; where a
+// float as the setters do, the bounds from the descriptor's texts; where a
 // variable states only one bound the other is the type's limit (an int's
 // -2147483648 or 2147483647, a float's largest value or, below, the smallest
 // positive normal float 1.17549435e-38: a float with only a maximum refuses
@@ -48,17 +49,25 @@
 // defaults; gen/generator/values.py); tests/valuecodec_cases.json holds the
 // cases that both implementations run.
 //
-// std::stof finds a number tiny (and refuses it) before rounding on the
-// device's 32-bit ARM core, after rounding on x86-64: a text a hair below the
-// smallest normal float reads on the host only.  The generator takes the
-// device's rule.
+// A float text is read into the nearest float (ties to even).  It is refused
+// when that float is infinite or denormal (or zero) while the text's number is
+// not: beyond the largest float, or too small for a normal float.  A text a
+// hair below the smallest normal float that rounds to it is read as it.  Bare
+// std::stof differs there between targets (the device's 32-bit ARM core finds
+// a number tiny before rounding and refuses "1.17549435e-38"; x86-64 decides
+// after rounding and reads it), so the codec decides by the rounded float
+// itself, and reads every text alike on every target.  The generator's
+// float32 (values.py) applies the same rule.
 //
 // Choices made here:
 // - A clamped int is compared with its bounds as a 64-bit number; a text that
 //   is no 64-bit number is not clamped but kept aside.
+// - A float text whose nearest float is the smallest normal float is read,
+//   also where the device's std::stof alone would refuse it (see above).
 // - A float clamped to the lower limit of a variable with only a maximum is
-//   given as "1.175494351e-38", which every target reads as the smallest
-//   normal float ("1.17549435e-38" lies below it and fails on the device).
+//   given as "1.175494351e-38", just above the smallest normal float: the
+//   codec and a bare std::stof read it as that float on every target, so the
+//   other programs that read the settings document read it too.
 #pragma once
 
 #include "catalogue.h"
@@ -79,7 +88,8 @@ namespace ValueCodec {
 // it); `used`, when given, counts the characters read.  Nothing where no
 // number stands or it exceeds 32 bits.
 std::optional<int32_t> readInt(const std::string& text, int base, std::size_t* used = nullptr);
-// The float that std::stof reads at the front of `text`.
+// The float that std::stof reads at the front of `text`, by the rule of range
+// above on every target.
 std::optional<float> readFloat(const std::string& text, std::size_t* used = nullptr);
 
 // ---- the texts of stored values, as the getters write them

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <cerrno>
 #include <cfloat>
 #include <climits>
 #include <cmath>
@@ -174,6 +175,32 @@ TEST(Reading, TheSettersRules) {
               "filter is not part of enum CinefadeDisplayMode");
 }
 
+TEST(Reading, AFloatTextIsReadAlikeOnEveryTarget) {
+    // Texts a hair below the smallest normal float: read as it where they round to it (a bare
+    // std::stof refuses them on a core that finds a number tiny before rounding), refused where
+    // they round to a denormal.
+    EXPECT_EQ(ValueCodec::readFloat("1.17549435e-38"), FLT_MIN);
+    EXPECT_EQ(ValueCodec::readFloat("-1.1754943e-38"), -FLT_MIN);
+    EXPECT_EQ(ValueCodec::readFloat("1.1754942e-38"), std::nullopt);
+    EXPECT_EQ(ValueCodec::readFloat("1e-40"), std::nullopt);
+    EXPECT_EQ(ValueCodec::readFloat("1e-50"), std::nullopt) << "a number that rounds to zero";
+    EXPECT_EQ(ValueCodec::readFloat("0x1p-140"), std::ldexp(1.0F, -140))
+        << "a denormal written exactly loses nothing";
+    EXPECT_EQ(ValueCodec::readFloat("3.40282357e38"), std::nullopt);
+    EXPECT_EQ(ValueCodec::readFloat("-inf"), -INFINITY) << "infinity written as such";
+    size_t used = 0;
+    EXPECT_EQ(ValueCodec::readFloat(" 1.17549435e-38x", &used), FLT_MIN);
+    EXPECT_EQ(used, 15U);
+    EXPECT_EQ(ValueCodec::readFloat(" "), std::nullopt);
+
+    const ElementType real{ValueKind::Float, 0, nullptr, nullptr};
+    EXPECT_EQ(bytes(ValueCodec::read(real, "1.17549435e-38")), "00008000");
+    EXPECT_EQ(check("MemDynamic", "FocusDisplayValue", "1.17549435e-38"), "");
+    EXPECT_EQ(
+        check("MemDynamic", "FocusDisplayValue", "1.1754943e-38"),
+        "a float cannot hold \"1.1754943e-38\" exactly: it would be stored as 1.17549435e-38");
+}
+
 TEST(Reading, ABufferIsWrittenUpToTheFirstCharacterThatIsNoDigit) {
     uint8_t target[4] = {9, 9, 9, 9};
     EXPECT_EQ(ValueCodec::readBuffer("7fAzz", target, 4), std::optional<char>('z'));
@@ -210,6 +237,12 @@ TEST(Range, TheNearestBoundIsTheBoundTheRangeCheckApplies) {
         << "the limit's text reads back as the limit";
     EXPECT_EQ(ValueCodec::readFloat(*ValueCodec::nearestBound(BaseFloat, "0", nullptr, "3.4e38")),
               FLT_MAX);
+    for (const char* limit : {"1.175494351e-38", "3.40282347e+38"}) {
+        errno = 0;
+        const float read = std::strtof(limit, nullptr);
+        EXPECT_EQ(errno, 0) << limit << ": a bare std::stof on any target reads it too";
+        EXPECT_TRUE(read == FLT_MIN || read == FLT_MAX) << limit;
+    }
     EXPECT_EQ(
         ValueCodec::readInt(*ValueCodec::nearestBound(BaseInt, nullptr, "0", "-0x80000001"), 10),
         INT_MIN);
