@@ -1,6 +1,7 @@
 if(TARGET brokertestsupport)
     sm_add_benchmark(NAME startup_benchmark
                      SOURCES ${CMAKE_CURRENT_LIST_DIR}/startup_benchmark.cpp
+                             ${CMAKE_CURRENT_LIST_DIR}/servicelaunch.cpp
                      LIBS brokertestsupport)
 endif()
 if(TARGET startup_benchmark)

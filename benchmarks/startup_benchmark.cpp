@@ -7,7 +7,9 @@
 // (sigtimedwait); the time runs from just before the fork to the signal's
 // arrival.  The program is then stopped with SIGTERM and reaped, outside the
 // measured time.  One iteration is one start: with --benchmark_repetitions=20
-// the median is the median of 20 starts.
+// the median is the median of 20 starts.  The counter cpu_us is the started
+// program's own CPU time up to its signal (the service's in the paired case),
+// which a busy machine inflates far less than the time.
 //
 // The service starts as on a normal boot: the broker runs (started once, as
 // a child of this program), ".current.stp" holds the settings that the
@@ -20,29 +22,19 @@
 //       build/native/benchmarks/startup_benchmark --benchmark_repetitions=20
 // --service=PATH starts another build's service instead (bind it in too).
 #include "brokerprocess.h"
+#include "servicelaunch.h"
 
 #include <benchmark/benchmark.h>
 
-#include <cerrno>
-#include <chrono>
-#include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <memory>
 #include <optional>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
-constexpr std::chrono::seconds READY_PATIENCE{10};
-
-// The signals this program waits for; blocked from the start, and unblocked
-// again in each child before its exec.
-sigset_t waitedSignals;
-sigset_t originalMask;
+using servicelaunch::stop;
+using servicelaunch::timeStart;
 
 std::unique_ptr<brokertest::BrokerProcess> broker;
 
@@ -50,78 +42,19 @@ std::unique_ptr<brokertest::BrokerProcess> broker;
 // compare two builds on the same machine).
 std::string serviceProgram = SERVICE_PROGRAM;
 
-// Takes signals left pending by earlier starts (SIGCHLD of a reaped child).
-void drainPendingSignals() {
-    const timespec now{0, 0};
-    siginfo_t info;
-    while (sigtimedwait(&waitedSignals, &info, &now) > 0) {
-    }
-}
-
-timespec remaining(std::chrono::steady_clock::time_point end) {
-    const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(
-        end - std::chrono::steady_clock::now());
-    if (left.count() <= 0) {
-        return {0, 0};
-    }
-    return {static_cast<time_t>(left.count() / 1'000'000'000),
-            static_cast<long>(left.count() % 1'000'000'000)};
-}
-
-// One start of `program`: the seconds from fork to its SIGUSR1, or nullopt
-// with the reason in `error` when it ended first or was not ready in time.
-// `child` is the started process, -1 when it has ended and was reaped.
-std::optional<double> timeStart(const char* program, pid_t& child, std::string& error) {
-    drainPendingSignals();
-    const auto begin = std::chrono::steady_clock::now();
-    child = fork();
-    if (child < 0) {
-        error = "fork failed";
-        return std::nullopt;
-    }
-    if (child == 0) {
-        sigprocmask(SIG_SETMASK, &originalMask, nullptr);
-        unsetenv("NOTIFY_SOCKET");
-        execl(program, program, static_cast<char*>(nullptr));
-        _exit(127);
-    }
-    const auto end = begin + READY_PATIENCE;
-    for (;;) {
-        siginfo_t info{};
-        const timespec timeout = remaining(end);
-        const int signal = sigtimedwait(&waitedSignals, &info, &timeout);
-        if (signal == SIGUSR1 && info.si_pid == child) {
-            const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
-            return took.count();
-        }
-        if (signal == SIGCHLD && waitpid(child, nullptr, WNOHANG) == child) {
-            child = -1;
-            error = std::string(program) + " ended before it was ready";
-            return std::nullopt;
-        }
-        if (signal < 0 && errno != EINTR) {
-            error = std::string(program) + " was not ready within 10 s";
-            return std::nullopt;
-        }
-    }
-}
-
-void stop(pid_t child) {
-    if (child > 0) {
-        kill(child, SIGTERM);
-        waitpid(child, nullptr, 0);
-    }
-}
-
 // One measured start of `program` with its stop; nullopt (the benchmark
 // skipped with the reason) when it failed.
+// The counter `cpu_us` is the program's CPU time up to its signal.
 std::optional<double> measuredStart(benchmark::State& state, const char* program) {
     pid_t child = -1;
     std::string error;
-    const std::optional<double> seconds = timeStart(program, child, error);
+    double cpuSeconds = -1;
+    const std::optional<double> seconds = timeStart(program, child, error, &cpuSeconds);
     stop(child);
     if (!seconds) {
         state.SkipWithError(error.c_str());
+    } else {
+        state.counters["cpu_us"] = cpuSeconds * 1e6;
     }
     return seconds;
 }
@@ -201,19 +134,10 @@ bool prepareService() {
 
 int main(int argc, char** argv) {
     broker = std::make_unique<brokertest::BrokerProcess>();
-    sigemptyset(&waitedSignals);
-    sigaddset(&waitedSignals, SIGUSR1);
-    sigaddset(&waitedSignals, SIGCHLD);
-    sigprocmask(SIG_BLOCK, &waitedSignals, &originalMask);
+    servicelaunch::blockReadySignals();
     benchmark::Initialize(&argc, argv);
-    const std::string serviceOption = "--service=";
-    for (int i = 1; i < argc; ++i) {
-        const std::string argument = argv[i];
-        if (argument.rfind(serviceOption, 0) != 0) {
-            std::fprintf(stderr, "startup_benchmark: unknown argument %s\n", argv[i]);
-            return EXIT_FAILURE;
-        }
-        serviceProgram = argument.substr(serviceOption.size());
+    if (!servicelaunch::readServiceOption(argc, argv, "startup_benchmark", serviceProgram)) {
+        return EXIT_FAILURE;
     }
     if (broker->running() && !prepareService()) {
         broker.reset();

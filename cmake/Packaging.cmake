@@ -44,10 +44,11 @@ set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 # libstdc++6:armhf), which the build machines do not have (they carry the
 # cross toolchain's copies), so they are stated here: the versions whose
 # libraries provide the newest symbol versions the ARM programs use
-# (GLIBC_2.34, GCC_3.5, GLIBCXX_3.4.29 of GCC 11).  The install test checks
-# the stated versions against the programs' symbol versions.
+# (GLIBC_2.34, GCC_3.5, GLIBCXX_3.4.30 of GCC 12: the handler of the C++
+# library's assertions that the hardened build calls).  The install test
+# checks the stated versions against the programs' symbol versions.
 if(CMAKE_CROSSCOMPILING)
-    set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 11)")
+    set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)")
 else()
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 endif()

@@ -5,13 +5,19 @@
 // record as the settings service does at start, and a record with a wrong
 // length or checksum is reported, left exactly as it is, and the command
 // fails.  Only set and reset write.  set first repairs a record that is not
-// valid as the service would (HwInfo::initialize: a shorter record is
-// extended, a wrong one reset to its defaults) and says so.
+// valid (a shorter record is extended, a wrong one reset to its defaults) and
+// says so; the service reads such a record as that repair would leave it but
+// never writes it.
 //
 // "set" checks every assignment (key known, not private, text short enough,
 // number valid) before it writes any, so a rejected command line leaves the
 // record and the register exactly as they were.  A number is taken up to its
 // first non-digit, as the record's own conversion does ("12abc" stores 12).
+//
+// print, get and parameters open the devices read-only.  set and reset flush
+// their writes to the devices (msync and fsync) before they report success.
+// A hidden field ("unused", reserved bits of the boot register) is refused by
+// set like a private one.
 //
 // Exit status: 0 done, 1 the command failed and nothing was written, 2 wrong
 // usage (an unknown command, option or key included).
@@ -76,10 +82,11 @@ std::string recordProblem(HwInfo::RecordCheck const& check) {
     return text;
 }
 
-// Opens and maps both devices, saying which ones when it cannot.
-HwInfo openDevices() {
+// Opens and maps both devices, saying which ones when it cannot: read-write
+// for the commands that write, read-only otherwise.
+HwInfo openDevices(HwInfo::Use use) {
     try {
-        return HwInfo();
+        return HwInfo(use);
     } catch (std::exception const& error) {
         throw Failure("cannot open the hardware record (/dev/mmcblk1) and the boot status "
                       "register (/dev/mem): " +
@@ -94,6 +101,16 @@ void checkForReading(HwInfo& hwInfo) {
     if (!problem.empty()) {
         throw Failure("the hardware record is not valid: " + problem +
                       "; it is left as it is (hwinfo reset writes the defaults)");
+    }
+}
+
+// Flushes what was written to the devices before success is reported.
+void syncDevices(HwInfo const& hwInfo) {
+    try {
+        hwInfo.sync();
+    } catch (std::exception const& error) {
+        throw Failure("the record was written but could not be flushed to the device: " +
+                      errorMessage(error));
     }
 }
 
@@ -113,7 +130,7 @@ void writeJsonValue(JsonStream& stream, Field const& field, std::string const& v
 
 int print(Arguments const& arguments) {
     arguments.expectPositional(0, 0);
-    HwInfo hwInfo = openDevices();
+    HwInfo hwInfo = openDevices(HwInfo::Use::Inspect);
     checkForReading(hwInfo);
     if (!arguments.has("--json")) {
         hwInfo.printAll();
@@ -136,7 +153,7 @@ int print(Arguments const& arguments) {
 
 int parameters(Arguments const& arguments) {
     arguments.expectPositional(0, 0);
-    HwInfo hwInfo = openDevices();
+    HwInfo hwInfo = openDevices(HwInfo::Use::Inspect);
     checkForReading(hwInfo);
     hwInfo.printParameters(stdout);
     std::fputc('\n', stdout);
@@ -146,7 +163,7 @@ int parameters(Arguments const& arguments) {
 int get(Arguments const& arguments) {
     arguments.expectPositional(1, 1);
     Field const& field = knownField(arguments.positional()[0]);
-    HwInfo hwInfo = openDevices();
+    HwInfo hwInfo = openDevices(HwInfo::Use::Inspect);
     checkForReading(hwInfo);
     std::string const value = textOf(hwInfo, field);
     if (!arguments.has("--json")) {
@@ -171,9 +188,13 @@ int keys(Arguments const& arguments) {
     return ExitSuccess;
 }
 
-// Why the assignment cannot be written, or "".
+// Why the assignment cannot be written, or "".  A hidden field (reserved bits
+// of the register) is refused as a private one is.
 std::string rejection(HwInfo const& hwInfo, std::string const& assignment, std::string const& key,
                       std::string const& value) {
+    if (isHidden(knownField(key))) {
+        return key + ": " + key + " is hidden.";
+    }
     try {
         hwInfo.check(assignment);
     } catch (std::invalid_argument const&) {
@@ -213,7 +234,7 @@ int set(Arguments const& arguments) {
     if (!wrongUsage.empty()) {
         throw UsageError(problemList(wrongUsage));
     }
-    HwInfo hwInfo = openDevices();
+    HwInfo hwInfo = openDevices(HwInfo::Use::Write);
     hwInfo.declareFields();
     std::vector<std::string> refused;
     for (std::string const& assignment : arguments.positional()) {
@@ -230,21 +251,23 @@ int set(Arguments const& arguments) {
     if (std::string const problem = recordProblem(hwInfo.checkRecord()); !problem.empty()) {
         std::fprintf(stderr,
                      "hwinfo set: the hardware record was not valid (%s); it is repaired first "
-                     "as the settings service does at start\n",
+                     "with the record's defaults\n",
                      problem.c_str());
         hwInfo.repairRecord();
     }
     for (std::string const& assignment : arguments.positional()) {
         hwInfo.write(assignment);
     }
+    syncDevices(hwInfo);
     return ExitSuccess;
 }
 
 int reset(Arguments const& arguments) {
     arguments.expectPositional(0, 0);
-    HwInfo hwInfo = openDevices();
+    HwInfo hwInfo = openDevices(HwInfo::Use::Write);
     hwInfo.initialize();
     hwInfo.clear();
+    syncDevices(hwInfo);
     return ExitSuccess;
 }
 

@@ -1,7 +1,6 @@
 #include "broker.h"
 
 #include "log.h"
-#include "routing.h"
 
 #include <cerrno>
 #include <cstring>
@@ -20,12 +19,18 @@ int openSpare() {
     return ::open("/dev/null", O_RDONLY | O_CLOEXEC);
 }
 
+// The broker's own user or root.
+bool isPrivileged(const ucred& credentials) {
+    return credentials.uid == 0 || credentials.uid == ::geteuid();
+}
+
 } // namespace
 
 Broker::Broker(EventPoll& poll)
     : poll(poll), listenCallback([this](EventPoll::Callback::EventType) { accept(); }),
       writeCallback([this](EventPoll::Callback::EventType) { flushWritable(); }),
-      scratch(READ_RECORDS + 1), spareFd(openSpare()) {
+      scratch(READ_RECORDS + 1), spareFd(openSpare()),
+      limits(ClientLimits::raiseDescriptorLimit()) {
     poll.add(endpoint.fd(), &listenCallback, EPOLLIN);
     poll.add(writeWatch.fd(), &writeCallback, EPOLLIN);
 }
@@ -42,6 +47,7 @@ Broker::~Broker() {
 }
 
 void Broker::afterWakeUp() {
+    misbehaviour.flush();
     for (auto& client : clients) {
         if (client->open && !client->watched && !client->output.empty()) {
             flush(*client);
@@ -60,7 +66,7 @@ void Broker::serve(Client& client, EventPoll::Callback::EventType type) {
         while (receive(client)) {
         }
         if (client.open) {
-            LOG(LogMost, "Client %i hung up", client.fd);
+            LOG(LogMost, "Client %s hung up", client.name.c_str());
             closeClient(client);
         }
     }
@@ -77,10 +83,47 @@ void Broker::accept() {
             }
             return;
         }
-        clients.push_back(std::make_unique<Client>(*this, fd));
-        poll.add(fd, clients.back().get(), EPOLLIN);
-        LOG(LogMost, "Client %i connected", fd);
+        admit(fd);
     }
+}
+
+bool Broker::admit(int fd) {
+    ucred credentials{};
+    socklen_t length = sizeof credentials;
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) {
+        credentials = ucred{0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
+    }
+    const bool privileged = isPrivileged(credentials);
+    if (openClients >= (privileged ? limits.all : limits.anyone)) {
+        ::close(fd);
+        if (misbehaviour.allow()) {
+            LOG(Warn, "Refused a client (pid %d, uid %u, gid %u): %zu clients are connected",
+                static_cast<int>(credentials.pid), static_cast<unsigned>(credentials.uid),
+                static_cast<unsigned>(credentials.gid), openClients);
+        }
+        return false;
+    }
+    clients.push_back(std::make_unique<Client>(*this, fd, credentials));
+    Client& client = *clients.back();
+    client.privileged = privileged;
+    poll.add(fd, &client, EPOLLIN);
+    ++openClients;
+    LOG(LogMost, "Client %s connected", client.name.c_str());
+    return true;
+}
+
+void Broker::closeForQueue(Client& client, QueueLimit limit) {
+    if (misbehaviour.allow()) {
+        if (limit == QueueLimit::Own) {
+            LOG(Warn, "Client %s does not read: %zu bytes waiting, closing it", client.name.c_str(),
+                client.output.pending());
+        } else {
+            LOG(Warn,
+                "Clients hold %zu queued bytes: closing client %s, which has %zu of them unread",
+                total.bytes, client.name.c_str(), client.output.pending());
+        }
+    }
+    closeClient(client);
 }
 
 void Broker::refuseOne() {
@@ -88,7 +131,9 @@ void Broker::refuseOne() {
     int fd = ::accept4(endpoint.fd(), nullptr, nullptr, SOCK_CLOEXEC);
     if (fd >= 0) {
         ::close(fd);
-        LOG(Warn, "Out of descriptors: closed a new client at once");
+        if (misbehaviour.allow()) {
+            LOG(Warn, "Out of descriptors: closed a new client at once");
+        }
     }
     spareFd = openSpare();
 }
@@ -97,16 +142,20 @@ bool Broker::receive(Client& client) {
     size_t records = 0;
     ssize_t got = client.reader.readFrom(client.fd, scratch, records);
     int readError = errno;
-    takeRecords(client, std::span(scratch).first(records), clients, [this](Client& slow) {
-        LOG(Warn, "Client %i does not read: %zu bytes waiting, closing it", slow.fd,
-            slow.output.pending());
-        closeClient(slow);
-    });
+    const uint32_t refusals = client.subscriptions.refusals();
+    takeRecords(
+        client, std::span(scratch).first(records), clients, total,
+        [this](Peer& peer, QueueLimit limit) { closeForQueue(static_cast<Client&>(peer), limit); });
+    if (client.subscriptions.refusals() != refusals && misbehaviour.allow()) {
+        LOG(Warn, "Client %s: refused %u subscriptions outside the event table (the last: %u)",
+            client.name.c_str(), client.subscriptions.refusals() - refusals,
+            client.subscriptions.lastRefusal());
+    }
     if (!client.open) {
         return false;
     }
     if (got == 0 || (got < 0 && !wouldBlock(readError))) {
-        LOG(LogMost, "Client %i disconnected%s", client.fd,
+        LOG(LogMost, "Client %s disconnected%s", client.name.c_str(),
             client.reader.partial() ? " in the middle of a record" : "");
         closeClient(client);
         return false;
@@ -116,8 +165,11 @@ bool Broker::receive(Client& client) {
 
 void Broker::flush(Client& client) {
     ssize_t written = client.output.flush(client.fd);
+    if (written > 0) {
+        total.bytes -= static_cast<size_t>(written);
+    }
     if (written < 0 && !wouldBlock(errno)) {
-        LOG(LogMost, "Client %i: write failed: %s", client.fd, std::strerror(errno));
+        LOG(LogMost, "Client %s: write failed: %s", client.name.c_str(), std::strerror(errno));
         closeClient(client);
         return;
     }
@@ -148,4 +200,7 @@ void Broker::closeClient(Client& client) {
     }
     ::close(client.fd);
     client.open = false;
+    total.bytes -= client.output.pending();
+    client.output = OutputBuffer();
+    --openClients;
 }

@@ -13,11 +13,21 @@
 // runs out of descriptors, a new connection is accepted on a descriptor kept
 // in reserve and closed at once (the client sees the end of the stream), so
 // that a pending connection never keeps the loop spinning.
+//
+// Limits (clientlimits.h, routing.h, subscriptionset.h): a cap on clients
+// with room kept for the broker's own user and root, fixed-size
+// subscriptions, and a cap on the queued bytes of every client together; a
+// client past a limit is closed.  Lines about clients name their credentials
+// (SO_PEERCRED); those about misbehaving clients (refused, closed for their
+// queues, refused subscriptions) are rate-limited (misbehaviourlog.h).
 #pragma once
 
 #include "client.h"
+#include "clientlimits.h"
 #include "endpoint.h"
 #include "eventpoll.h"
+#include "misbehaviourlog.h"
+#include "routing.h"
 #include "writewatch.h"
 
 #include <memory>
@@ -37,9 +47,17 @@ public:
     void afterWakeUp();
     void serve(Client& client, EventPoll::Callback::EventType type);
 
+    // The open clients and the bytes queued for all of them (for tests).
+    size_t clientCount() const { return openClients; }
+    size_t queuedBytes() const { return total.bytes; }
+
 private:
     void accept();
+    // Takes a new connection unless the client limits say no; false when it was closed.
+    bool admit(int fd);
     void refuseOne();
+    // Closes a client that passed a queue limit, with a rate-limited line.
+    void closeForQueue(Client& client, QueueLimit limit);
     // One read from the client and the handling of its records; false when
     // the client has no more input now (would block, ended or failed).
     bool receive(Client& client);
@@ -55,4 +73,8 @@ private:
     std::vector<std::unique_ptr<Client>> clients;
     std::vector<Notify> scratch;
     int spareFd;
+    ClientLimits limits;
+    size_t openClients = 0;
+    QueueTotal total;
+    MisbehaviourLog misbehaviour;
 };

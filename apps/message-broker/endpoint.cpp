@@ -2,10 +2,12 @@
 
 #include "brokerprotocol.h"
 #include "log.h"
+#include "ownership.h"
 
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
+#include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -15,7 +17,9 @@
 namespace {
 
 constexpr int BACKLOG = 64;
-constexpr mode_t SEMAPHORE_MODE = 0666;
+// The file behind the readiness semaphore.
+const std::string SEMAPHORE_FILE =
+    std::string(Ownership::SHM_FOLDER) + "/sem." + (BrokerProtocol::READY_SEMAPHORE + 1);
 
 bool anotherBrokerAnswers(const sockaddr_un& address) {
     int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -44,6 +48,20 @@ void createFolder() {
     THROW_ERROR_NUMBER(what);
 }
 
+// Removes what another user made at `path`; true when something of this
+// process's own user is there.
+bool clearForeign(const char* what, const std::string& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) {
+        return false;
+    }
+    if (Ownership::isOwn(status)) {
+        return true;
+    }
+    Ownership::removeForeign(what, path, status);
+    return false;
+}
+
 int listenOn(const sockaddr_un& address) {
     if (::unlink(BrokerProtocol::SOCKET_PATH) == 0) {
         LOG(LogLight, "Removed stale %s", BrokerProtocol::SOCKET_PATH);
@@ -52,8 +70,11 @@ int listenOn(const sockaddr_un& address) {
     if (fd < 0) {
         THROW_ERROR_NUMBER("socket");
     }
-    if (::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
-        closeAndThrow(fd, "bind");
+    {
+        const Ownership::ExactModes exact(Ownership::SHARED_MODE);
+        if (::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
+            closeAndThrow(fd, "bind");
+        }
     }
     if (::listen(fd, BACKLOG) < 0) {
         closeAndThrow(fd, "listen");
@@ -62,10 +83,13 @@ int listenOn(const sockaddr_un& address) {
 }
 
 sem_t* createReadySemaphore() {
-    if (sem_unlink(BrokerProtocol::READY_SEMAPHORE) == 0) {
+    if (clearForeign("semaphore", SEMAPHORE_FILE) &&
+        sem_unlink(BrokerProtocol::READY_SEMAPHORE) == 0) {
         LOG(LogLight, "Removed stale semaphore %s", BrokerProtocol::READY_SEMAPHORE);
     }
-    sem_t* ready = sem_open(BrokerProtocol::READY_SEMAPHORE, O_CREAT | O_EXCL, SEMAPHORE_MODE, 1);
+    const Ownership::ExactModes exact(Ownership::SHARED_MODE);
+    sem_t* ready =
+        sem_open(BrokerProtocol::READY_SEMAPHORE, O_CREAT | O_EXCL, Ownership::SHARED_MODE, 1);
     if (ready == SEM_FAILED) {
         THROW_ERROR_NUMBER("sem_open");
     }
@@ -76,6 +100,8 @@ sem_t* createReadySemaphore() {
 
 Endpoint::Endpoint() : listenFd(-1), ready(nullptr) {
     const sockaddr_un address = BrokerProtocol::address();
+    // Only a socket of the broker's own user can be another broker.
+    clearForeign("socket", BrokerProtocol::SOCKET_PATH);
     if (anotherBrokerAnswers(address)) {
         THROW_ERROR("Another message broker is already listening on %s",
                     BrokerProtocol::SOCKET_PATH);

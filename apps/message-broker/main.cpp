@@ -16,6 +16,10 @@
 // variable of its own, LogLight: the start, the end and the closing of a
 // client that does not read (Warn) are written; connections and disconnections
 // are logged at LogMost and so stay out of a running device's log.
+//
+// Access and limits: endpoint.h (modes of the socket and semaphore, objects
+// of other users), broker.h (client cap, subscriptions, queued bytes,
+// credentials in the log lines).
 #include "broker.h"
 #include "brokerprotocol.h"
 #include "eventpoll.h"
@@ -26,6 +30,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <malloc.h>
 
 namespace {
 
@@ -46,8 +51,14 @@ void printUsage(FILE* stream) {
                  BrokerProtocol::SOCKET_PATH, BrokerProtocol::READY_SEMAPHORE);
 }
 
+// Queues of 64 KiB and more get memory of their own from the system, which
+// goes back to it when the queue is written out or its client closed; with
+// glibc's sliding threshold a burst long past could keep heap memory.
+constexpr int OWN_MAPPING_FROM = 64 * 1024;
+
 int run() {
     gComponentLogLevel = &brokerLogLevel;
+    mallopt(M_MMAP_THRESHOLD, OWN_MAPPING_FROM);
     EventPoll& poll = gen::getEventPoll();
     try {
         Broker broker(poll);

@@ -26,6 +26,9 @@ ssize_t OutputBuffer::flush(int fd) {
     if (head == data.size()) {
         data.clear();
         head = 0;
+        if (data.capacity() > KEEP_CAPACITY) {
+            std::vector<uint8_t>().swap(data);
+        }
     }
     return static_cast<ssize_t>(written);
 }

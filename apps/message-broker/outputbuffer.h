@@ -3,7 +3,9 @@
 // The broker never blocks on a client: what the client's socket does not take
 // at once waits here, up to LIMIT bytes.  A client whose backlog would pass
 // LIMIT is not reading and is closed by the broker.  1 MiB holds 87381
-// records, minutes of the device's ordinary traffic.
+// records, minutes of the device's ordinary traffic.  A queue that was
+// written out gives back its memory when it had grown past KEEP_CAPACITY, so
+// that a burst long past does not stay in the broker.
 #pragma once
 
 #include "notify.h"
@@ -17,6 +19,7 @@
 class OutputBuffer {
 public:
     static constexpr size_t LIMIT = 1024 * 1024;
+    static constexpr size_t KEEP_CAPACITY = 64 * 1024;
 
     // Queues one record; false (and nothing queued) when that would pass LIMIT.
     bool append(const Notify& record);

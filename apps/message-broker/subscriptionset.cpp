@@ -2,12 +2,13 @@
 
 bool SubscriptionSet::apply(const Notify& record) {
     if (pending != Invalid) {
-        bool include = pending == Subscribe;
+        const bool include = pending == Subscribe;
         pending = Invalid;
-        if (include != all) {
-            ids.insert(record.id);
+        if (record.id >= EVENT_ID_COUNT) {
+            ++refusedCount;
+            lastRefusedId = record.id;
         } else {
-            ids.erase(record.id);
+            ids.set(record.id, include != all);
         }
         return true;
     }
@@ -19,7 +20,7 @@ bool SubscriptionSet::apply(const Notify& record) {
     case SubscribeAll:
     case UnsubscribeAll:
         all = record.id == SubscribeAll;
-        ids.clear();
+        ids.reset();
         return true;
     default:
         return false;

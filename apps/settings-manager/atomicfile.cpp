@@ -1,11 +1,15 @@
 #include "atomicfile.h"
 
+#include "log.h"
+#include "ownership.h"
 #include "writefully.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace AtomicFile {
@@ -14,7 +18,6 @@ namespace {
 
 constexpr std::string_view TEMPORARY_PREFIX = ".";
 constexpr std::string_view TEMPORARY_SUFFIX = ".tmp";
-constexpr mode_t FILE_MODE = 0666;
 
 std::string failure(const char* step, const std::string& path) {
     return std::string(step) + " " + path + ": " + std::strerror(errno);
@@ -55,8 +58,54 @@ std::string syncFolder(const std::string& path) {
     return error;
 }
 
+// Removes what lies at `path` so that a new file can take its place: an own
+// file quietly (a write that was cut off), a link or anything of another user
+// with a Warn line naming its owner.  Anything else of the service's own user
+// (a folder) stays, and the creation that follows fails on it.
+void clearPlace(const std::string& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) {
+        return;
+    }
+    const bool link = S_ISLNK(status.st_mode);
+    if (!link && Ownership::isOwn(status)) {
+        if (S_ISREG(status.st_mode)) {
+            ::unlink(path.c_str());
+        }
+        return;
+    }
+    try {
+        Ownership::removeForeign(link ? "link" : "file", path, status);
+    } catch (const std::exception&) {
+        // The creation or link that follows fails and says why.
+    }
+}
+
+// Creates the temporary file `path` for writing, with exactly the mode of the
+// settings files; never through a link, never an existing file.
+int createTemporary(const std::string& path) {
+    clearPlace(path);
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                          Ownership::SHARED_MODE);
+    if (fd >= 0 && !Ownership::setOwnMode(fd, Ownership::SHARED_MODE)) {
+        const int error = errno;
+        ::close(fd);
+        ::unlink(path.c_str());
+        errno = error;
+        return -1;
+    }
+    return fd;
+}
+
 // Renames `from` over `to` and flushes the folder; `from` is removed on failure.
 std::string renameOver(const std::string& from, const std::string& to) {
+    struct stat status {};
+    if (::lstat(to.c_str(), &status) == 0 &&
+        (S_ISLNK(status.st_mode) || !Ownership::isOwn(status))) {
+        LOG(Warn, "Replacing %s %s, which belonged to %s",
+            S_ISLNK(status.st_mode) ? "link" : "file", to.c_str(),
+            Ownership::ownerText(status.st_uid).c_str());
+    }
     if (std::rename(from.c_str(), to.c_str()) != 0) {
         const std::string error = failure("rename to", to);
         ::unlink(from.c_str());
@@ -81,7 +130,7 @@ bool isTemporaryName(std::string_view name) {
 
 std::string write(const std::string& target, const std::string& content) {
     const std::string temporary = temporaryPath(target);
-    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, FILE_MODE);
+    const int fd = createTemporary(temporary);
     if (fd < 0) {
         return failure("create", temporary);
     }
@@ -103,7 +152,7 @@ std::string write(const std::string& target, const std::string& content) {
 
 std::string linkOver(const std::string& existing, const std::string& link) {
     const std::string temporary = temporaryPath(link);
-    ::unlink(temporary.c_str());
+    clearPlace(temporary);
     if (::link(existing.c_str(), temporary.c_str()) != 0) {
         return failure("link", temporary);
     }

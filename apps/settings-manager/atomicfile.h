@@ -12,6 +12,14 @@
 // - The temporary file of "<folder>/<name>" is "<folder>/.<name>.tmp": hidden,
 //   so folder listings never show it, and one per target, so a write that was
 //   cut off is overwritten by the next write of the same target.
+// - Access (ownership.h): the temporary file is created with O_EXCL and
+//   O_NOFOLLOW and given exactly mode 0660 and the service's group, whatever
+//   the umask.  An own leftover temporary is removed first; a link or another
+//   user's file in its place is removed with a Warn line naming its owner (an
+//   own folder there stays, and the write fails on it).  A link or another
+//   user's file in the place of the target is replaced by the rename (never
+//   written through), with a Warn line "Replacing link|file <path>, which
+//   belonged to <owner>".
 // - A folder whose file system cannot flush folders (fsync answers EINVAL)
 //   counts as flushed; any other failure of that flush fails the write.
 #pragma once

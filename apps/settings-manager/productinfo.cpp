@@ -1,15 +1,17 @@
 #include "productinfo.h"
 
 #include "constants.h"
+#include "filetext.h"
 #include "hwinfo.h"
 #include "log.h"
 #include "records.h"
 #include "setters.h"
 
 #include <exception>
-#include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -29,12 +31,20 @@ std::string readRecord(HwInfo* record, const char* key, const char* failure) {
 // The hardware record, or null when it cannot be opened.
 std::unique_ptr<HwInfo> openHardwareRecord() {
     try {
-        auto record = std::make_unique<HwInfo>();
+        auto record = std::make_unique<HwInfo>(HwInfo::Use::Identity);
         record->initialize();
         return record;
     } catch (const std::exception&) {
         return nullptr;
     }
+}
+
+// The text up to the next line feed (without it), taken off `rest`.
+std::string_view nextLine(std::string_view& rest) {
+    const std::size_t end = rest.find('\n');
+    const std::string_view line = rest.substr(0, end);
+    rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+    return line;
 }
 
 } // namespace
@@ -54,19 +64,20 @@ void ProductInfo::readHardwareIdentity() {
     LOG(LogLight, "HW: %s %s %s", productName.c_str(), serial.c_str(), revision.c_str());
 }
 
+// The first two lines of the file: the version and the last commit (each
+// empty when the file has no such line).
 void ProductInfo::readSoftwareIdentity() {
-    std::ifstream info(Constants::PRODUCT_INFO_FILE);
-    if (!info.is_open()) {
+    const std::optional<std::string> info = FileText::read(Constants::PRODUCT_INFO_FILE);
+    if (!info) {
         LOG(Error, "Could not read product info.");
         productVersion = UNKNOWN;
         return;
     }
-    std::string lastCommit;
-    std::getline(info, productVersion);
-    std::getline(info, lastCommit);
+    std::string_view rest = *info;
+    productVersion = std::string(nextLine(rest));
+    const std::string lastCommit(nextLine(rest));
     setVariable(gen::memStatic().ProductLastCommit, Notify{VarProductLastCommitChanged, 0, 0},
                 lastCommit.c_str());
-    info.close();
     LOG(LogLight, "SW: %s %s", productVersion.c_str(), lastCommit.c_str());
 }
 

@@ -5,6 +5,12 @@
 // so every settings file names the unit and software that wrote it.
 //
 // Choices made here:
+// - The hardware record is opened read-only, as a private copy, and
+//   "/dev/mem" is not opened (HwInfo::Use::Identity): the service never writes
+//   the record.  It reads what the record's own start-up would leave (an older,
+//   shorter layout extended with its fields kept; a wrong checksum or a blank
+//   record logged and read as a cleared record: "0000", "prototype", "1.0"),
+//   while the device keeps its bytes for the factory tool.
 // - When the hardware record cannot be opened at all (HwInfo's constructor or
 //   initialize() throws, e.g. an eMMC device too short for the record), board,
 //   serial and revision all count as unreadable and become "Unknown" with their

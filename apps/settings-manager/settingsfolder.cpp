@@ -2,12 +2,14 @@
 
 #include "atomicfile.h"
 #include "constants.h"
+#include "filetext.h"
 #include "folderpath.h"
+#include "ownership.h"
 
+#include <exception>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string_view>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace {
@@ -73,22 +75,61 @@ std::string SettingsFolder::damagedPath() const {
 }
 
 std::optional<std::string> SettingsFolder::readText(const std::string& fileName) const {
+    std::optional<std::string> content = readFile(fileName);
+    if (content) {
+        dropByteOrderMark(*content);
+    }
+    return content;
+}
+
+std::optional<std::string> SettingsFolder::readFile(const std::string& fileName) const {
     const std::optional<std::string> path = pathOf(fileName);
-    std::error_code error;
-    if (!path || !std::filesystem::is_regular_file(*path, error)) {
+    if (!path) {
         return std::nullopt;
     }
-    std::ifstream file(*path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    if (!file.is_open() || file.bad()) {
-        return std::nullopt;
-    }
-    std::string content = text.str();
+    return FileText::readRegular(*path);
+}
+
+void SettingsFolder::dropByteOrderMark(std::string& content) {
     if (std::string_view(content).substr(0, BYTE_ORDER_MARK.size()) == BYTE_ORDER_MARK) {
         content.erase(0, BYTE_ORDER_MARK.size());
     }
-    return content;
+}
+
+bool SettingsFolder::prepare() const {
+    std::string bare = folder;
+    while (bare.size() > 1 && bare.back() == '/') {
+        bare.pop_back();
+    }
+    struct stat status {};
+    if (::lstat(bare.c_str(), &status) == 0) {
+        if (S_ISDIR(status.st_mode) && Ownership::isOwn(status)) {
+            takeOver(bare, status);
+            return true;
+        }
+        try {
+            Ownership::removeForeign("settings folder", bare, status);
+        } catch (const std::exception&) {
+            return false;
+        }
+    }
+    const Ownership::ExactModes exact(Ownership::SHARED_FOLDER_MODE);
+    return ::mkdir(bare.c_str(), Ownership::SHARED_FOLDER_MODE) == 0;
+}
+
+// Gives the folder and its own files the service's group and takes away every
+// right of others (an earlier release made them 0766 and 0666).
+void SettingsFolder::takeOver(const std::string& bare, const struct stat& status) const {
+    Ownership::restrictOwn(bare, status, Ownership::SHARED_FOLDER_MODE);
+    std::error_code error;
+    for (auto entry = std::filesystem::directory_iterator(bare, error);
+         !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        struct stat file {};
+        const std::string path = entry->path().string();
+        if (::lstat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode) && Ownership::isOwn(file)) {
+            Ownership::restrictOwn(path, file, Ownership::SHARED_MODE);
+        }
+    }
 }
 
 void SettingsFolder::removeTemporaries() const {

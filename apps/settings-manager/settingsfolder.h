@@ -11,6 +11,14 @@
 // Choices made here:
 // - A settings file that begins with a UTF-8 byte-order mark is read without
 //   it.
+// - Access (ownership.h): prepare() makes the folder with mode 0770 and the
+//   service's group whatever the umask.  An own folder is kept, with the
+//   service's group, and it and its own files lose every right of others (an
+//   earlier release made them 0766 and 0666; the package's tmpfiles.d entry
+//   gives them 0770 and 0660); a link or another user's folder in its place
+//   is removed with a Warn line naming its owner, and when it cannot be
+//   removed the folder counts as not creatable.  Settings files are read with O_NOFOLLOW:
+//   a link in the place of one is not read.
 // - There is no length limit on a path: names are bounded by their variables
 //   (17 characters for a setup name, 21 for a list entry), so a path never
 //   reaches the 127 characters that a fixed buffer would cut.
@@ -18,6 +26,7 @@
 
 #include <optional>
 #include <string>
+#include <sys/stat.h>
 
 class SettingsFolder {
 public:
@@ -34,6 +43,9 @@ public:
     SettingsFolder();
 
     const std::string& path() const { return folder; }
+    // Makes the folder or takes an own one over (see above); false when
+    // neither is possible.
+    bool prepare() const;
     // The path of `fileName` in the folder; nothing when it would not lie
     // directly in the folder.
     std::optional<std::string> pathOf(const std::string& fileName) const;
@@ -52,9 +64,15 @@ public:
     // mark; nothing when it is not a regular file in the folder or cannot be
     // read.
     std::optional<std::string> readText(const std::string& fileName) const;
+    // The same with its bytes as they are.
+    std::optional<std::string> readFile(const std::string& fileName) const;
+    // Takes a leading byte-order mark off a settings file's bytes.
+    static void dropByteOrderMark(std::string& content);
     // Removes the temporary files of writes that were cut off (atomicfile.h).
     void removeTemporaries() const;
 
 private:
+    void takeOver(const std::string& bare, const struct stat& status) const;
+
     std::string folder;
 };

@@ -221,7 +221,7 @@ SettingsLoader::Results SettingsLoader::readDamaged(bool currentDamaged) {
     if (currentDamaged) {
         readLinesOf(SettingsFolder::damagedFileName(), items);
     }
-    apply(defaults);
+    apply(defaultsDocument());
     if (items.empty()) {
         LOG(Error, "No usable backup of the settings; the defaults apply");
         return {};
@@ -371,11 +371,20 @@ void SettingsLoader::printJsonError(int position, const std::string& text) const
 // A missing ".current.stp" is written from the defaults only when there is no
 // backup either: with a backup, loadCurrent restores from it.
 void SettingsLoader::captureDefaults() {
-    defaults = store.currentValues().str();
+    defaultRecord = store.snapshot();
     if (SettingsFolder::isMissing(folder.currentPath()) &&
         SettingsFolder::isMissing(folder.backupPath())) {
         store.saveCurrent();
     }
+}
+
+// Without captured defaults (the settings folder could not be made at start)
+// the document is empty, and applying it changes nothing.
+const std::string& SettingsLoader::defaultsDocument() {
+    if (!defaults) {
+        defaults = defaultRecord.empty() ? std::string() : store.documentOf(defaultRecord);
+    }
+    return *defaults;
 }
 
 void SettingsLoader::factoryReset(const std::function<void()>& emptyFolder) {
@@ -389,7 +398,7 @@ void SettingsLoader::factoryReset(const std::function<void()>& emptyFolder) {
         LOG(Error, "Factory reset could not empty the settings folder: %s", error.what());
     }
     store.kept().clear();
-    apply(defaults);
+    apply(defaultsDocument());
     setFlag(gen::memGuiLocal().FactoryReset, VarFactoryResetChanged, false);
     LOG(LogLight, "Factory reset done");
 }

@@ -39,6 +39,12 @@
 //   detects the base, the range check reads decimal): "08" is judged as 0 and
 //   "0x7fffffff" as 2147483647, so a document never stores a value outside
 //   its range.
+// - The defaults are captured at start as a copy of MemPersistent's record
+//   (1,136 bytes, before any file is applied); their document is built from
+//   that copy the first time it is needed (a factory reset, or a start where
+//   neither ".current.stp" nor its backup is a complete document, whose
+//   readable lines go over the defaults), not before the service is ready
+//   otherwise.  It is the same text that building it at start gave.
 #pragma once
 
 #include "json.h"
@@ -72,8 +78,8 @@ public:
     bool apply(const Json& reader);
     // Logs a parse error with 41 characters of text around the position.
     void printJsonError(int position, const std::string& text) const;
-    // Captures the defaults document; writes ".current.stp" when neither it
-    // nor its backup exists.
+    // Captures the defaults (MemPersistent as it is before any file is
+    // applied); writes ".current.stp" when neither it nor its backup exists.
     void captureDefaults();
     // The factory reset, when MemGuiLocal's FactoryReset is set: the settings
     // folder is emptied by `emptyFolder`, the defaults are applied and the
@@ -100,9 +106,13 @@ private:
     // kept before was stored again.
     bool keepAside(const Results& current, const std::vector<KeptSettings::Entry>& previous);
     bool holds(uint32_t variable, const KeptSettings::Entry& entry) const;
+    // The document of the captured defaults, built on first use.
+    const std::string& defaultsDocument();
 
     const SettingsFolder& folder;
     SettingsStore& store;
     uint32_t memory;
-    std::string defaults;
+    // MemPersistent's record as captureDefaults found it.
+    std::vector<uint8_t> defaultRecord;
+    std::optional<std::string> defaults;
 };

@@ -15,13 +15,10 @@
 #include <exception>
 #include <filesystem>
 #include <string>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-// Octal 0766: deliberately group- and other-writable without execute bits.
-constexpr mode_t SETTINGS_FOLDER_MODE = 0766;
 // The supervisor's process name, signalled under a debugger.
 constexpr const char* SUPERVISOR_NAME = "super";
 
@@ -59,21 +56,19 @@ uint32_t SettingsManager::createAndInitMemories() {
 }
 
 bool SettingsManager::init() {
-    bool result = false;
     productInfo.readHardwareIdentity();
     productInfo.readSoftwareIdentity();
-    const std::string& path = folder.path();
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0 && ::mkdir(path.c_str(), SETTINGS_FOLDER_MODE) != 0) {
+    const bool result = folder.prepare();
+    if (!result) {
         LOG(Error, "Could not create the settings folder.");
     } else {
         folder.removeTemporaries();
         getDefaultSettings();
         loader.loadCurrent();
+        store.readCurrentFile();
         loaded = true;
-        result = true;
+        signalReadiness();
     }
-    signalReadiness();
     try {
         userSetups.openFolder();
     } catch (const std::filesystem::filesystem_error& error) {

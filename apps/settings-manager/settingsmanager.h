@@ -32,6 +32,12 @@
 //   user-setup list, and the loop takes a save's own folder events right after
 //   the save, so that they do not count as activity that delays the next save
 //   check.
+// - A start-up that cannot make or take over the settings folder (folder
+//   missing and not creatable, one of another user that cannot be removed)
+//   logs "Could not create the settings folder.", loads nothing and reports no
+//   readiness; the user-setup list and the folder monitor are still tried as
+//   after any start, and init returns false; main then ends with status 1,
+//   writing nothing.
 // - Nothing is written until the start-up load has run: ".current.stp" is
 //   never replaced by the defaults the memories hold before it (close() and the
 //   destructor then store nothing and report false).
@@ -80,7 +86,8 @@ public:
     SettingsManager(const SettingsManager&) = delete;
     SettingsManager& operator=(const SettingsManager&) = delete;
 
-    // Start-up; false when the settings folder could not be created.
+    // Start-up; false (and no readiness reported) when the settings folder
+    // could not be created or taken over.
     bool init();
     // The event loop; returns EventPoll::Terminate after SIGINT or SIGTERM.
     int doWork();

@@ -6,38 +6,60 @@
 #include "documenttext.h"
 #include "introspection.h"
 #include "log.h"
+#include "memories.h"
 #include "productinfo.h"
 #include "settingsfolder.h"
 
 #include <optional>
 #include <string>
+#include <sys/stat.h>
+#include <utility>
 
 SettingsStore::SettingsStore(const SettingsFolder& folder, const ProductInfo& product,
                              uint32_t memory)
     : folder(folder), product(product), memory(memory), keptSettings(folder, memory) {}
 
 // The variable comes from the catalogue's event index (every event belongs to
-// one variable at most); only a persistent one is logged.
+// one variable at most); only a persistent one drops what was kept aside for it
+// and is logged, its value text built only when the log level asks for the line.
 void SettingsStore::addUpdate(EventId event) {
+    dirty = true;
     uint32_t eventMemory = 0;
     uint32_t variable = 0;
     Introspection::getVarLocation(Notify{event, 0, 0}, eventMemory, variable);
-    if (eventMemory == memory && Introspection::getVarEvent(memory, variable).id == event) {
+    if (eventMemory != memory || Introspection::getVarEvent(memory, variable).id != event) {
+        return;
+    }
+    keptSettings.forget(variable);
+    if (LOG_WANTED(LogLight)) {
         LOG(LogLight, "%s changed to %s", Introspection::getVarName(memory, variable),
             Introspection::getVarValue(memory, variable, 0).c_str());
-        keptSettings.forget(variable);
     }
-    dirty = true;
 }
 
 std::stringstream SettingsStore::currentValues() const {
     product.publish();
+    return document(nullptr);
+}
+
+std::vector<uint8_t> SettingsStore::snapshot() const {
+    product.publish();
+    SharedMemory& segment = gen::getSharedMemory(memory);
+    const uint8_t* record = segment.address();
+    return std::vector<uint8_t>(record, record + segment.getSize());
+}
+
+std::string SettingsStore::documentOf(const std::vector<uint8_t>& record) const {
+    return document(record.data()).str();
+}
+
+std::stringstream SettingsStore::document(const uint8_t* record) const {
     const uint32_t count = Introspection::getVarCount(memory);
     std::stringstream document;
     document << "{" << std::endl;
     for (uint32_t variable = 0; variable < count; ++variable) {
         document << "\"" << Introspection::getVarName(memory, variable)
-                 << "\": " << documentValue(memory, variable);
+                 << "\": " << documentValue(memory, variable, record);
         if (variable + 1 < count) {
             document << "," << std::endl;
         }
@@ -51,9 +73,17 @@ bool SettingsStore::store(const char* name) {
     const bool current = fileName == SettingsFolder::currentFileName();
     const std::optional<std::string> path = folder.pathOf(fileName);
     std::string error = "the name does not stay inside the settings folder";
+    std::string document;
     if (path) {
-        const std::string document = currentValues().str();
+        document = currentValues().str();
         if (current) {
+            refreshCurrentFile();
+            if (currentFile.content == document) {
+                // An unchanged document counts as saved.
+                currentSaveError.clear();
+                keptSettings.save();
+                return true;
+            }
             keepBackup();
         }
         error = AtomicFile::write(*path, document);
@@ -61,6 +91,10 @@ bool SettingsStore::store(const char* name) {
     if (error.empty()) {
         if (current) {
             currentSaveError.clear();
+            // Without an identity the file is read again before the next
+            // comparison.
+            const std::optional<FileIdentity> identity = identityOf(*path);
+            currentFile = {identity.has_value(), identity, std::move(document), true};
             keptSettings.save();
         }
         return true;
@@ -89,11 +123,43 @@ void SettingsStore::saveIfDirty() {
     }
 }
 
+std::optional<SettingsStore::FileIdentity> SettingsStore::identityOf(const std::string& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return std::nullopt;
+    }
+    return FileIdentity{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
+                        status.st_mtim.tv_nsec};
+}
+
+void SettingsStore::readCurrentFile() {
+    currentFile = {true, identityOf(folder.currentPath()),
+                   folder.readFile(SettingsFolder::currentFileName()), std::nullopt};
+}
+
+// The remembered file is read again when it is no longer what was remembered
+// as far as its identity tells (removed by a factory reset, replaced or
+// changed by another program of the device).
+void SettingsStore::refreshCurrentFile() {
+    if (!currentFile.known || identityOf(folder.currentPath()) != currentFile.identity) {
+        readCurrentFile();
+    }
+}
+
 // The file that ".current.stp" is about to replace becomes the backup, when it
-// is a complete document; an incomplete one never replaces a good backup.
+// is a complete document; an incomplete one never replaces a good backup.  The
+// file as refreshCurrentFile() left it is checked once: a document this store
+// wrote is known to be complete, and neither is read again.
 void SettingsStore::keepBackup() {
-    const std::optional<std::string> text = folder.readText(SettingsFolder::currentFileName());
-    if (!text || !DocumentText::isCompleteDocument(*text)) {
+    if (!currentFile.identity || !currentFile.content) {
+        return;
+    }
+    if (!currentFile.complete) {
+        std::string text = *currentFile.content;
+        SettingsFolder::dropByteOrderMark(text);
+        currentFile.complete = DocumentText::isCompleteDocument(text);
+    }
+    if (!*currentFile.complete) {
         return;
     }
     const std::string error = AtomicFile::linkOver(folder.currentPath(), folder.backupPath());

@@ -1,6 +1,7 @@
 """Writes history.cpp: how the catalogue changed since earlier releases, as the model declares it
 (variables' former names and out_of_range = "clamp", enums' former entries, retired variables),
-for the loading of settings documents of other releases. gen/code/history.h declares the tables."""
+for the loading of settings documents of other releases. gen/code/history.h declares the tables;
+like the catalogue's tables (emit_tables.py) they are constinit, complete when the program is loaded."""
 
 from cpp import c_string, render, rows
 

@@ -1,6 +1,8 @@
 """Writes the catalogue's tables: enums.h (the enum name arrays), converters.h/.cpp (the
 per-type getters and setters of enums and structs) and tables.cpp (struct member lists, the typed
-facts of the variables, the enum table, the descriptor tables and the memory table)."""
+facts of the variables, the enum table, the descriptor tables and the memory table). Every table
+is a constant initialiser: the program gets them complete when it is loaded, without code run at
+start (constexpr and constinit make the compiler refuse any table that would need such code)."""
 
 import defaults
 import values
@@ -22,8 +24,25 @@ def members_name(struct):
     return f"{struct.name.upper()}_MEMBERS"
 
 
+def member_array_name(struct):
+    return f"{struct.name.upper()}_MEMBER_ARRAY"
+
+
 def variables_name(memory):
     return f"{memory.name.upper()}_VARIABLES"
+
+
+def name_order_name(memory):
+    return f"{memory.name.upper()}_NAME_ORDER" if memory.variables else "nullptr"
+
+
+def _name_order(memory):
+    """The variable indexes of a memory sorted by name in byte order, the lower index first
+    among equal names (Introspection::findVarIndex searches it)."""
+    if not memory.variables:
+        return ""
+    order = sorted(range(len(memory.variables)), key=lambda i: memory.variables[i].name.encode())
+    return _table(f"constexpr uint32_t {name_order_name(memory)}[]", [f"{i}," for i in order])
 
 
 def enums_header(model):
@@ -121,17 +140,35 @@ def _table(declaration, items):
     return f"{declaration} = {{\n{rows(items)}\n}};\n\n"
 
 
+def _bounded_tables(model):
+    """The enum and struct tables declared again with their sizes, ahead of the typed facts that
+    point into them: a constant initialiser may index only an array of known bound."""
+    lines = [f"extern const {kind} {name}[{count}];\n"
+             for kind, name, count in (("EnumInfo", "ENUM_ARRAY", len(model.enums)),
+                                       ("StructTypeInfo", "STRUCT_ARRAY", len(model.structs)))
+             if count > 0]
+    return "".join(lines) + "\n" if lines else ""
+
+
+def _member_list(struct):
+    """The constant member array of a struct type and its StructMembers view."""
+    return (_table(f"constexpr StructInfo {member_array_name(struct)}[]",
+                   [_member(m) for m in struct.members])
+            + f"constexpr StructMembers {members_name(struct)}({member_array_name(struct)});\n\n")
+
+
 def tables_source(model):
-    name_arrays = [f"const char* const {name_array(e)}[] = {{\n{rows(c_string(x) + ',' for x in e.entries)}\n}};"
+    name_arrays = [f"constinit const char* const {name_array(e)}[] = {{\n{rows(c_string(x) + ',' for x in e.entries)}\n}};"
                    for e in model.enums]
     types = {text: number for number, text in enumerate(_variable_types(model))}
     return render(
         "tables.cpp",
-        member_lists="".join(_table(f"const std::vector<StructInfo> {members_name(s)}",
-                                    [_member(m) for m in s.members]) for s in model.structs),
-        variable_types=_table("const VariableType VARIABLE_TYPES[]", list(types)),
-        descriptor_tables="".join(_table(f"VariableDescriptor {variables_name(m)}[]",
+        member_lists="".join(_member_list(s) for s in model.structs),
+        bounded_tables=_bounded_tables(model),
+        variable_types=_table("constinit const VariableType VARIABLE_TYPES[]", list(types)),
+        descriptor_tables="".join(_table(f"constinit VariableDescriptor {variables_name(m)}[]",
                                          [_descriptor(m, v, model, types) for v in m.variables])
+                                  + _name_order(m)
                                   for m in model.memories),
         name_arrays="\n".join(name_arrays),
         enum_rows=rows(f"{{{c_string(e.name)}, {name_array(e)}, {name_array(e)}_SIZE}},"
@@ -140,6 +177,7 @@ def tables_source(model):
         struct_rows=rows(f"{{{c_string(s.name)}, &{members_name(s)}, {s.size}}},"
                          for s in model.structs),
         struct_count=len(model.structs),
-        memory_rows=rows(f"{{{c_string(m.name)}, {variables_name(m)}, {len(m.variables)}}},"
+        memory_rows=rows(f"{{{c_string(m.name)}, {variables_name(m)}, {len(m.variables)}, "
+                         f"{name_order_name(m)}}},"
                          for m in model.memories),
         memory_count=len(model.memories))

@@ -25,7 +25,7 @@ int main() {
         std::printf("struct %s size %u\n", info.name, info.size);
         for (const StructInfo& member : *info.members) {
             std::printf("  %s offset %u element %u length %u type %s\n", member.name, member.offset,
-                        member.elementSize, member.arrayLength, member.typeName.c_str());
+                        member.elementSize, member.arrayLength, member.typeName);
         }
     }
     std::printf("record MemPersistent %zu MemCamera %zu MemApp %zu\n",

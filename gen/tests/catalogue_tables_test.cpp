@@ -127,6 +127,32 @@ struct TellingRow {
     const char* max;
 };
 
+TEST(Catalogue, EveryMemoryHoldsItsVariablesInNameOrder) {
+    for (uint32_t m = 0; m < MEMORY_ARRAY_SIZE; ++m) {
+        const MemoryInfo& info = MEMORY_ARRAY[m];
+        ASSERT_NE(info.nameOrder, nullptr) << info.name;
+        const std::vector<uint32_t> order(info.nameOrder, info.nameOrder + info.variableCount);
+        std::vector<uint32_t> indexes = order;
+        std::sort(indexes.begin(), indexes.end());
+        for (uint32_t v = 0; v < info.variableCount; ++v) {
+            ASSERT_EQ(indexes[v], v) << info.name;
+        }
+        for (uint32_t k = 1; k < info.variableCount; ++k) {
+            const int compared =
+                std::strcmp(info.variables[order[k - 1]].name, info.variables[order[k]].name);
+            EXPECT_TRUE(compared < 0 || (compared == 0 && order[k - 1] < order[k]))
+                << info.name << " " << info.variables[order[k]].name;
+        }
+        for (uint32_t v = 0; v < info.variableCount; ++v) {
+            const std::optional<uint32_t> found =
+                Introspection::findVarIndex(m, info.variables[v].name);
+            ASSERT_TRUE(found.has_value()) << info.variables[v].name;
+            EXPECT_STREQ(info.variables[*found].name, info.variables[v].name);
+        }
+    }
+    EXPECT_FALSE(Introspection::findVarIndex(0, "NoSuchVariable").has_value());
+}
+
 TEST(Catalogue, TellingRowsOfMemPersistent) {
     const TellingRow rows[] = {
         {"AUXTorque", VarAUXTorqueChanged, 56, "int", BaseInt, "1", "4"},
@@ -244,14 +270,14 @@ TEST(Catalogue, ExampleStructMembers) {
     }
     const StructTypeInfo* table = findStruct("LensTable");
     ASSERT_NE(table, nullptr);
-    const std::vector<StructInfo>& members = *table->members;
+    const StructMembers& members = *table->members;
     ASSERT_EQ(members.size(), 9u);
     EXPECT_STREQ(members[0].name, "TableActive");
     EXPECT_EQ(members[0].baseType, BaseBool);
     EXPECT_STREQ(members[6].name, "LensTableValueList");
     EXPECT_EQ(members[6].offset, 24u);
     EXPECT_EQ(members[6].baseType, BaseStruct);
-    EXPECT_EQ(members[6].typeName, "ScaleValues");
+    EXPECT_STREQ(members[6].typeName, "ScaleValues");
     EXPECT_STREQ(members[7].name, "LensTableMotorAtLeftSide");
     EXPECT_EQ(members[7].offset, 12312u);
     EXPECT_STREQ(members[8].name, "LensTableInverse");

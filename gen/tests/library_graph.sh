@@ -12,6 +12,10 @@ trap 'rm -rf "$tmp"' EXIT
 defined() {
     "$nm" --defined-only --format=posix "$1" | awk 'NF >= 2 && $2 ~ /^[TDBR]$/ {print $1}' | sort -u
 }
+# Every definition of an archive, weak ones included.
+provided() {
+    "$nm" --defined-only --format=posix "$1" | awk 'NF >= 2 {print $1}' | sort -u
+}
 # Symbols an archive needs and does not define itself.
 needed() {
     "$nm" --undefined-only --format=posix "$1" | awk 'NF >= 2 {print $1}' | sort -u > "$tmp/undefined"
@@ -20,7 +24,10 @@ needed() {
 }
 
 needed "$2" > "$tmp/needed-introspection"
-needed "$3" > "$tmp/needed-introspection_enum"
+provided "$2" > "$tmp/provided-introspection"
+# What introspection provides (its weak default of the catalogue pointer among
+# it) is not needed from above.
+needed "$3" | comm -23 - "$tmp/provided-introspection" > "$tmp/needed-introspection_enum"
 defined "$3" > "$tmp/defined-introspection_enum"
 defined "$4" > "$tmp/defined-introspection_gen"
 

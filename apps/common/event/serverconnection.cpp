@@ -118,10 +118,11 @@ ServerConnection::~ServerConnection() {
 }
 
 void ServerConnection::connect() {
-    fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd == 0) {
+    const int created = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (created < 0) {
         THROW_ERROR_NUMBER("socket");
     }
+    fd = created;
     const sockaddr_un broker = BrokerProtocol::address();
     poll.add(fd, this, EPOLLIN);
     if (::connect(fd, reinterpret_cast<const sockaddr*>(&broker), sizeof broker) < 0) {

@@ -32,6 +32,8 @@
 //   semaphore does not exist) and, once connected, logs "Connected again".
 //   A process that lost its broker thus does not stay deaf for good; the
 //   owner subscribes again after a reconnect.
+// - A failed socket() is caught where it happens ("socket" and the system's
+//   reason), not later at the poll's registration.
 // - eventName() of an id outside the event table names EVENT_NAME[Invalid],
 //   so that a stray record from a faulty peer is logged instead of read out of
 //   bounds.

@@ -6,7 +6,8 @@ namespace {
 constexpr CatalogueTables EMPTY_CATALOGUE{nullptr, 0, nullptr, 0, nullptr, 0};
 } // namespace
 
-const CatalogueTables* gCatalogueTables = &EMPTY_CATALOGUE;
+// The generated tables define it too, and that definition wins.
+__attribute__((weak)) const CatalogueTables* gCatalogueTables = &EMPTY_CATALOGUE;
 
 namespace Catalogue {
 
@@ -25,10 +26,6 @@ const EnumInfo& enumNamed(const char* name) {
         THROW_ERROR("Unknown enum \"%s\"", name);
     }
     return tables().enums[*found];
-}
-
-Installer::Installer(const CatalogueTables& tables) {
-    gCatalogueTables = &tables;
 }
 
 } // namespace Catalogue

@@ -5,22 +5,27 @@
 // facts (VariableType): kind, element count, capacity, read-only, numeric
 // bounds, default, and the enum or struct it uses.
 //
+// Every table is constant data, complete when the program is loaded: no code
+// builds any of it at start.  Only the descriptors' events are writable
+// (setVarValueJson stores an element index in them).
+//
 // The libraries depend in one direction: the generated tables (introspection_gen)
 // point at the converters of introspection_enum and introspection, so these two
 // never name a generated table.  They read the catalogue through
-// Catalogue::tables(), which the generated tables install while the program's
-// static objects are constructed (Catalogue::Installer); every program that
-// links introspection_gen keeps the object that installs them.  Until then, and
-// in a program without generated tables, the catalogue is empty.
+// Catalogue::tables(), that is through gCatalogueTables: the generated tables
+// define it, pointing at themselves, and every program that links
+// introspection_gen keeps the object that defines it.  A program without
+// generated tables gets the weak definition beside introspection, an empty
+// catalogue.
 #pragma once
 
 #include "notify.h"
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 // Base type codes of a variable or struct member.  A buffer has the code of a
 // string (its kind tells them apart).
@@ -81,15 +86,19 @@ struct StructInfo {
     const char* name;
     uint32_t offset;      // byte offset inside the struct
     uint32_t baseType;    // BaseType code
-    std::string typeName; // "int", "float", "bool", "string" or the enum/struct name
+    const char* typeName; // "int", "float", "bool", "string" or the enum/struct name
     uint32_t arrayLength; // 0 for a single value
     uint32_t elementSize; // byte size of one value (a string's capacity)
 };
 
+// The member list of a struct type, in declaration order: a view of a
+// constant array.
+using StructMembers = std::span<const StructInfo>;
+
 // One struct type: its members and its byte size.
 struct StructTypeInfo {
     const char* name;
-    const std::vector<StructInfo>* members;
+    const StructMembers* members;
     uint32_t size;
 };
 
@@ -106,15 +115,18 @@ struct VariableDescriptor {
     const char* max;         // null when absent
     const char* arrayLength; // null when the variable is not an array
     uint8_t isArray;
-    const std::vector<StructInfo>* structMembers; // struct types only, else null
-    uint32_t elementSize;                         // byte size of one element
-    const VariableType* type;                     // the typed facts; never null
+    const StructMembers* structMembers; // struct types only, else null
+    uint32_t elementSize;               // byte size of one element
+    const VariableType* type;           // the typed facts; never null
 };
 
 struct MemoryInfo {
     const char* name;
     VariableDescriptor* variables;
     uint32_t variableCount;
+    // The variable indexes sorted by name (byte order; the lower index first
+    // among equal names), variableCount of them.
+    const uint32_t* nameOrder;
 };
 
 struct EnumInfo {
@@ -141,7 +153,8 @@ struct CatalogueTables {
     uint32_t structCount;
 };
 
-// The installed catalogue; never null (an empty catalogue until one is installed).
+// The program's catalogue; never null (an empty catalogue in a program without
+// generated tables).
 extern const CatalogueTables* gCatalogueTables;
 
 namespace Catalogue {
@@ -159,11 +172,5 @@ inline VariableDescriptor& variable(uint32_t memory, uint32_t variable) {
 std::optional<uint32_t> findEnum(std::string_view name);
 // The first enum of that name; throws "Unknown enum \"<name>\"" when there is none.
 const EnumInfo& enumNamed(const char* name);
-
-// Installs `tables` as the catalogue when constructed; the generated tables define one.
-class Installer {
-public:
-    explicit Installer(const CatalogueTables& tables);
-};
 
 } // namespace Catalogue

@@ -26,32 +26,17 @@ void checkMemory(uint32_t memory) {
     }
 }
 
-// The variable indexes of a memory sorted by name (the lower index first among
-// equal names), built on first use.  Only called for a valid memory, so the
-// catalogue is the installed one, which does not change afterwards.
-const std::vector<uint32_t>& nameOrder(uint32_t memory) {
-    static std::vector<std::vector<uint32_t>> orders(tables().memoryCount);
-    std::vector<uint32_t>& order = orders[memory];
-    const uint32_t count = tables().memories[memory].variableCount;
-    if (order.size() != count) {
-        order.resize(count);
-        for (uint32_t variable = 0; variable < count; ++variable) {
-            order[variable] = variable;
-        }
-        std::stable_sort(order.begin(), order.end(), [memory](uint32_t left, uint32_t right) {
-            return std::string_view(Catalogue::variable(memory, left).name) <
-                   Catalogue::variable(memory, right).name;
-        });
-    }
-    return order;
-}
-
 VariableDescriptor& descriptor(uint32_t memory, uint32_t variable) {
     checkMemory(memory);
     if (variable >= tables().memories[memory].variableCount) {
         THROW_ERROR("Index exceeds limit");
     }
     return Catalogue::variable(memory, variable);
+}
+
+// The getter's text of element `index` of the variable in `record`.
+std::string valueIn(const VariableDescriptor& entry, const uint8_t* record, int index) {
+    return entry.getter(record + entry.offset, index);
 }
 
 } // namespace
@@ -146,7 +131,11 @@ std::string getVarValue(uint32_t memory, uint32_t variable, int index) {
     if (entry.memoryBase == nullptr) {
         return "n/a";
     }
-    return entry.getter(entry.memoryBase + entry.offset, index);
+    return valueIn(entry, entry.memoryBase, index);
+}
+
+std::string getVarValueIn(const uint8_t* record, uint32_t memory, uint32_t variable, int index) {
+    return valueIn(descriptor(memory, variable), record, index);
 }
 
 std::string setVarValue(uint32_t memory, uint32_t variable, const char* value) {
@@ -237,12 +226,13 @@ const char* baseTypeName(ValueKind kind) {
 
 std::optional<uint32_t> findVarIndex(uint32_t memory, std::string_view name) {
     checkMemory(memory);
-    const std::vector<uint32_t>& order = nameOrder(memory);
-    const auto found = std::lower_bound(
-        order.begin(), order.end(), name, [memory](uint32_t variable, std::string_view wanted) {
+    const MemoryInfo& info = tables().memories[memory];
+    const uint32_t* end = info.nameOrder + info.variableCount;
+    const uint32_t* found = std::lower_bound(
+        info.nameOrder, end, name, [memory](uint32_t variable, std::string_view wanted) {
             return std::string_view(Catalogue::variable(memory, variable).name) < wanted;
         });
-    if (found == order.end() || Catalogue::variable(memory, *found).name != name) {
+    if (found == end || Catalogue::variable(memory, *found).name != name) {
         return std::nullopt;
     }
     return *found;

@@ -58,6 +58,9 @@ void genEventToVar();
 
 // The value of element `index` as text ("n/a" when the memory is not open).
 std::string getVarValue(uint32_t memory, uint32_t variable, int index);
+// The same value text, read from `record`, a copy of the memory's record
+// taken earlier instead of the live memory.
+std::string getVarValueIn(const uint8_t* record, uint32_t memory, uint32_t variable, int index);
 // Stores a text value through the variable's setter; the error text, empty on success.
 std::string setVarValue(uint32_t memory, uint32_t variable, const char* value);
 // Stores struct members of element `index` through setJson; the error text.
@@ -79,8 +82,8 @@ const VariableType& typeOf(uint32_t memory, uint32_t variable);
 const char* baseTypeName(ValueKind kind);
 
 // The index of the variable of memory `memory` with exactly this name (the
-// lowest such index), or nullopt.  A binary search in the memory's variables
-// sorted by name, which are sorted once.
+// lowest such index), or nullopt.  A binary search in the memory's name order,
+// which the catalogue holds as data.
 std::optional<uint32_t> findVarIndex(uint32_t memory, std::string_view name);
 
 // The struct type of that name, null when the catalogue has none.

@@ -31,14 +31,13 @@ public:
 
     std::string errors;
 
-    void applyMembers(uint8_t* element, const std::vector<StructInfo>& layout,
-                      const std::string& typeName, const std::vector<Json::Item>& items,
-                      const std::string& prefix) {
+    void applyMembers(uint8_t* element, StructMembers layout, const char* typeName,
+                      const std::vector<Json::Item>& items, const std::string& prefix) {
         for (const auto& [name, value] : items) {
             const std::string path = prefix + name;
             const StructInfo* member = findMember(layout, name);
             if (member == nullptr) {
-                fail(path, "not a member of " + typeName);
+                fail(path, std::string("not a member of ") + typeName);
             } else if (member->arrayLength > 0) {
                 applyArray(action.at(element, member->offset), *member, value, path);
             } else {
@@ -50,8 +49,7 @@ public:
 private:
     Action& action;
 
-    static const StructInfo* findMember(const std::vector<StructInfo>& layout,
-                                        const std::string& name) {
+    static const StructInfo* findMember(StructMembers layout, const std::string& name) {
         for (const StructInfo& member : layout) {
             if (name == member.name) {
                 return &member;
@@ -121,7 +119,7 @@ private:
                      const std::string& path) {
         const std::optional<ElementType> type = ValueCodec::memberType(member);
         if (!type) {
-            fail(path, "no conversion for type " + member.typeName);
+            fail(path, std::string("no conversion for type ") + member.typeName);
             return;
         }
         if (const std::string problem = action.scalar(address, *type, text); !problem.empty()) {

@@ -201,8 +201,7 @@ std::optional<ElementType> memberType(const StructInfo& member) {
     case BaseString:
         return ElementType{ValueKind::String, member.elementSize, nullptr, nullptr};
     case BaseEnum:
-        return ElementType{ValueKind::Enum, 0, &Catalogue::enumNamed(member.typeName.c_str()),
-                           nullptr};
+        return ElementType{ValueKind::Enum, 0, &Catalogue::enumNamed(member.typeName), nullptr};
     case BaseStruct:
         return ElementType{ValueKind::Struct, 0, nullptr,
                            Introspection::findStructType(member.typeName)};

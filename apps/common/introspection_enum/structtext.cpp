@@ -11,10 +11,10 @@
 
 namespace {
 
-const StructTypeInfo& structType(const std::string& name) {
+const StructTypeInfo& structType(const char* name) {
     const StructTypeInfo* type = Introspection::findStructType(name);
     if (type == nullptr) {
-        THROW_ERROR("Unknown struct \"%s\"", name.c_str());
+        THROW_ERROR("Unknown struct \"%s\"", name);
     }
     return *type;
 }
@@ -37,7 +37,7 @@ std::string memberValue(const StructInfo& member, const uint8_t* address) {
                "\", \"type\": \"string\" }";
     }
     case BaseEnum: {
-        const EnumInfo& info = Catalogue::enumNamed(member.typeName.c_str());
+        const EnumInfo& info = Catalogue::enumNamed(member.typeName);
         return IntrospectionEnum::printEnum(
             getEnumIntrospection(address, 0, info.name, info.entries, info.entryCount), info);
     }

@@ -135,6 +135,19 @@ Json::State Json::step(char c) {
     return nextChar<Failed>(c);
 }
 
+// Appends to `to` the characters of `text` from `from` on while `plain` holds
+// for them; the index of the first one for which it does not (or the end).
+template <typename Plain>
+std::string::size_type Json::appendRun(const std::string& text, std::string::size_type from,
+                                       std::string& to, Plain plain) {
+    std::string::size_type stop = from;
+    while (stop < text.size() && plain(text[stop])) {
+        ++stop;
+    }
+    to.append(text, from, stop - from);
+    return stop;
+}
+
 bool Json::parse(const std::string& text) {
     errorPosition = -1;
     state = Begin;
@@ -146,7 +159,20 @@ bool Json::parse(const std::string& text) {
     closeChar = 0;
     depth = 0;
 
-    for (std::string::size_type i = 0; i < text.size(); ++i) {
+    const std::string::size_type size = text.size();
+    for (std::string::size_type i = 0; i < size; ++i) {
+        // Runs of characters that the state only appends are copied at once.
+        if (state == Value && closeChar != 0) {
+            i = appendRun(text, i, valueText,
+                          [this](char c) { return c != openChar && c != closeChar; });
+        } else if (state == Name) {
+            i = appendRun(text, i, name, [this](char c) {
+                return c != ':' && !isWhitespace(c) && c != nameQuote;
+            });
+        }
+        if (i == size) {
+            break;
+        }
         const char c = text[i];
         if (state != Name && state != Value && isWhitespace(c))
             continue;

@@ -23,6 +23,12 @@
 // - `parse` returns false at the first rejected character and leaves its
 //   zero-based index in `errorPosition`; the items read before it stay.
 //
+// Inside a quoted or nested value only the characters `openChar` and
+// `closeChar` change anything but the value's text, and inside a name only
+// ':', whitespace and `nameQuote` change anything but the name; `parse` copies
+// such runs of characters at once instead of stepping through each.  The
+// result and the error position are those of the stepwise reading.
+//
 // A fresh instance is meant for each document.  `parse` starts again in state
 // `Begin` with an empty name and value, but it keeps `items`, `outerClose`
 // and `outerIsArray` from an earlier call (so a second object document read
@@ -95,5 +101,8 @@ private:
     template <State S> State nextChar(char c);
     State step(char c);
     State afterSeparator(char c);
+    template <typename Plain>
+    static std::string::size_type appendRun(const std::string& text, std::string::size_type from,
+                                            std::string& to, Plain plain);
     void finishItem();
 };

@@ -87,7 +87,7 @@ void writeLine(gen::LogLevel level) {
 
 void logMessageIntern(gen::LogLevel* componentLevel, gen::LogLevel level, const char* file,
                       int line, const char* format, va_list args) {
-    if (componentLevel != nullptr && level < *componentLevel) {
+    if (!logLevelPasses(componentLevel, level)) {
         return;
     }
     formatMessage(file, line, format, args);

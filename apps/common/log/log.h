@@ -35,6 +35,13 @@
 // are open, then the component's log-level variable in MemApp.
 extern gen::LogLevel* gComponentLogLevel;
 
+// True when a line of `level` passes the component's filter: the level is not
+// below the one `componentLevel` points at, or the pointer is null.  Callers
+// whose message is costly to build ask first (LOG_WANTED).
+inline bool logLevelPasses(const gen::LogLevel* componentLevel, gen::LogLevel level) {
+    return componentLevel == nullptr || level >= *componentLevel;
+}
+
 void logMessage(gen::LogLevel* componentLevel, gen::LogLevel level, const char* file, int line,
                 const char* format, ...) __attribute__((format(printf, 5, 6)));
 
@@ -60,6 +67,7 @@ void processPreInit();
 void processPostInit();
 
 #define LOG(level, ...) logMessage(gComponentLogLevel, gen::level, __FILE__, __LINE__, __VA_ARGS__)
+#define LOG_WANTED(level) logLevelPasses(gComponentLogLevel, gen::level)
 #define THROW_ERROR(...) throwError(__FILE__, __LINE__, __VA_ARGS__)
 #define THROW_ERROR_NUMBER(what) throwErrorNumber(__FILE__, __LINE__, what)
 #define THROW_ERROR_NUMBER_INFO(what) throwErrorNumberInfo(__FILE__, __LINE__, what)

@@ -13,9 +13,15 @@ bool inArrayForm(uint32_t memory, uint32_t variable) {
            kind != ValueKind::Buffer;
 }
 
+// Element `element`'s text, from `record` when there is one.
+std::string valueOf(uint32_t memory, uint32_t variable, int element, const uint8_t* record) {
+    return record != nullptr ? Introspection::getVarValueIn(record, memory, variable, element)
+                             : Introspection::getVarValue(memory, variable, element);
+}
+
 } // namespace
 
-std::string documentValueText(uint32_t memory, uint32_t variable) {
+std::string documentValueText(uint32_t memory, uint32_t variable, const uint8_t* record) {
     const Introspection::DocumentEscape escapeStructTexts;
     const uint32_t baseType = Introspection::getVarBaseType(memory, variable);
     if (inArrayForm(memory, variable)) {
@@ -25,17 +31,17 @@ std::string documentValueText(uint32_t memory, uint32_t variable) {
             if (element > 0) {
                 text += ",";
             }
-            text += Introspection::getVarValue(memory, variable, element);
+            text += valueOf(memory, variable, element, record);
         }
         return text + "]";
     }
-    const std::string value = Introspection::getVarValue(memory, variable, 0);
+    const std::string value = valueOf(memory, variable, 0, record);
     return isQuotedInDocument(baseType) ? DocumentText::escape(value) : value;
 }
 
-std::string documentValue(uint32_t memory, uint32_t variable) {
+std::string documentValue(uint32_t memory, uint32_t variable, const uint8_t* record) {
     const uint32_t baseType = Introspection::getVarBaseType(memory, variable);
-    std::string text = documentValueText(memory, variable);
+    std::string text = documentValueText(memory, variable, record);
     if (isQuotedInDocument(baseType) && !inArrayForm(memory, variable)) {
         return "\"" + text + "\"";
     }

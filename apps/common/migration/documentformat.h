@@ -22,8 +22,9 @@ inline bool isQuotedInDocument(uint32_t baseType) {
 }
 
 // The value of a variable as its line of a settings document holds it after
-// "<name>": , the quotes included.
-std::string documentValue(uint32_t memory, uint32_t variable);
+// "<name>": , the quotes included.  Read from `record`, a copy of the memory's
+// record taken earlier, when one is given; from the live memory otherwise.
+std::string documentValue(uint32_t memory, uint32_t variable, const uint8_t* record = nullptr);
 // The same without the quotes of a quoted value: the text that the settings
 // reader gives for it.
-std::string documentValueText(uint32_t memory, uint32_t variable);
+std::string documentValueText(uint32_t memory, uint32_t variable, const uint8_t* record = nullptr);

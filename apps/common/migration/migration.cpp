@@ -36,7 +36,7 @@ void keepAside(KeyResult& result, std::string reason) {
 
 // The struct member named `name` of the variable, or null.
 const StructInfo* memberNamed(uint32_t memory, uint32_t variable, const std::string& name) {
-    const std::vector<StructInfo>* members = Catalogue::variable(memory, variable).structMembers;
+    const StructMembers* members = Catalogue::variable(memory, variable).structMembers;
     if (members == nullptr) {
         return nullptr;
     }

@@ -1,6 +1,7 @@
 #include "sharedmemory.h"
 
 #include "log.h"
+#include "ownership.h"
 
 #include <cerrno>
 #include <cstring>
@@ -22,17 +23,46 @@ SharedMemory::~SharedMemory() {
 }
 
 bool SharedMemory::create() {
-    fd = shm_open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    fd = shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, Ownership::SHARED_MODE);
+    bool existed = false;
+    if (fd == -1 && errno == EEXIST) {
+        existed = openExisting();
+    }
     if (fd == -1) {
         THROW_ERROR_NUMBER(name.c_str());
     }
-    struct stat status {};
-    const bool existed = fstat(fd, &status) == 0 && status.st_size > 0;
-    if (ftruncate(fd, static_cast<off_t>(size) + HEADER_SIZE) == -1) {
+    if (!Ownership::setOwnMode(fd, Ownership::SHARED_MODE) ||
+        ftruncate(fd, static_cast<off_t>(size) + HEADER_SIZE) == -1) {
         THROW_ERROR_NUMBER(name.c_str());
     }
     created = true;
     return existed;
+}
+
+// An object of this name exists: one of this process's user (an earlier run)
+// is opened and reused; one of another user, or anything that is not a plain
+// object (a link), is removed and made anew.  True when an own object with
+// contents was opened; fd is -1 (errno set) when nothing could be opened.
+bool SharedMemory::openExisting() {
+    fd = shm_open(name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0);
+    struct stat status {};
+    if (fd != -1 && fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
+        Ownership::isOwn(status)) {
+        return status.st_size > 0;
+    }
+    const int openError = errno;
+    if (fd != -1) {
+        ::close(fd);
+        fd = -1;
+    }
+    const std::string path = Ownership::SHM_FOLDER + name;
+    if (lstat(path.c_str(), &status) != 0) {
+        errno = openError;
+        return false;
+    }
+    Ownership::removeForeign("memory", path, status);
+    fd = shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, Ownership::SHARED_MODE);
+    return false;
 }
 
 void SharedMemory::open() {
@@ -49,11 +79,9 @@ uint8_t* SharedMemory::address() {
     if (data) {
         return data;
     }
-    // Only a null result counts as failure: callers map only objects whose open and sizing
-    // succeeded.
     void* start = mmap(nullptr, size + HEADER_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    if (start == nullptr) {
-        THROW_ERROR_NUMBER(name.c_str());
+    if (start == MAP_FAILED || start == nullptr) {
+        THROW_ERROR_NUMBER(("mmap " + name).c_str());
     }
     mapping = static_cast<uint8_t*>(start);
     uint32_t header;

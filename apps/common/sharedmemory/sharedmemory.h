@@ -6,6 +6,14 @@
 //
 // create() reports whether an object of that name existed already (its contents are kept); the
 // catalogue's start-up writes only the default pieces into one that did not (it reads as zeros).
+// Access (see ownership.h): create() makes the object with mode 0660 and this
+// process's group whatever the umask, with O_EXCL.  An object of that name
+// that another user made, or a link in its place, is removed (a Warn line
+// names it and its owner) and made anew; one that cannot be removed refuses
+// the start.  An object of this process's own user, left by an earlier run, is
+// reused with its contents, its mode and group set right.  A failed mapping
+// (MAP_FAILED as well as a null address) throws "mmap <name>".
+//
 // close() clears the created mark once the name has been removed, so that a later close() (the
 // destructor's) does not try to remove it again.
 #pragma once
@@ -20,8 +28,9 @@ public:
     SharedMemory(const SharedMemory&) = delete;
     SharedMemory& operator=(const SharedMemory&) = delete;
 
-    // Creates the object, or opens it when it exists, read-write, and sets its length to the
-    // data size plus the header. Returns true when the object existed before.
+    // Creates the object, or opens it when it exists and belongs to this process's user,
+    // read-write, and sets its length to the data size plus the header. Returns true when
+    // the object existed before.
     bool create();
     // Opens an existing object read-write.
     void open();
@@ -34,6 +43,8 @@ public:
     unsigned getSize() const { return size; }
 
 private:
+    bool openExisting();
+
     std::string name;
     uint32_t size;
     int fd;

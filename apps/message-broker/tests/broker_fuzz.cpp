@@ -15,7 +15,8 @@
 // The model keeps each client's bytes whole and cuts records from them at
 // 12-byte steps; a client's subscription to an id is decided by replaying
 // its command history backwards (the last SubscribeAll, UnsubscribeAll, or
-// Subscribe/Unsubscribe of that id wins; none: not subscribed).
+// Subscribe/Unsubscribe of that id wins; none: not subscribed); a
+// Subscribe/Unsubscribe of an id outside the event table decides nothing.
 #include "brokerprotocol.h"
 #include "routing.h"
 
@@ -76,8 +77,12 @@ struct Model {
     // Returns true when the record is to be forwarded.
     bool take(const Notify& record) {
         if (pendingCommand != Invalid) {
-            history.push_back(
-                {pendingCommand == Subscribe ? Decision::Include : Decision::Exclude, record.id});
+            // An operand outside the event table is refused: no decision.
+            if (record.id < EVENT_ID_COUNT) {
+                history.push_back(
+                    {pendingCommand == Subscribe ? Decision::Include : Decision::Exclude,
+                     record.id});
+            }
             pendingCommand = Invalid;
             return false;
         }
@@ -112,15 +117,17 @@ public:
             data += part;
             size -= part;
             expectRecords(client, std::span(scratch).first(records));
-            takeRecords(peer, std::span(scratch).first(records), peers, [](Peer&) {
-                // Inputs are far too short to fill a queue.
-                check(false);
-            });
+            takeRecords(peer, std::span(scratch).first(records), peers, total,
+                        [](Peer&, QueueLimit) {
+                            // Inputs are far too short to fill a queue.
+                            check(false);
+                        });
         }
     }
 
     void reconnect(size_t client) {
         checkQueue(client);
+        total.bytes -= peers[client]->output.pending();
         peers[client]->open = false;
         peers[client] = std::make_unique<Peer>();
         models[client] = Model();
@@ -158,6 +165,7 @@ private:
     }
 
     std::vector<std::unique_ptr<Peer>> peers;
+    QueueTotal total;
     Model models[CLIENTS];
     std::vector<Notify> scratch = std::vector<Notify>(SCRATCH_RECORDS);
 };

@@ -84,4 +84,42 @@ TEST(SubscriptionSet, SubscribeAllForgetsEarlierExclusions) {
     EXPECT_TRUE(set.contains(FOCUS));
 }
 
+TEST(SubscriptionSet, AnIdOutsideTheEventTableIsRefusedAndCounted) {
+    SubscriptionSet set;
+    const auto beyond = static_cast<EventId>(EVENT_ID_COUNT);
+    const auto far = static_cast<EventId>(0xFFFFFFF0);
+    EXPECT_EQ(feed(set, {{Subscribe, 0, 0}, {beyond, 0, 0}, {Subscribe, 0, 0}, {far, 0, 0}}),
+              (std::vector<bool>{true, true, true, true}));
+    EXPECT_FALSE(set.contains(beyond));
+    EXPECT_FALSE(set.contains(far));
+    EXPECT_EQ(set.refusals(), 2u);
+    EXPECT_EQ(set.lastRefusal(), 0xFFFFFFF0u);
+    // The last id of the table is taken; an Unsubscribe outside it is refused too.
+    feed(set, {{Subscribe, 0, 0}, {static_cast<EventId>(EVENT_ID_COUNT - 1), 0, 0}});
+    EXPECT_TRUE(set.contains(EVENT_ID_COUNT - 1));
+    feed(set, {{Unsubscribe, 0, 0}, {beyond, 0, 0}});
+    EXPECT_EQ(set.refusals(), 3u);
+}
+
+TEST(SubscriptionSet, SubscribeAllStillDeliversIdsOutsideTheTable) {
+    SubscriptionSet set;
+    feed(set, {{SubscribeAll, 0, 0}, {Unsubscribe, 0, 0}, {static_cast<EventId>(5000), 0, 0}});
+    EXPECT_TRUE(set.contains(5000));
+    EXPECT_TRUE(set.contains(0xFFFFFFFF));
+    EXPECT_EQ(set.refusals(), 1u);
+}
+
+TEST(SubscriptionSet, ItsSizeIsFixedWhateverIsSubscribed) {
+    static_assert(sizeof(SubscriptionSet) <= 160, "a bitset over the event table and a few words");
+    SubscriptionSet set;
+    for (uint32_t id = 0; id < 200000; ++id) {
+        set.apply({Subscribe, 0, 0});
+        set.apply({static_cast<EventId>(id), 0, 0});
+    }
+    for (uint32_t id = 6; id < EVENT_ID_COUNT; ++id) {
+        EXPECT_TRUE(set.contains(id)) << id;
+    }
+    EXPECT_EQ(set.refusals(), 200000u - EVENT_ID_COUNT);
+}
+
 } // namespace

@@ -1,13 +1,17 @@
 // The command line of settings-manager and its one-instance lock.
 #include "commandline.h"
 #include "instancelock.h"
+#include "kmsgcapture.h"
+#include "logline.h"
 #include "version.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 namespace {
@@ -77,26 +81,85 @@ TEST(CommandLine, AnythingElseIsAUsageError) {
 }
 
 TEST(InstanceLock, OnlyOneHolderAtATime) {
-    const std::string path = "/tmp/instance.lock";
-    std::filesystem::remove(path);
+    const std::string path = "/tmp/lock/instance.lock";
+    std::filesystem::remove_all("/tmp/lock");
     std::string error;
     {
         InstanceLock first(path);
         ASSERT_TRUE(first.take(error)) << error;
         InstanceLock second(path);
         EXPECT_FALSE(second.take(error));
-        EXPECT_EQ(error, "already running (another instance holds /tmp/instance.lock)");
+        EXPECT_EQ(error, "already running (another instance holds /tmp/lock/instance.lock)");
     }
     InstanceLock third(path);
     EXPECT_TRUE(third.take(error)) << error;
 }
 
 TEST(InstanceLock, ALockFileThatCannotBeMadeIsReported) {
-    InstanceLock lock("/nonexistent/instance.lock");
+    InstanceLock lock("/nonexistent/lock/instance.lock");
     std::string error;
     EXPECT_FALSE(lock.take(error));
-    EXPECT_EQ(error,
-              "cannot open the lock file /nonexistent/instance.lock: No such file or directory");
+    EXPECT_EQ(error, "cannot create /nonexistent/lock: No such file or directory");
+}
+
+TEST(InstanceLock, TheFolderAndTheFileGetTheirModesWhateverTheUmask) {
+    std::filesystem::remove_all("/tmp/lock");
+    const mode_t mask = ::umask(0);
+    std::string error;
+    InstanceLock lock("/tmp/lock/instance.lock");
+    const bool taken = lock.take(error);
+    ::umask(mask);
+    ASSERT_TRUE(taken) << error;
+    struct stat status {};
+    ASSERT_EQ(::stat("/tmp/lock", &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0700u);
+    ASSERT_EQ(::stat("/tmp/lock/instance.lock", &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600u);
+}
+
+TEST(InstanceLock, AnOwnFolderIsClosedToOthers) {
+    std::filesystem::remove_all("/tmp/lock");
+    ASSERT_EQ(::mkdir("/tmp/lock", 0777), 0);
+    ASSERT_EQ(::chmod("/tmp/lock", 0777), 0);
+    std::string error;
+    InstanceLock lock("/tmp/lock/instance.lock");
+    ASSERT_TRUE(lock.take(error)) << error;
+    struct stat status {};
+    ASSERT_EQ(::stat("/tmp/lock", &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0700u);
+}
+
+TEST(InstanceLock, LinksInThePlaceOfTheFolderOrTheFileAreRemovedAndNamed) {
+    std::filesystem::remove_all("/tmp/lock");
+    std::filesystem::remove_all("/tmp/elsewhere");
+    std::filesystem::create_directory("/tmp/elsewhere");
+    std::filesystem::create_directory_symlink("/tmp/elsewhere", "/tmp/lock");
+    testsupport::KmsgCapture log;
+    std::string error;
+    {
+        InstanceLock lock("/tmp/lock/instance.lock");
+        ASSERT_TRUE(lock.take(error)) << error;
+    }
+    EXPECT_TRUE(std::filesystem::is_directory(std::filesystem::symlink_status("/tmp/lock")));
+    EXPECT_FALSE(std::filesystem::exists("/tmp/elsewhere/instance.lock"));
+
+    std::filesystem::remove("/tmp/lock/instance.lock");
+    std::filesystem::create_symlink("/tmp/elsewhere/target", "/tmp/lock/instance.lock");
+    {
+        InstanceLock lock("/tmp/lock/instance.lock");
+        ASSERT_TRUE(lock.take(error)) << error;
+    }
+    EXPECT_TRUE(std::filesystem::is_regular_file(
+        std::filesystem::symlink_status("/tmp/lock/instance.lock")));
+    EXPECT_FALSE(std::filesystem::exists("/tmp/elsewhere/target"));
+    const std::vector<std::string> lines = log.lines();
+    for (const char* expected : {"Removed lock folder /tmp/lock, which belonged to uid 0 (root)",
+                                 "Removed lock file /tmp/lock/instance.lock, which belonged to "
+                                 "uid 0 (root)"}) {
+        EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+            return testsupport::isLogLine(line, gen::Warn, "ownership.cpp", expected);
+        })) << expected;
+    }
 }
 
 } // namespace

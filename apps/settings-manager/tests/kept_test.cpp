@@ -152,6 +152,19 @@ TEST_F(KeptTest, TheUserSettingAVariableDropsWhatWasKeptForIt) {
     EXPECT_EQ(readFile(KEPT), "{\n\"NoSuchVariable\": {\"value\": \"1\"}\n}");
 }
 
+TEST_F(KeptTest, AChangeBelowTheServicesLogLevelStillDropsWhatWasKeptForIt) {
+    writeFile(CURRENT, documentWith("\"AUXTorque\": 9,\n\"NoSuchVariable\": 1,\n", "AUXTorque"));
+    restart();
+    ASSERT_THAT(readFile(KEPT), HasSubstr("AUXTorque"));
+    gen::memApp().AppSettingsManagerLogLevel = gen::Warn;
+    testsupport::KmsgCapture log;
+    gen::memPersistent().AUXTorque = 3;
+    service->handleEvent(Notify{VarAUXTorqueChanged, 0, 0});
+    EXPECT_THAT(log.lines(), Not(Contains(HasSubstr("AUXTorque changed to"))));
+    service->storeToMemory(".current");
+    EXPECT_EQ(readFile(KEPT), "{\n\"NoSuchVariable\": {\"value\": \"1\"}\n}");
+}
+
 TEST_F(KeptTest, AUserSetupKeepsNothingAsideAndDropsWhatWasKeptForWhatItStored) {
     writeFile(CURRENT, documentWith("\"AUXTorque\": 9,\n\"NoSuchVariable\": 1,\n", "AUXTorque"));
     restart();

@@ -360,3 +360,17 @@ TEST_F(SettingsLoaderTest, TheFactoryResetEmptiesTheFolderAndAppliesTheCapturedD
     EXPECT_EQ(gen::memPersistent().ZoomTorque, 2);
     EXPECT_FALSE(gen::memGuiLocal().FactoryReset);
 }
+
+TEST_F(SettingsLoaderTest, TheDefaultsAreThoseOfTheCaptureWhatTheMemoryHoldsLater) {
+    std::filesystem::create_directory(SETUPS);
+    loader.captureDefaults();
+    const std::string defaults = readFile(CURRENT);
+    auto& values = gen::memPersistent();
+    values.ZoomTorque = 4;
+    std::snprintf(values.UserButton4_Name.data(), values.UserButton4_Name.size(), "Changed");
+    std::snprintf(values.RecentLensFiles[1].LensFileName.data(),
+                  values.RecentLensFiles[1].LensFileName.size(), "Zeta 50");
+    gen::memGuiLocal().FactoryReset = true;
+    loader.factoryReset([] {});
+    EXPECT_EQ(store.currentValues().str(), defaults);
+}

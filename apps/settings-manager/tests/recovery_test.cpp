@@ -5,6 +5,7 @@
 #include "servicefixture.h"
 
 #include <filesystem>
+#include <fstream>
 #include <sys/stat.h>
 
 using namespace servicetest;
@@ -62,6 +63,20 @@ TEST_F(RecoveryTest, AnIncompleteCurrentFileNeverReplacesAGoodBackup) {
     service->parseJsonStringStreamAndSetValues(std::stringstream("{}"));
     EXPECT_TRUE(service->storeToMemory(".current"));
     EXPECT_EQ(readFile(BACKUP), "{\"FocusTorque\": 3}");
+}
+
+TEST_F(RecoveryTest, ACurrentFileRewrittenInPlaceSinceTheLastSaveIsCheckedAgain) {
+    ASSERT_TRUE(service->init());
+    gen::memPersistent().FocusTorque = 4;
+    ASSERT_TRUE(service->storeToMemory(".current"));
+    const std::string backup = readFile(BACKUP);
+    {
+        std::ofstream file(CURRENT, std::ios::in | std::ios::out);
+        file << "{\"FocusTorque\": 4";
+    }
+    std::filesystem::resize_file(CURRENT, 16);
+    EXPECT_TRUE(service->storeToMemory(".current"));
+    EXPECT_EQ(readFile(BACKUP), backup);
 }
 
 TEST_F(RecoveryTest, ADamagedCurrentFileIsKeptAsideAndTheBackupIsLoaded) {

@@ -45,6 +45,15 @@ TEST_F(StoreTest, AChangeOfAPersistentVariableIsLoggedAndMarksDirty) {
                                        "FocusTorque changed to 3"));
 }
 
+TEST_F(StoreTest, AChangeBelowTheServicesLogLevelIsNotLoggedButMarksDirty) {
+    gen::memApp().AppSettingsManagerLogLevel = gen::Warn;
+    testsupport::KmsgCapture log;
+    gen::memPersistent().FocusTorque = 3;
+    service->handleEvent(Notify{VarFocusTorqueChanged, 0, 0});
+    EXPECT_TRUE(service->isDirty());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 TEST_F(StoreTest, AnEventOfNoPersistentVariableLogsNothingAndStillMarksDirty) {
     testsupport::KmsgCapture log;
     service->handleEvent(Notify{VarFocusTargetValueChanged, 0, 0});
@@ -209,4 +218,22 @@ TEST_F(SettingsStoreTest, AFailedSaveLeavesTheSettingsDirty) {
     EXPECT_TRUE(store.isDirty());
     EXPECT_FALSE(store.store("../escaped"));
     EXPECT_FALSE(exists("/var/escaped.stp"));
+}
+
+TEST_F(SettingsStoreTest, ASnapshotGivesTheDocumentOfItsMomentWhateverChangesLater) {
+    auto& values = gen::memPersistent();
+    values.FocusTorque = 3;
+    values.CircleofConfusion = 0.25f;
+    std::snprintf(values.UserButton4_Name.data(), values.UserButton4_Name.size(), "a\"b");
+    std::snprintf(values.RecentLensFiles[1].LensFileName.data(),
+                  values.RecentLensFiles[1].LensFileName.size(), "Zeta 50");
+    const std::vector<uint8_t> record = store.snapshot();
+    const std::string then = store.currentValues().str();
+    EXPECT_EQ(store.documentOf(record), then);
+
+    values.FocusTorque = 4;
+    std::snprintf(values.RecentLensFiles[1].LensFileName.data(),
+                  values.RecentLensFiles[1].LensFileName.size(), "Other");
+    EXPECT_NE(store.currentValues().str(), then);
+    EXPECT_EQ(store.documentOf(record), then);
 }

@@ -530,8 +530,8 @@ TEST_F(RefusedRequestsTest, AUserSetupThatCannotBeWrittenIsNotAnsweredAsSaved) {
     EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupFileCheckDoneChanged,
                                            VarUserSetupAcceptSaveFileNameChanged));
     EXPECT_THAT(messages(log.lines()),
-                ElementsAre("Could not save Studio.stp: create /var//SETUPS/.Studio.stp.tmp: Is a "
-                            "directory",
+                ElementsAre("Could not save Studio.stp: create /var//SETUPS/.Studio.stp.tmp: File "
+                            "exists",
                             "Could not handle VarUserSetupAcceptSaveFileNameChanged: the user "
                             "setup was not saved"));
     expectFolderUnchanged();

@@ -95,7 +95,8 @@ std::vector<std::vector<Notify>> postWhileOneDoesNotRead(RawClient& slow, uint32
 // The broker's line about closing the slow client, if any.
 std::vector<std::string> dropLines(const testsupport::KmsgCapture& log) {
     static const std::regex message(
-        "Client [0-9]+ does not read: [0-9]+ bytes waiting, closing it");
+        "Client [0-9]+ \\(pid [0-9]+, uid [0-9]+, gid [0-9]+\\) does not read: [0-9]+ bytes "
+        "waiting, closing it");
     std::vector<std::string> found;
     for (const auto& line : brokerLines(log.lines())) {
         auto at = line.find("Client ");

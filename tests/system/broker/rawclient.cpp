@@ -17,7 +17,14 @@
 
 namespace brokertest {
 
-uint32_t RawClient::nextSyncId = TEST_ID_BASE + 0x10000000;
+uint32_t RawClient::syncs = 0;
+
+namespace {
+
+constexpr uint32_t FIRST_SYNC_ID = TEST_ID_BASE + 140;
+constexpr uint32_t SYNC_IDS = TEST_ID_COUNT - 140;
+
+} // namespace
 
 RawClient::RawClient() : fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     const sockaddr_un address = BrokerProtocol::address();
@@ -85,7 +92,7 @@ void RawClient::unsubscribeAll() {
 }
 
 void RawClient::sync() {
-    uint32_t id = nextSyncId++;
+    uint32_t id = FIRST_SYNC_ID + syncs++ % SYNC_IDS;
     subscribe(id);
     send({{EventId(id), 0, 0}});
     std::vector<Notify> before = receiveUntil(id);

@@ -31,8 +31,8 @@ public:
     void subscribeAll();
     void unsubscribeAll();
     // Returns once the broker has handled everything sent so far: subscribes
-    // to a fresh id, posts it and waits for it to come back.  Records that
-    // arrive before it are kept for receive().
+    // to the next of the sync ids, posts it and waits for it to come back.
+    // Records that arrive before it are kept for receive().
     void sync();
 
     // Reads until `count` records have arrived, the broker closed the
@@ -54,10 +54,15 @@ private:
     bool ended = false;
     std::vector<uint8_t> bytes;
     std::deque<Notify> kept;
-    static uint32_t nextSyncId;
+    static uint32_t syncs;
 };
 
-// Ids far beyond the catalogue's, for records that only tests send.
-constexpr uint32_t TEST_ID_BASE = 0x40000000;
+// Ids for records that only tests send: events of the table (the broker takes
+// subscriptions to those only) that belong to variables of MemGuiLocal, which
+// no test posts and the settings service does not subscribe to.  Sentinels
+// take TEST_ID_BASE + 1 to + 139, sync() the TEST_ID_COUNT - 140 after them in
+// turn.
+constexpr uint32_t TEST_ID_BASE = 560;
+constexpr uint32_t TEST_ID_COUNT = 180;
 
 } // namespace brokertest

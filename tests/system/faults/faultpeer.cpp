@@ -4,7 +4,9 @@
 //
 //   faultpeer exchange --seconds S [--window W] [--stall T]
 //       Two ServerConnections of this process: a subscriber subscribes to
-//       STREAMS ids (far beyond the catalogue's), a publisher posts records
+//       STREAMS ids (events of the table that belong to MemGuiLocal variables,
+//       which nothing else in the group posts or subscribes to: the broker
+//       takes subscriptions to ids of its table only), a publisher posts records
 //       on them for S seconds, each id's `index` counting up from 0 and
 //       `indexed` a check word derived from both, never more than W records
 //       ahead of what the subscriber has received.  The subscriber checks
@@ -45,7 +47,7 @@ using Clock = std::chrono::steady_clock;
 
 gen::LogLevel peerLogLevel = gen::LogLight;
 
-constexpr uint32_t STREAM_BASE = 0x4A000000;
+constexpr uint32_t STREAM_BASE = 600;
 constexpr uint32_t STREAMS = 3;
 constexpr uint32_t SYNC_ID = STREAM_BASE + STREAMS;
 constexpr uint32_t CHECK_WORD = 0x5EED1234;

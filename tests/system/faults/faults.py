@@ -38,6 +38,9 @@ HERE = os.path.dirname(os.path.realpath(__file__))
 SETUPS = "/var//SETUPS/"
 CURRENT = SETUPS + ".current.stp"
 BACKUP = CURRENT + ".backup"
+# A change beside the ten settings (not at its default), which turns the file
+# that holds them into the backup.
+MARK = ("MenuScrollSpeed", 4)
 DAMAGED = CURRENT + ".damaged"
 SOCKET = "/var/volatile/message-broker.socket"
 SEMAPHORE = "/dev/shm/sem.message-broker-ready"
@@ -471,7 +474,10 @@ class Context:
         return self.stop_service(service, tally, what + " (restart)") and not missing
 
     def make_settings(self, tally):
-        """A settings folder whose current file and backup hold the ten settings."""
+        """A settings folder whose current file and backup hold the ten settings.  The
+        service writes .current.stp only when its content changes, so once the ten settings
+        are in it, one more change (MARK, none of the ten) is saved: the file with the ten
+        settings becomes the backup, and the new one holds them too."""
         reset_folder()
         service = self.start_service(tally, "making the settings")
         if service is None:
@@ -481,6 +487,10 @@ class Context:
             self.settings.apply(device)
             if not wait_until(lambda: self.settings.in_file(CURRENT), self.timeout):
                 raise RuntimeError("the ten settings never reached .current.stp")
+            device.change("MemPersistent", MARK[0], MARK[1])
+            if not wait_until(lambda: self.settings.in_file(BACKUP) and
+                              file_has(CURRENT, f'"{MARK[0]}": {MARK[1]},\n'), self.timeout):
+                raise RuntimeError("the ten settings never reached .current.stp.backup")
         finally:
             device.close()
         if not self.stop_service(service, tally, "making the settings"):

@@ -79,8 +79,8 @@ class ToolTest(unittest.TestCase):
         status, out, err = self.hwinfo("set", "serial=SN-0")
         self.assertEqual(status, 0, err)
         self.assertEqual(err, "hwinfo set: the hardware record was not valid (its stored length 0 "
-                              "is shorter than the record's layout); it is repaired first as the "
-                              "settings service does at start\n")
+                              "is shorter than the record's layout); it is repaired first with "
+                              "the record's defaults\n")
         self.assertIn("Differents length, setting new values to default.",
                       self.device.kernel_log())
         record = self.device.record()
@@ -171,6 +171,7 @@ class ToolTest(unittest.TestCase):
             (["serial=NEW", "serial"], 2, "hwinfo set: not a KEY=VALUE assignment: serial\n"),
             (["serial=NEW", "version=4"], 1, "hwinfo set: version: version is private.\n"),
             (["board=NEW", "checksum=0"], 1, "hwinfo set: checksum: checksum is private.\n"),
+            (["serial=NEW", "unused=5"], 1, "hwinfo set: unused: unused is hidden.\n"),
             (["board=NEW", "serial=" + "x" * 29], 1, "hwinfo set: serial: String too long\n"),
             (["serial=NEW", "cal_comp=abc"], 1, "hwinfo set: cal_comp: not a number: abc\n"),
             (["serial=NEW", "cal_comp=4294967296"], 1,

@@ -16,6 +16,15 @@
   only packages are stand-ins for those dependencies.
 - The installed daemons and tools run from the staging root in a device root
   (through the emulator for ARM), and notify a played init system.
+- Hardening: every installed program is position-independent, has full RELRO
+  (a GNU_RELRO segment and BIND_NOW) and calls the stack protector's and the
+  fortified C library's checks, as readelf shows them; both units score an
+  exposure of at most 1.5 in `systemd-analyze security --offline=true`.
+- Upgrade in place: a settings folder of the earlier release (0766, files
+  0666 and 0644, group root) and its lock file, made by another user, get the
+  new owner and modes from the installed sysusers.d and tmpfiles.d files, the
+  old lock file is gone, and the installed daemons start on that device (the
+  old lock file there again) and load its settings.
 """
 
 import argparse
@@ -46,6 +55,8 @@ TOOLS = ("memtool", "hwinfo")
 PACKAGES = {"runtime": "settings-service", "tools": "settings-service-tools"}
 RUNTIME_LIBRARIES = ("libc6", "libgcc-s1", "libstdc++6")
 HOST_UNITS = "/usr/lib/systemd/system"
+MAX_EXPOSURE = 1.5
+GROUP = "settings"
 # ELF class, machine and the flags every program must have, per architecture.
 EF_ARM_ABI_FLOAT_HARD = 0x400
 ELF = {"amd64": (2, 62, 0), "armhf": (1, 40, EF_ARM_ABI_FLOAT_HARD)}
@@ -184,7 +195,9 @@ class InstallTest(unittest.TestCase):
                 self.assertEqual(found & flags, flags)
 
     def unit(self, root, name):
-        parser = configparser.ConfigParser(interpolation=None)
+        # strict=False: a unit names some options more than once (SystemCallFilter=,
+        # DeviceAllow=), as systemd allows.
+        parser = configparser.ConfigParser(interpolation=None, strict=False)
         parser.optionxform = str
         with open(os.path.join(root, "usr/lib/systemd/system", name), encoding="utf-8") as unit:
             parser.read_file(unit)
@@ -205,6 +218,106 @@ class InstallTest(unittest.TestCase):
         service = self.unit(root, "settings-manager.service")["Unit"]
         self.assertEqual(service["Requires"], "message-broker.service")
         self.assertEqual(service["After"], "message-broker.service")
+
+    def test_the_programs_are_hardened(self):
+        root = self.staged()
+        for path in [f"usr/sbin/{name}" for name in DAEMONS] + [f"usr/bin/{name}" for name in TOOLS]:
+            with self.subTest(path=path):
+                program = os.path.join(root, path)
+                header = run(["readelf", "-hW", program]).stdout
+                self.assertRegex(header, r"Type:\s+DYN", "not position-independent")
+                segments = run(["readelf", "-lW", program]).stdout
+                self.assertIn("GNU_RELRO", segments)
+                dynamic = run(["readelf", "-dW", program]).stdout
+                self.assertRegex(dynamic, r"\(BIND_NOW\)|\(FLAGS\).*BIND_NOW|\(FLAGS_1\).*NOW")
+                symbols = run(["readelf", "--dyn-syms", "-W", program]).stdout
+                self.assertIn("__stack_chk_fail", symbols)
+                self.assertRegex(symbols, r"\b__\w+_chk\b", "no fortified call")
+
+    def test_the_units_are_confined(self):
+        root = self.staged()
+        for daemon in DAEMONS:
+            with self.subTest(daemon=daemon):
+                unit = os.path.join(root, "usr/lib/systemd/system", daemon + ".service")
+                done = run(["systemd-analyze", "security", "--offline=true", "--no-pager", unit])
+                found = re.search(r"Overall exposure level for \S+: ([0-9.]+)", done.stdout)
+                self.assertIsNotNone(found, done.stdout + done.stderr)
+                self.assertLessEqual(float(found.group(1)), MAX_EXPOSURE, done.stdout)
+                self.assertEqual(self.unit(root, daemon + ".service")["Service"]["Group"], GROUP)
+
+    def test_an_earlier_release_upgrades_in_place(self):
+        """A device root as the earlier release left it: the settings folder 0766 with
+        files 0666 and 0644 of root's group, the lock file at the old path, of another
+        user.  The installed sysusers.d and tmpfiles.d files give the folder and its files
+        the new owner and modes; then the installed daemons start on it (the old lock
+        file there again, held by nobody) and the service loads the settings."""
+        root = self.staged()
+        device = os.path.join(WORK, "upgrade")
+        daemons = [ARGS.devroot, "run", "--bind-ro", root,
+                   "--broker", os.path.join(root, "usr/sbin/message-broker"),
+                   "--service", os.path.join(root, "usr/sbin/settings-manager"),
+                   "--timeout", "20"]
+        if ARGS.emulator:
+            daemons += ["--emulator", ARGS.emulator]
+        # A device root of the daemons' own; then what the earlier release left in it.
+        made = run(daemons + ["--keep", device, "--stop-after", "0"])
+        self.assertEqual(made.returncode, 0, made.stdout + made.stderr)
+        for folder in ("var", "shm"):
+            shutil.rmtree(os.path.join(device, folder))
+            os.makedirs(os.path.join(device, folder, "volatile" if folder == "var" else ""))
+        os.chmod(os.path.join(device, "shm"), 0o1777)
+        setups = os.path.join(device, "var/SETUPS")
+        os.makedirs(setups)
+        os.chmod(setups, 0o766)
+        seeded = '{\n"FocusTorque": 3,\n"DisplayBrightness": 4\n}'
+        for name, mode in ((".current.stp", 0o666), ("mine.stp", 0o644),
+                           (".current.stp.backup", 0o666)):
+            with open(os.path.join(setups, name), "w", encoding="utf-8") as document:
+                document.write(seeded)
+            os.chmod(os.path.join(setups, name), mode)
+        old_lock = os.path.join(device, "var/volatile/settings-manager.lock")
+        self.leave_old_lock(old_lock)
+        # The device's own user and group files, with the daemons' group the device
+        # root runs its programs with.
+        os.makedirs(os.path.join(device, "etc"))
+        shutil.copyfile("/etc/passwd", os.path.join(device, "etc/passwd"))
+        shutil.copyfile(os.path.join(device, "group"), os.path.join(device, "etc/group"))
+        for tool, folder in (("systemd-sysusers", "sysusers.d"), ("systemd-tmpfiles", "tmpfiles.d")):
+            conf = os.path.join(root, "usr/lib", folder, "settings-service.conf")
+            argv = [tool, f"--root={device}", conf]
+            if tool == "systemd-tmpfiles":
+                argv[1:1] = ["--create", "--remove"]
+            done = run(argv)
+            self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        with open(os.path.join(device, "etc/group"), encoding="utf-8") as group:
+            gid = next(int(line.split(":")[2]) for line in group if line.startswith(GROUP + ":"))
+        status = os.stat(setups)
+        self.assertEqual((status.st_mode & 0o7777, status.st_uid, status.st_gid), (0o770, 0, gid))
+        for name in (".current.stp", "mine.stp", ".current.stp.backup"):
+            status = os.stat(os.path.join(setups, name))
+            self.assertEqual((status.st_mode & 0o7777, status.st_gid), (0o660, gid), name)
+        self.assertFalse(os.path.exists(old_lock))
+        lock_folder = os.stat(os.path.join(device, "var/volatile/settings-manager"))
+        self.assertEqual(lock_folder.st_mode & 0o7777, 0o700)
+
+        self.leave_old_lock(old_lock)
+        memtool = shlex.join(shlex.split(ARGS.emulator) + [os.path.join(root, "usr/bin/memtool")])
+        done = run(daemons + ["--root", device, "--", "/bin/sh", "-c",
+                              f"{memtool} get MemPersistent FocusTorque DisplayBrightness"])
+        self.assertEqual(done.stdout.splitlines(),
+                         ["broker: socket ready", "ready", "FocusTorque=3", "DisplayBrightness=4",
+                          "command: exit status 0", "service: exit status 0",
+                          "broker: exit status 0"], done.stderr)
+        with open(os.path.join(setups, ".current.stp"), encoding="utf-8") as current:
+            self.assertIn('"FocusTorque": 3', current.read())
+        status = os.stat(setups)
+        self.assertEqual((status.st_mode & 0o7777, status.st_gid), (0o770, gid))
+
+    @staticmethod
+    def leave_old_lock(path):
+        with open(path, "w", encoding="utf-8"):
+            pass
+        os.chown(path, 65534, 65534)
 
     def test_systemd_accepts_the_units(self):
         verify = os.path.join(WORK, "verify")

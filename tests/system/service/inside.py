@@ -25,6 +25,7 @@ CURRENT = SETUPS + ".current.stp"
 # The service writes its start-up change (the product version it publishes
 # and hears back) about a second after it is ready.
 SETTLE = 2.5
+SHM_HEADER = 4
 
 
 class Failure(Exception):
@@ -84,13 +85,30 @@ def post_all(ids):
         time.sleep(0.2)
 
 
+def store_unheard(options, name, value):
+    """Stores an int of MemPersistent without posting its change event, as a process
+    whose event did not reach the service."""
+    with open(options.catalogue, encoding="utf-8") as stream:
+        catalogue = json.load(stream)
+    persistent = next(memory for memory in catalogue["memories"]
+                      if memory["name"] == "MemPersistent")
+    variable = next(variable for variable in persistent["variables"] if variable["name"] == name)
+    with open("/dev/shm/MemPersistent", "r+b") as memory:
+        memory.seek(SHM_HEADER + variable["offset"])
+        memory.write(struct.pack("<i", value))
+
+
 def subscriptions(options, _memtool):
+    """The service writes only what changed, so a value is changed first without its
+    event: an event the service hears makes it save that value, one it does not hear
+    does not."""
     with open(options.catalogue, encoding="utf-8") as stream:
         catalogue = json.load(stream)
     events = catalogue["events"]
     subscribed = {events.index(name) for name in catalogue["subscriptions"]}
     say("subscriptions", len(catalogue["subscriptions"]))
     time.sleep(SETTLE)
+    store_unheard(options, "FocusTorque", 4)
     before = os.stat(CURRENT).st_mtime_ns
     others = [event for event in range(6, len(events)) if event not in subscribed]
     post_all(others)
@@ -101,6 +119,7 @@ def subscriptions(options, _memtool):
     post_all(sorted(subscribed))
     written = wait_for(lambda: os.stat(CURRENT).st_mtime_ns != before, 3.0)
     check(written is not None, "the subscribed events caused no write")
+    check('"FocusTorque": 4,\n' in read(CURRENT), "the write lacks the changed value")
     say("subscribed posted", len(subscribed))
 
 
@@ -248,12 +267,15 @@ def broker_restart(options, memtool):
         # Long enough for several reconnect attempts while no broker is there.
         time.sleep(2.5)
         check(service.poll() is None, "the service ended without its broker")
+        # A change made while no broker carried its event.
+        store_unheard(options, "FocusTorque", 4)
         before = current_identity()
         broker = start_broker(options)
         say("broker", "started again")
         # Once connected again the service saves what it may have missed.
         check(wait_for(lambda: current_identity() != before, 10.0) is not None,
               "the service did not save after the broker came back")
+        check('"FocusTorque": 4,\n' in read(CURRENT), "the missed change was not saved")
         time.sleep(1.2)
         start = time.monotonic()
         memtool.run("set", "MemPersistent", "FocusTorque", "3")

@@ -105,7 +105,7 @@ class LifecycleTest(ServiceTest):
         self.assertTrue(current.startswith('{\n"AUXTorque": 2,\n'))
         self.assertTrue(current.endswith('\n"ZoomTorque": 2\n}'))
 
-    def test_a_folder_that_cannot_be_created_signals_readiness_and_runs_no_loop(self):
+    def test_a_folder_that_cannot_be_created_reports_no_readiness_and_fails(self):
         made = self.devroot_run("--stop-after", "0")
         self.assertEqual(made.returncode, 0, made.stdout + made.stderr)
         var = os.path.join(self.root, "var")
@@ -117,8 +117,10 @@ class LifecycleTest(ServiceTest):
         finally:
             os.chmod(var, 0o755)
         self.assertEqual(done.stdout.splitlines(),
-                         ["broker: socket ready", "ready", "service: ended by itself, exit status 0",
-                          "broker: exit status 0"], done.stderr)
+                         ["broker: socket ready",
+                          "not ready (service ended before signalling, exit status 1)",
+                          "service: ended by itself, exit status 1", "broker: exit status 0"],
+                         done.stderr)
         self.assertFalse(os.path.exists(os.path.join(var, "SETUPS")))
         self.assertLogged("Error", "settingsmanager.cpp", "Could not create the settings folder.")
         self.assertLogged("Error", "settingsmanager.cpp",
@@ -207,9 +209,12 @@ class BrokerTest(ServiceTest):
             message.split(" changed to ")[0]
             for message in self.service_messages() if " changed to " in message)
         self.assertEqual(set(changed), persistent)
-        # ProductVersion is heard once more: the service's own start-up change.
+        # ProductVersion is heard once more: the service's own start-up change; so is
+        # ProductName, which the device root's blank hardware record gives as the
+        # cleared record's board name, "prototype".
         changed["ProductVersion"] -= 1
-        self.assertEqual(set(changed.values()), {1})
+        changed["ProductName"] -= 1
+        self.assertEqual(set(changed.values()), {1}, changed)
 
     def test_a_change_by_another_process_lands_in_the_current_file(self):
         output = self.scenario("change")
@@ -234,7 +239,8 @@ class BrokerTest(ServiceTest):
 
 class BrokerRestartTest(ServiceTest):
     def test_the_service_survives_a_restart_of_the_broker(self):
-        done = self.devroot_exec(*inside("broker-restart", "--service", emulated(ARGS.service),
+        done = self.devroot_exec(*inside("broker-restart", "--catalogue", ARGS.catalogue,
+                                         "--service", emulated(ARGS.service),
                                          "--broker", emulated(ARGS.broker)))
         log = kmsglines.read_lines(os.path.join(self.root, "kmsg"))
         report = done.stdout + done.stderr + "\n".join(log)

@@ -1,8 +1,9 @@
 #include "syscallspy.h"
 
+#include "calllog.h"
+
 #include <cerrno>
 #include <cstdarg>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
@@ -14,21 +15,15 @@
 
 namespace {
 
-// Only the thread that started recording is recorded (a test may run a peer in another).
-thread_local bool recording = false;
 int semOpenFailures = 0;
-std::vector<spy::Call> recorded;
+testsupport::CallLog<spy::Call> calls;
 
 template <class Function> Function real(const char* name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+    return testsupport::libraryFunction<Function>(name);
 }
 
 void record(spy::Call call) {
-    if (recording) {
-        int saved = errno;
-        recorded.push_back(std::move(call));
-        errno = saved;
-    }
+    calls.record(std::move(call));
 }
 
 } // namespace
@@ -36,13 +31,11 @@ void record(spy::Call call) {
 namespace spy {
 
 void start() {
-    recorded.clear();
-    recording = true;
+    calls.start();
 }
 
 std::vector<Call> stop() {
-    recording = false;
-    return std::move(recorded);
+    return calls.stop();
 }
 
 void failSemOpen(int times) {

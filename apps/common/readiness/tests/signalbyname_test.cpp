@@ -38,13 +38,13 @@ protected:
         const pid_t pid = ::fork();
         if (pid == 0) {
             ::prctl(PR_SET_NAME, name);
-            static_cast<void>(::write(named[1], "n", 1));
+            (void)!::write(named[1], "n", 1);
             siginfo_t info;
             const timespec limit{seconds, 0};
             _exit(sigtimedwait(&usr1, &info, &limit) == SIGUSR1 ? 0 : 1);
         }
         char byte;
-        static_cast<void>(::read(named[0], &byte, 1));
+        (void)!::read(named[0], &byte, 1);
         ::close(named[0]);
         ::close(named[1]);
         return pid;

@@ -25,6 +25,22 @@
 // any byte of it being written; repairRecord() does the rest of
 // initialize() when writing is wanted after all.
 //
+// Access (Use): a tool that writes opens both devices read-write (the
+// default).  Use::Inspect opens both read-only, the record as a private copy:
+// checks and repairs happen in this process's memory only.  Use::Identity
+// (the settings service) opens the record alone that way and never opens
+// "/dev/mem": the record is read as initialize() would leave it (an older,
+// shorter layout extended, a record with a wrong checksum cleared, each with
+// its log line), while the device keeps its bytes for the factory tool to
+// repair.  The register's keys are unknown then.  sync() flushes a writer's
+// changes to the devices (msync and fsync).
+//
+// Choice made here: under Use::Identity a blank record (its whole layout
+// zero, as on a device never initialised) is logged like a shorter one
+// ("Differents length, setting new values to default.") and then read as a
+// cleared record ("0000", "prototype", "1.0"), as one with a wrong checksum
+// is.  A writer's initialize() extends it with zeros, as any shorter record.
+//
 // write(key, text) is meant for the String fields; given an integer field's
 // key it converts the text as a number, as the assignment form does.
 #pragma once
@@ -34,6 +50,7 @@
 #include "log.h"
 
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,8 +58,10 @@ class HwInfo {
 public:
     static constexpr unsigned int MMC_BLOCK_VERSION = 5;
 
-    // Opens and maps both devices; throws "open" or "mmap" errors.
-    HwInfo();
+    enum class Use { Write, Inspect, Identity };
+
+    // Opens and maps the devices for `use`; throws "open" or "mmap" errors.
+    explicit HwInfo(Use use = Use::Write);
 
     // The state of the stored record, as initialize() judges it.
     enum class RecordState {
@@ -100,13 +119,16 @@ public:
     // Extends a record of oldLength bytes to the current layout.
     void initNewMemory(unsigned int oldLength);
     void updateChecksum();
+    // Flushes the writes to the devices (PersistentInfo::sync).
+    void sync() const;
 
     // The record's fields and then the register's, as PersistentInfo prints them.
     void printAll() const;
     void printParameters(FILE* stream) const;
 
 private:
-    PersistentInfo bootRegister;
+    std::optional<PersistentInfo> bootRegister;
     PersistentInfo mmcBlock;
     gen::LogLevel* logLevel;
+    Use use;
 };

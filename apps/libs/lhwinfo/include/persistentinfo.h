@@ -31,6 +31,19 @@
 //   4-byte aligned (device registers need whole-word access), bytewise
 //   otherwise; Bits words are always accessed as one aligned 32-bit word.
 //
+// Access: a block is opened in one of three ways (Access).  ReadWrite maps
+// the range shared and writable, so writes reach the device; ReadOnly opens
+// the device read-only and maps it read-only; PrivateCopy opens it read-only
+// and maps a private copy-on-write copy, so that the record can be repaired
+// or changed in memory (for reading it as a writer would leave it) while the
+// device is never written.  sync() flushes a ReadWrite block's writes to the
+// device (msync, then fsync) before a tool reports success.
+//
+// Typed integer writes stay inside their field: an Int field takes the four
+// bytes, a Bits field only its own bits (the value masked), a String field
+// refuses them ("%s is a text field.").  A write to a ReadOnly block raises
+// "%s is open read-only." with the device's path instead of faulting.
+//
 // Errors are raised with throwError/throwErrorNumber (logged at Error, then a
 // std::runtime_error); text that is not a number for an Int or Bits field
 // raises std::invalid_argument("stoul"), a number that does not fit 32 bits
@@ -46,6 +59,7 @@ class PersistentInfo {
 public:
     enum Flags : unsigned int { Private = 1, Hidden = 2 };
     enum Kind : unsigned int { TextKind = 0, IntKind = 1, BitsKind = 3 };
+    enum class Access { ReadWrite, ReadOnly, PrivateCopy };
 
     // A field descriptor: its key, its flags and how its value is stored.
     class Base {
@@ -116,12 +130,20 @@ public:
     };
 
     // Opens and maps blockLength bytes at offset of device; throws on failure.
-    PersistentInfo(char const* device, unsigned int offset, unsigned int blockLength);
+    PersistentInfo(char const* device, unsigned int offset, unsigned int blockLength,
+                   Access access = Access::ReadWrite);
     ~PersistentInfo();
     PersistentInfo(const PersistentInfo&) = delete;
     PersistentInfo& operator=(const PersistentInfo&) = delete;
 
     void addInfo(std::unique_ptr<Base>&& field);
+    // Flushes the writes to the device: msync of the mapping, then fsync of
+    // the device (a device that cannot be flushed that way, EINVAL, counts as
+    // flushed); errno errors "msync" and "fsync".  Nothing for a block that is
+    // not ReadWrite.
+    void sync() const;
+    // True when the block's first `length` bytes are all zero.
+    bool isZero(unsigned int length) const;
     // Bytes of the layout: the fields' bits summed and rounded up.
     unsigned int size() const;
     // CRC-32/MPEG-2 of the block's bytes 12 to length - 1; 0xFFFFFFFF for length <= 12.
@@ -136,11 +158,12 @@ public:
     void printParameters(FILE* stream) const;
 
     // Access by name; false (and nothing touched) if no field has the name.
-    // The specialisations below are the supported forms: <Int, unsigned int>
-    // reads and writes the four bytes at the field's rounded-up byte whatever
-    // its kind; <Base, std::string> and <Base, char const*> go through the
-    // field's own text conversion.  set raises "%s is private." for a Private
-    // field unless force is true.
+    // The specialisations below are the supported forms: get<Int, unsigned
+    // int> reads the four bytes at the field's rounded-up byte whatever its
+    // kind; set<Int, unsigned int> writes inside the field only (see above);
+    // <Base, std::string> and <Base, char const*> go through the field's own
+    // text conversion.  set raises "%s is private." for a Private field unless
+    // force is true.
     template <class Field, class Value> bool get(char const* name, Value& value) const;
     template <class Field, class Value> bool set(char const* name, Value const& value, bool force);
 
@@ -151,6 +174,7 @@ public:
     char const* const devicePath;
     unsigned int const offset;
     unsigned int const blockLength;
+    Access const access;
 
 private:
     struct Located {
@@ -162,6 +186,8 @@ private:
     unsigned int layoutBits() const;
     Located find(char const* name) const;
     Located findWritable(char const* name, bool force) const;
+    // The mapping, for a write; raises "%s is open read-only." for a ReadOnly block.
+    unsigned char* writable() const;
 
     int fd;
     unsigned char* mapping;

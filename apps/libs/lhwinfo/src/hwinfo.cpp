@@ -73,9 +73,15 @@ std::unique_ptr<PI::Base> makeField(FieldSpec const& spec) {
 
 } // namespace
 
-HwInfo::HwInfo()
-    : bootRegister(BOOT_REGISTER_DEVICE, BOOT_REGISTER_ADDRESS, BOOT_REGISTER_LENGTH),
-      mmcBlock(MMC_DEVICE, MMC_BLOCK_OFFSET, MMC_BLOCK_LENGTH), logLevel(nullptr) {}
+HwInfo::HwInfo(Use use)
+    : mmcBlock(MMC_DEVICE, MMC_BLOCK_OFFSET, MMC_BLOCK_LENGTH,
+               use == Use::Write ? PI::Access::ReadWrite : PI::Access::PrivateCopy),
+      logLevel(nullptr), use(use) {
+    if (use != Use::Identity) {
+        bootRegister.emplace(BOOT_REGISTER_DEVICE, BOOT_REGISTER_ADDRESS, BOOT_REGISTER_LENGTH,
+                             use == Use::Write ? PI::Access::ReadWrite : PI::Access::ReadOnly);
+    }
+}
 
 std::vector<HwInfo::Field> HwInfo::fields() {
     std::vector<Field> list;
@@ -96,7 +102,11 @@ void HwInfo::initialize() {
 
 void HwInfo::declareFields() {
     for (FieldSpec const& spec : FIELD_SPECS) {
-        (spec.block == Block::Record ? mmcBlock : bootRegister).addInfo(makeField(spec));
+        if (spec.block == Block::Record) {
+            mmcBlock.addInfo(makeField(spec));
+        } else if (bootRegister) {
+            bootRegister->addInfo(makeField(spec));
+        }
     }
 }
 
@@ -126,7 +136,11 @@ void HwInfo::repairRecord() {
         // The extended record carries a fresh checksum over the new length.
         logMessage(logLevel, gen::Error, __FILE__, __LINE__,
                    "Differents length, setting new values to default.");
-        initNewMemory(check.length);
+        if (use == Use::Identity && mmcBlock.isZero(mmcBlock.size())) {
+            clear();
+        } else {
+            initNewMemory(check.length);
+        }
         return;
     case RecordState::LengthBeyondRegion:
         logMessage(logLevel, gen::Error, __FILE__, __LINE__,
@@ -142,17 +156,18 @@ void HwInfo::repairRecord() {
 
 bool HwInfo::read(char const* key, unsigned int& value) {
     return mmcBlock.get<PersistentInfo::Int, unsigned int>(key, value) ||
-           bootRegister.get<PersistentInfo::Int, unsigned int>(key, value);
+           (bootRegister && bootRegister->get<PersistentInfo::Int, unsigned int>(key, value));
 }
 
 bool HwInfo::read(char const* key, std::string& value) {
     return mmcBlock.get<PersistentInfo::Base, std::string>(key, value) ||
-           bootRegister.get<PersistentInfo::Base, std::string>(key, value);
+           (bootRegister && bootRegister->get<PersistentInfo::Base, std::string>(key, value));
 }
 
 bool HwInfo::write(char const* key, unsigned int value) {
     if (!mmcBlock.set<PersistentInfo::Int, unsigned int>(key, value, false) &&
-        !bootRegister.set<PersistentInfo::Int, unsigned int>(key, value, false)) {
+        !(bootRegister &&
+          bootRegister->set<PersistentInfo::Int, unsigned int>(key, value, false))) {
         return false;
     }
     updateChecksum();
@@ -185,7 +200,8 @@ bool HwInfo::write(std::string assignment) {
     }
     char const* text = value.c_str();
     if (!mmcBlock.set<PersistentInfo::Base, char const*>(key.c_str(), text, false) &&
-        !bootRegister.set<PersistentInfo::Base, char const*>(key.c_str(), text, false)) {
+        !(bootRegister &&
+          bootRegister->set<PersistentInfo::Base, char const*>(key.c_str(), text, false))) {
         return false;
     }
     updateChecksum();
@@ -199,7 +215,7 @@ bool HwInfo::check(std::string const& assignment) const {
         return false;
     }
     return mmcBlock.check(key.c_str(), value.c_str(), false) ||
-           bootRegister.check(key.c_str(), value.c_str(), false);
+           (bootRegister && bootRegister->check(key.c_str(), value.c_str(), false));
 }
 
 void HwInfo::clear() {
@@ -232,13 +248,24 @@ void HwInfo::updateChecksum() {
     mmcBlock.set<PersistentInfo::Int, unsigned int>(CHECKSUM, mmcBlock.checksum(length), true);
 }
 
+void HwInfo::sync() const {
+    mmcBlock.sync();
+    if (bootRegister) {
+        bootRegister->sync();
+    }
+}
+
 void HwInfo::printAll() const {
     mmcBlock.printAll();
-    bootRegister.printAll();
+    if (bootRegister) {
+        bootRegister->printAll();
+    }
 }
 
 void HwInfo::printParameters(FILE* stream) const {
     mmcBlock.printParameters(stream);
-    std::fputc(' ', stream);
-    bootRegister.printParameters(stream);
+    if (bootRegister) {
+        std::fputc(' ', stream);
+        bootRegister->printParameters(stream);
+    }
 }

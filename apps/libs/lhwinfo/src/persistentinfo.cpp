@@ -206,9 +206,10 @@ void PersistentInfo::Bits::checkValue(char const* text) const {
 
 // ---- PersistentInfo
 
-PersistentInfo::PersistentInfo(char const* device, unsigned int offset, unsigned int blockLength)
-    : devicePath(device), offset(offset), blockLength(blockLength), fd(-1), mapping(nullptr),
-      pageOffset(0), mappingLength(0) {
+PersistentInfo::PersistentInfo(char const* device, unsigned int offset, unsigned int blockLength,
+                               Access access)
+    : devicePath(device), offset(offset), blockLength(blockLength), access(access), fd(-1),
+      mapping(nullptr), pageOffset(0), mappingLength(0) {
     open();
 }
 
@@ -222,7 +223,8 @@ PersistentInfo::~PersistentInfo() {
 }
 
 void PersistentInfo::open() {
-    fd = ::open(devicePath, O_RDWR | O_CLOEXEC);
+    const bool writable = access == Access::ReadWrite;
+    fd = ::open(devicePath, (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC);
     if (fd < 0) {
         THROW_ERROR_NUMBER("open");
     }
@@ -238,7 +240,9 @@ void PersistentInfo::open() {
     }
     pageOffset = offset & (static_cast<unsigned int>(::sysconf(_SC_PAGESIZE)) - 1);
     mappingLength = blockLength + pageOffset;
-    void* mapped = ::mmap(nullptr, mappingLength, PROT_READ | PROT_WRITE, MAP_SHARED, fd,
+    const int protection = access == Access::ReadOnly ? PROT_READ : PROT_READ | PROT_WRITE;
+    const int sharing = access == Access::PrivateCopy ? MAP_PRIVATE : MAP_SHARED;
+    void* mapped = ::mmap(nullptr, mappingLength, protection, sharing, fd,
                           static_cast<off_t>(offset - pageOffset));
     if (mapped == nullptr || mapped == MAP_FAILED) {
         int error = errno;
@@ -259,6 +263,31 @@ void PersistentInfo::addInfo(std::unique_ptr<Base>&& field) {
         THROW_ERROR("%s does not fit in the block.", field->name.c_str());
     }
     entries.push_back(std::move(field));
+}
+
+void PersistentInfo::sync() const {
+    if (access != Access::ReadWrite) {
+        return;
+    }
+    if (::msync(mapping, mappingLength, MS_SYNC) != 0) {
+        THROW_ERROR_NUMBER("msync");
+    }
+    if (::fsync(fd) != 0 && errno != EINVAL) {
+        THROW_ERROR_NUMBER("fsync");
+    }
+}
+
+bool PersistentInfo::isZero(unsigned int length) const {
+    if (length > blockLength) {
+        THROW_ERROR("Range end %u is past the block of %u bytes.", length, blockLength);
+    }
+    unsigned char const* start = mapping + pageOffset;
+    for (unsigned int i = 0; i < length; ++i) {
+        if (start[i] != 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 unsigned int PersistentInfo::layoutBits() const {
@@ -290,21 +319,22 @@ void PersistentInfo::setNewMemToDefault(unsigned int from, unsigned int to) cons
     if (to > blockLength) {
         THROW_ERROR("Range end %u is past the block of %u bytes.", to, blockLength);
     }
-    std::memset(mapping + pageOffset + from, 0, to - from);
+    std::memset(writable() + pageOffset + from, 0, to - from);
 }
 
 void PersistentInfo::clearAll() {
+    unsigned char* const target = writable();
     unsigned int bitPos = pageOffset * 8;
     for (auto const& entry : entries) {
         switch (entry->type()) {
         case IntKind:
-            Int::store(mapping, bitPos, 0);
+            Int::store(target, bitPos, 0);
             break;
         case BitsKind:
-            static_cast<Bits const&>(*entry).setValue(mapping, bitPos, 0u);
+            static_cast<Bits const&>(*entry).setValue(target, bitPos, 0u);
             break;
         default:
-            entry->setValue(mapping, bitPos, "");
+            entry->setValue(target, bitPos, "");
             break;
         }
         bitPos += entry->bitSize();
@@ -348,6 +378,13 @@ void PersistentInfo::printParameters(FILE* stream) const {
             separator = " ";
         }
     }
+}
+
+unsigned char* PersistentInfo::writable() const {
+    if (access == Access::ReadOnly) {
+        THROW_ERROR("%s is open read-only.", devicePath);
+    }
+    return mapping;
 }
 
 PersistentInfo::Located PersistentInfo::find(char const* name) const {
@@ -396,7 +433,16 @@ bool PersistentInfo::set<PersistentInfo::Int, unsigned int>(char const* name,
     if (found.field == nullptr) {
         return false;
     }
-    Int::store(mapping, found.bitPos, value);
+    switch (found.field->type()) {
+    case IntKind:
+        Int::store(writable(), found.bitPos, value);
+        break;
+    case BitsKind:
+        static_cast<Bits const&>(*found.field).setValue(writable(), found.bitPos, value);
+        break;
+    default:
+        THROW_ERROR("%s is a text field.", found.field->name.c_str());
+    }
     return true;
 }
 
@@ -418,5 +464,5 @@ bool PersistentInfo::set<PersistentInfo::Base, char const*>(char const* name,
     if (found.field == nullptr) {
         return false;
     }
-    return found.field->setValue(mapping, found.bitPos, value);
+    return found.field->setValue(writable(), found.bitPos, value);
 }

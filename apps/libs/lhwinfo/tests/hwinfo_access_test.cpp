@@ -104,6 +104,35 @@ TEST_F(HwInfoAccessTest, TypedWriteStoresLittleEndianAndRefreshesTheChecksum) {
               (Bytes{0xEF, 0xBE, 0xAD, 0xDE}));
 }
 
+TEST_F(HwInfoAccessTest, TypedWritesStayInsideTheirField) {
+    // A text field takes no typed number: refused, nothing written.
+    expectRefused<std::runtime_error>([&] { hwInfo->write("board", 7u); },
+                                      "board is a text field.");
+    // A Bits field takes only its own bits, the value cut to its width; the
+    // register's other bits and the word after it are kept.
+    ASSERT_TRUE(hwInfo->write("boot_failed_counter", 0xFFFFFFFFu));
+    EXPECT_EQ(deviceimage::registerWord(), 0x8000001Fu);
+    ASSERT_TRUE(hwInfo->write("update_requested", 2u));
+    EXPECT_EQ(deviceimage::registerWord(), 0x0000001Fu);
+    ASSERT_TRUE(hwInfo->write("boot_failed", 0u));
+    EXPECT_EQ(deviceimage::registerWord(), 0x0000000Fu);
+    ASSERT_TRUE(hwInfo->write("update_requested", 3u));
+    EXPECT_EQ(deviceimage::registerWord(), 0x8000000Fu);
+    EXPECT_EQ(deviceimage::readWord(deviceimage::MEM, WORD_AFTER_REGISTER), 0x11223344u);
+    std::string text;
+    ASSERT_TRUE(hwInfo->read("boot_failed_counter", text));
+    EXPECT_EQ(text, "15");
+    // The record is untouched by the register's writes (its checksum refreshed
+    // over the same bytes).
+    EXPECT_EQ(deviceimage::record(), sample());
+    // An Int field takes the four bytes of its own.
+    ASSERT_TRUE(hwInfo->write("knob_position_min", 0xA5A5A5A5u));
+    Bytes expected = sample();
+    putWord(expected, KNOB_POSITION_MIN, 0xA5A5A5A5u);
+    seal(expected);
+    EXPECT_EQ(deviceimage::record(), expected);
+}
+
 TEST_F(HwInfoAccessTest, TextWriteStoresTheTextAndRefreshesTheChecksum) {
     ASSERT_TRUE(hwInfo->write("board", "mainboard-c"));
     EXPECT_EQ(deviceimage::record(), withText(BOARD, "mainboard-c"));

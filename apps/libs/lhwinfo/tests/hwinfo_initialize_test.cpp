@@ -11,6 +11,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -80,6 +81,81 @@ TEST_F(HwInfoInitializeTest, AllZeroRegionIsExtendedWithoutDefaults) {
     ASSERT_TRUE(hwInfo.read("serial", serial));
     EXPECT_EQ(serial, "");
     EXPECT_EQ(deviceimage::record(), expected);
+}
+
+// The service's reading (Use::Identity): "/dev/mem" is never opened (here it
+// cannot be), and the record is read as its repair would leave it while the
+// device keeps every byte.
+class IdentityTest : public HwInfoInitializeTest {
+protected:
+    void SetUp() override {
+        HwInfoInitializeTest::SetUp();
+        struct stat status {};
+        ASSERT_EQ(::stat(deviceimage::MEM, &status), 0);
+        memMode = status.st_mode & 07777;
+        ASSERT_EQ(::chmod(deviceimage::MEM, 0), 0);
+    }
+    void TearDown() override { ::chmod(deviceimage::MEM, memMode); }
+
+    // The texts of `keys` as the service reads them from `region`, and the log of that.
+    std::vector<std::string> readAs(Bytes const& region, std::vector<char const*> const& keys) {
+        deviceimage::writeRecord(region);
+        deviceimage::KernelLog log;
+        std::vector<std::string> values;
+        {
+            HwInfo identity(HwInfo::Use::Identity);
+            identity.initialize();
+            for (char const* key : keys) {
+                std::string value = "unread";
+                EXPECT_TRUE(identity.read(key, value)) << key;
+                values.push_back(value);
+            }
+            std::string value;
+            EXPECT_FALSE(identity.read("update_requested", value)) << "no register";
+        }
+        logged = log.text();
+        return values;
+    }
+
+    mode_t memMode = 0;
+};
+
+TEST_F(IdentityTest, TheWritersOpenOfTheRegisterFailsHere) {
+    EXPECT_THROW(HwInfo hwInfo, std::runtime_error);
+}
+
+TEST_F(IdentityTest, AWrongChecksumReadsAsAClearedRecordAndTheDeviceKeepsItsBytes) {
+    Bytes damaged = sample();
+    seal(damaged);
+    damaged[20] ^= 0x01;
+    EXPECT_EQ(readAs(damaged, {"serial", "board", "revision", "k", "knob_position_min"}),
+              (std::vector<std::string>{"0000", "prototype", "1.0", "", "0"}));
+    expectErrorLine(CHECKSUM_MESSAGE);
+    EXPECT_FALSE(wasLogged(LENGTH_MESSAGE));
+    EXPECT_EQ(deviceimage::record(), damaged);
+}
+
+TEST_F(IdentityTest, ABlankRecordReadsAsAClearedRecordAndStaysBlank) {
+    const Bytes blank(deviceimage::RECORD_REGION, 0);
+    EXPECT_EQ(readAs(blank, {"serial", "board", "revision", "version", "length"}),
+              (std::vector<std::string>{"0000", "prototype", "1.0", "5", "348"}));
+    expectErrorLine(LENGTH_MESSAGE);
+    EXPECT_FALSE(wasLogged(CHECKSUM_MESSAGE));
+    EXPECT_EQ(deviceimage::record(), blank);
+}
+
+TEST_F(IdentityTest, AnOlderShorterRecordIsReadWithItsFieldsAndNotWritten) {
+    Bytes old = sample();
+    std::fill(old.begin() + KNOB_LINEARIZATION, old.begin() + RECORD_SIZE, 0xAB);
+    putWord(old, VERSION, 4);
+    putWord(old, LENGTH, 168);
+    seal(old);
+    EXPECT_EQ(readAs(old, {"serial", "board", "knob_linearization", "cal_bemf", "version"}),
+              (std::vector<std::string>{"SN-0042", "mainboard-b", "",
+                                        std::to_string(CAL_BEMF * 1000 + 7), "5"}));
+    expectErrorLine(LENGTH_MESSAGE);
+    EXPECT_FALSE(wasLogged(CHECKSUM_MESSAGE));
+    EXPECT_EQ(deviceimage::record(), old);
 }
 
 TEST_F(HwInfoInitializeTest, RecordOfTheLayoutBeforeKnobLinearizationIsTakenOver) {

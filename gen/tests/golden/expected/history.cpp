@@ -5,25 +5,25 @@
 
 namespace gen {
 
-const FormerName FORMER_NAMES[] = {
+constinit const FormerName FORMER_NAMES[] = {
     {0, 0, "Luminance"},
     {0, 0, nullptr},
 };
 const uint32_t FORMER_NAME_COUNT = 1;
 
-const ClampedVariable CLAMPED_VARIABLES[] = {
+constinit const ClampedVariable CLAMPED_VARIABLES[] = {
     {0, 0},
     {0, 0},
 };
 const uint32_t CLAMPED_VARIABLE_COUNT = 1;
 
-const FormerEntry FORMER_ENTRIES[] = {
+constinit const FormerEntry FORMER_ENTRIES[] = {
     {1, "Crimson", 0},
     {0, nullptr, 0},
 };
 const uint32_t FORMER_ENTRY_COUNT = 1;
 
-const RetiredVariable RETIRED_VARIABLES[] = {
+constinit const RetiredVariable RETIRED_VARIABLES[] = {
     {0, "Contrast", 19, "the display sets its contrast itself"},
     {0, nullptr, 0, nullptr},
 };
