@@ -5,7 +5,7 @@
 #include "introspection.h"
 #include "json.h"
 #include "names.h"
-#include "valuecheck.h"
+#include "valuecodec.h"
 
 namespace {
 
@@ -38,7 +38,7 @@ Assignment assignmentFor(uint32_t memory, const VariableRef& ref, const std::str
 }
 
 std::string refusal(const Assignment& assignment) {
-    return refusal(assignment.memory, assignment.variable, assignment.text);
+    return ValueCodec::refusal(assignment.memory, assignment.variable, assignment.text);
 }
 
 void failOnProblems(const std::vector<std::string>& problems, size_t total) {
