@@ -5,8 +5,9 @@
 // record as the settings service does at start, and a record with a wrong
 // length or checksum is reported, left exactly as it is, and the command
 // fails.  Only set and reset write.  set first repairs a record that is not
-// valid as the service would (HwInfo::initialize: a shorter record is
-// extended, a wrong one reset to its defaults) and says so.
+// valid (a shorter record is extended, a wrong one reset to its defaults) and
+// says so; the service reads such a record as that repair would leave it but
+// never writes it.
 //
 // "set" checks every assignment (key known, not private, text short enough,
 // number valid) before it writes any, so a rejected command line leaves the
@@ -250,7 +251,7 @@ int set(Arguments const& arguments) {
     if (std::string const problem = recordProblem(hwInfo.checkRecord()); !problem.empty()) {
         std::fprintf(stderr,
                      "hwinfo set: the hardware record was not valid (%s); it is repaired first "
-                     "as the settings service does at start\n",
+                     "with the record's defaults\n",
                      problem.c_str());
         hwInfo.repairRecord();
     }

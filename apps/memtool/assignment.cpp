@@ -2,10 +2,7 @@
 
 #include "cli.h"
 #include "names.h"
-#include "settings-service/catalogue.h"
-#include "settings-service/introspection.h"
-#include "settings-service/json.h"
-#include "valuecheck.h"
+#include "valuecodec.h"
 
 namespace {
 
@@ -38,7 +35,7 @@ Assignment assignmentFor(uint32_t memory, const VariableRef& ref, const std::str
 }
 
 std::string refusal(const Assignment& assignment) {
-    return refusal(assignment.memory, assignment.variable, assignment.text);
+    return ValueCodec::refusal(assignment.memory, assignment.variable, assignment.text);
 }
 
 void failOnProblems(const std::vector<std::string>& problems, size_t total) {

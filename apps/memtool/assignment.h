@@ -25,7 +25,8 @@ struct Assignment {
 // element of an array whose setter writes only whole arrays.
 Assignment assignmentFor(uint32_t memory, const VariableRef& ref, const std::string& text,
                          const char* indexHint);
-// Why the text cannot be stored as written (valuecheck.h), or "".
+// Why the text cannot be stored as written (the value codec's strict check,
+// valuecodec.h), or "".
 std::string refusal(const Assignment& assignment);
 // Throws Failure unless `problems` is empty: with one value in all the
 // problem alone, else one line per problem and "nothing stored: N of M values

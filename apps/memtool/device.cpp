@@ -2,6 +2,7 @@
 
 #include "cli.h"
 #include "program.h"
+#include "settings-service/brokerprotocol.h"
 #include "settings-service/catalogue.h"
 #include "settings-service/eventpoll.h"
 #include "settings-service/introspection.h"
@@ -154,4 +155,23 @@ ServerConnection& connectBroker() {
         }
     }
     return *gServerConnection;
+}
+
+std::string brokerSemaphorePath() {
+    // A named semaphore "/NAME" is the file /dev/shm/sem.NAME.
+    return std::string("/dev/shm/sem.") + (BrokerProtocol::READY_SEMAPHORE + 1);
+}
+
+void requireDeviceAccess(int mode) {
+    std::vector<std::string> paths = {brokerSemaphorePath(), BrokerProtocol::SOCKET_PATH};
+    for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
+        paths.push_back(objectPath(memory));
+    }
+    for (const std::string& path : paths) {
+        if (::access(path.c_str(), mode) != 0 && errno == EACCES) {
+            throw Failure(path + ": " + std::strerror(EACCES) +
+                          ": this user is not allowed to use the device's memories and broker "
+                          "(run it as a member of the daemons' group, or as root)");
+        }
+    }
 }

@@ -14,6 +14,7 @@
 #include "settings-service/serverconnection.h"
 
 #include <cstdint>
+#include <string>
 
 // True when the memory's shared-memory object exists.
 bool memoryExists(uint32_t memory);
@@ -29,3 +30,10 @@ void mapMemoriesReadOnly(bool readOnly);
 bool refreshMemories();
 // Connects gServerConnection to the broker; throws Failure when there is none.
 ServerConnection& connectBroker();
+// The file of the broker's readiness semaphore.
+std::string brokerSemaphorePath();
+// Throws Failure when an object of the device that exists (a memory, the
+// broker's semaphore or socket) may not be used with `mode` (as for
+// access(2)) by this user: outside the daemons' group that holds for good, so
+// a long-running client stops with the reason instead of trying again.
+void requireDeviceAccess(int mode);

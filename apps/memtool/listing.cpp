@@ -18,12 +18,6 @@ bool hasRange(uint32_t base) {
     return base == BaseInt || base == BaseFloat || base == BaseBool;
 }
 
-// The name of a base type code: the codes 5 (enum) and 6 (struct) follow a
-// code without a name, so the name table is one shorter.
-const char* baseTypeName(uint32_t base) {
-    return Introspection::BASE_TYPE_NAME_ARRAY[base < BaseEnum ? base : base - 1];
-}
-
 Ordered orNull(const std::optional<uint32_t>& number) {
     return number ? Ordered(*number) : Ordered(nullptr);
 }
@@ -103,12 +97,12 @@ Ordered variablesJson(uint32_t memory) {
 }
 
 Ordered describeJson(uint32_t memory, uint32_t variable) {
-    const uint32_t base = Introspection::getVarBaseType(memory, variable);
-    const bool range = hasRange(base);
+    const bool range = hasRange(Introspection::getVarBaseType(memory, variable));
     return {{"memory", Introspection::getMemName(memory)},
             {"name", Introspection::getVarName(memory, variable)},
             {"type", Introspection::getVarType(memory, variable)},
-            {"baseType", baseTypeName(base)},
+            {"baseType",
+             Introspection::baseTypeName(Introspection::typeOf(memory, variable).element.kind)},
             {"min", range ? Ordered(Introspection::getVarMin(memory, variable)) : Ordered(nullptr)},
             {"max", range ? Ordered(Introspection::getVarMax(memory, variable)) : Ordered(nullptr)},
             {"default", defaultJson(memory, variable)},

@@ -4,11 +4,11 @@
 // The file is read once, one variable's value at a time (no tree of the
 // whole document is built), and every value is checked before anything is
 // stored: unknown names, a value of the wrong JSON type, an array of the wrong
-// length and every refusal of valuecheck.h are listed together, and then
-// nothing is stored.  A value equal to what `dump` would print now is left
-// alone (no write, no event), so loading the dump of an unchanged unit
-// changes no byte; the others are stored through the setters, which post the
-// change events.  With --dry-run the values that would be stored are printed
+// length and every refusal of the value codec (valuecodec.h) are listed
+// together, and then nothing is stored.  A value equal to what `dump` would
+// print now is left alone (no write, no event), so loading the dump of an
+// unchanged unit changes no byte; the others are stored through the setters,
+// which post the change events.  With --dry-run the values that would be stored are printed
 // as "MEMORY NAME=VALUE" and nothing is stored.
 #include "assignment.h"
 #include "commands.h"

@@ -32,6 +32,7 @@
 #include <chrono>
 #include <cstdio>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -61,6 +62,7 @@ public:
         if (!brokerPresent()) {
             return false;
         }
+        requireDeviceAccess(R_OK | W_OK);
         try {
             if (gServerConnection == nullptr) {
                 connectBroker().setEventHandler(this);
@@ -79,10 +81,7 @@ public:
 private:
     static bool brokerPresent() {
         struct stat status {};
-        // A named semaphore "/NAME" is the file /dev/shm/sem.NAME.
-        const std::string semaphore =
-            std::string("/dev/shm/sem.") + (BrokerProtocol::READY_SEMAPHORE + 1);
-        return ::stat(semaphore.c_str(), &status) == 0 &&
+        return ::stat(brokerSemaphorePath().c_str(), &status) == 0 &&
                ::stat(BrokerProtocol::SOCKET_PATH, &status) == 0;
     }
 
@@ -124,6 +123,7 @@ int serveInspector(const Arguments& arguments) {
     const std::string token = checkedToken(given);
     const bool readOnly = arguments.has("--read-only");
     mapMemoriesReadOnly(readOnly);
+    requireDeviceAccess(readOnly ? R_OK : R_OK | W_OK);
 
     EventPoll& poll = gen::getEventPoll();
     // The access checks compare addresses, not ports: the address as asked for serves.

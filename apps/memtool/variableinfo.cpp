@@ -2,9 +2,7 @@
 
 #include "settings-service/catalogue.h"
 #include "settings-service/introspection.h"
-#include "settings-service/introspection_enum.h"
 #include "settings-service/memories.h"
-#include "settings-service/setters.h"
 
 #include <cstring>
 #include <map>
@@ -29,32 +27,27 @@ const std::vector<uint8_t>& defaultImage(uint32_t memory) {
 } // namespace
 
 std::optional<uint32_t> stringCapacity(uint32_t memory, uint32_t variable) {
-    if (Introspection::getVarBaseType(memory, variable) != BaseString) {
+    const ElementType& element = Introspection::typeOf(memory, variable).element;
+    if (element.kind != ValueKind::String && element.kind != ValueKind::Buffer) {
         return std::nullopt;
     }
-    return static_cast<uint32_t>(std::stoul(Introspection::getVarArrayLen(memory, variable)));
+    return element.capacity;
 }
 
 bool isBuffer(uint32_t memory, uint32_t variable) {
-    return Introspection::getVarBaseType(memory, variable) == BaseString &&
-           descriptor(memory, variable).getter != &getStringIntrospection;
+    return Introspection::typeOf(memory, variable).element.kind == ValueKind::Buffer;
 }
 
 bool isWritable(uint32_t memory, uint32_t variable) {
-    return descriptor(memory, variable).setter != &setReadOnlyIntrospection;
+    return !Introspection::typeOf(memory, variable).readOnly;
 }
 
 std::vector<std::string> enumNames(uint32_t memory, uint32_t variable) {
-    std::vector<std::string> names;
-    if (Introspection::getVarBaseType(memory, variable) != BaseEnum) {
-        return names;
+    const EnumInfo* type = Introspection::typeOf(memory, variable).element.enumType;
+    if (type == nullptr) {
+        return {};
     }
-    const uint32_t type =
-        IntrospectionEnum::getEnumIndex(Introspection::getVarType(memory, variable));
-    for (uint32_t entry = 0; entry < IntrospectionEnum::getEnumEntryCount(type); ++entry) {
-        names.emplace_back(IntrospectionEnum::getEnumEntryName(type, entry));
-    }
-    return names;
+    return std::vector<std::string>(type->entries, type->entries + type->entryCount);
 }
 
 std::string defaultText(uint32_t memory, uint32_t variable, uint32_t index) {
@@ -67,7 +60,7 @@ bool holdsDefault(uint32_t memory, uint32_t variable, uint32_t index) {
     const size_t at = entry.offset + index * entry.elementSize;
     const uint8_t* now = entry.memoryBase + at;
     const uint8_t* start = defaultImage(memory).data() + at;
-    if (entry.baseType == BaseString && !isBuffer(memory, variable)) {
+    if (entry.type->element.kind == ValueKind::String) {
         return std::strncmp(reinterpret_cast<const char*>(now),
                             reinterpret_cast<const char*>(start), entry.elementSize) == 0;
     }

@@ -1,7 +1,8 @@
-// What memtool tells about a variable beyond the catalogue's lookups: the
-// capacity of a string, whether it is a byte buffer (a string-typed variable
-// read and written as hexadecimal digits) and whether it can be written, the
-// names of an enum, and the value the memory's start-up writes.
+// What memtool tells about a variable beyond the catalogue's lookups, from
+// its typed facts (catalogue.h): the capacity of a string, whether it is a
+// byte buffer (a string-typed variable read and written as hexadecimal
+// digits) and whether it can be written, the names of an enum, and the value
+// the memory's start-up writes.
 #pragma once
 
 #include <cstdint>

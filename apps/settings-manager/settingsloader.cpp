@@ -9,6 +9,7 @@
 #include "settings-service/records.h"
 #include "settingsfolder.h"
 #include "settingsstore.h"
+#include "valuecodec.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -70,10 +71,11 @@ public:
             if (!result.rangeError.empty()) {
                 LOG(Error, "%s", result.rangeError.c_str());
             } else {
-                LOG(Error, "Value must be between min: %s and max: %s, but is: %s",
-                    Introspection::getVarMin(memory, *result.variable).c_str(),
-                    Introspection::getVarMax(memory, *result.variable).c_str(),
-                    result.applied.c_str());
+                LOG(Error, "%s",
+                    ValueCodec::outsideRange(Introspection::getVarMin(memory, *result.variable),
+                                             Introspection::getVarMax(memory, *result.variable),
+                                             result.applied)
+                        .c_str());
             }
         }
         if (!result.setterError.empty()) {

@@ -1,4 +1,5 @@
-"""Default values: their validation and their bytes in a memory's default record.
+"""Default values: their validation, their text as a getter writes it and their bytes in a memory's
+default record.
 
 A default applies to the variable, or to every element of an array variable. Variables without a
 default, buffers and structs stay zero (an enum's zero is its first entry).
@@ -6,7 +7,7 @@ default, buffers and structs stay zero (an enum's zero is its first entry).
 
 import struct
 
-import rangecheck
+import values
 
 
 def problem(variable, model):
@@ -16,10 +17,10 @@ def problem(variable, model):
         return None
     kind = variable.kind
     if kind == "int":
-        if type(value) is not int or not rangecheck.INT_MIN <= value <= rangecheck.INT_MAX:
+        if type(value) is not int or not values.INT_MIN <= value <= values.INT_MAX:
             return f"the default {value!r} is not a 32-bit integer"
     elif kind == "float":
-        if type(value) not in (int, float) or abs(value) > rangecheck.FLOAT_MAX:
+        if type(value) not in (int, float) or abs(value) > values.FLOAT_MAX:
             return f"the default {value!r} is not a 32-bit float"
     elif kind == "bool":
         if type(value) is not bool:
@@ -32,6 +33,17 @@ def problem(variable, model):
             return f"the default {value!r} must be ASCII text of at most {variable.length - 1} characters"
     else:
         return f"a {kind} takes no default"
+    return None
+
+
+def default_text(variable, model):
+    """The getter's text of one element holding the default; None for buffers and structs."""
+    if variable.kind in ("int", "float", "bool"):
+        return values.value_text(variable.kind, variable.default or 0)
+    if variable.kind == "string":
+        return variable.default or ""
+    if variable.kind == "enum":
+        return variable.default or model.enum(variable.type).entries[0]
     return None
 
 

@@ -5,7 +5,7 @@ The keys of the model's history appear only where the model declares them: a var
 
 import json
 
-import rangecheck
+import defaults
 
 
 def _field(field):
@@ -22,7 +22,7 @@ def _variable(variable, model):
     entry = _field(variable)
     entry["min"] = variable.min
     entry["max"] = variable.max
-    entry["default"] = default_text(variable, model)
+    entry["default"] = defaults.default_text(variable, model)
     entry["event"] = variable.event
     entry["eventName"] = model.event_names[variable.event]
     if variable.formerly:
@@ -47,17 +47,6 @@ def _enum(enum):
     if enum.formerly:
         entry["formerly"] = enum.formerly
     return entry
-
-
-def default_text(variable, model):
-    """The getter's text of the default of one element; null for buffers and structs."""
-    if variable.kind in ("int", "float", "bool"):
-        return rangecheck.value_text(variable.kind, variable.default or 0)
-    if variable.kind == "string":
-        return variable.default or ""
-    if variable.kind == "enum":
-        return variable.default or model.enum(variable.type).entries[0]
-    return None
 
 
 def document(model):

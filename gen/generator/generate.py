@@ -5,8 +5,9 @@ Usage: generate.py [--no-device-facts] MODEL_DIR OUTPUT_DIR
 
 Loads and checks the model: its form (model.py), its policy (policy.py), unless --no-device-facts
 is given (for models other than the device's, such as the small model of the golden test) the
-facts of the device that other programs rely on (checks.py), and the model against every release
-snapshot in MODEL_DIR/releases (releases.py). On a broken model, a refusal against a release or
+facts of the device that other programs rely on, as the device's latest release snapshot records
+them (checks.py), and the model against every release snapshot in MODEL_DIR/releases
+(releases.py). On a broken model, a refusal against a release or
 a broken fact it prints the file, the entry and the reason (every refusal against the releases,
 one per line) and exits with status 1 without writing anything. Notes (a persistent variable's
 default that changed since the latest release) are printed and generation goes on. Each output is written from its template in templates/; a file whose text is
@@ -63,7 +64,7 @@ def main(argv):
         model = model_module.load(arguments[0])
         policy.run_all(model)
         if device_facts:
-            checks.run_all(model)
+            checks.run_all(model, checks.device_facts())
         notes = releases.check_all(model, releases.load_all(arguments[0]))
     except releases.ReleaseError as error:
         for problem in error.problems:

@@ -1,10 +1,11 @@
 """Reads the record-layout model (gen/model/*.toml) into plain objects.
 
 Loading also checks that the model is well-formed: known types, unique names, offsets that are
-aligned, inside the record and do not overlap, every byte of a record accounted for, event ids in
-range and used once, and the policy keys (a memory's start, a variable's readonly flag, the log
-table of catalogue.toml) of the right form; policy.py checks what they say. A malformed model raises
-ModelError naming the file, the entry and the reason.
+aligned, inside the record and do not overlap, every byte of a record accounted for, range bounds
+that are plain decimal numbers the range check reads, struct members that are no buffers, event
+ids in range and used once, and the policy keys (a memory's start, a variable's readonly flag, the
+log table of catalogue.toml) of the right form; policy.py checks what they say. A malformed model
+raises ModelError naming the file, the entry and the reason.
 
 The keys that say how the model changed since earlier releases are read here too, in their form:
 a variable's `formerly` (its earlier names) and `out_of_range` ("clamp" or "keep-aside"), an enum's
@@ -15,6 +16,8 @@ releases is checked by releases.py.
 
 import pathlib
 import tomllib
+
+import values
 
 PLAIN_TYPES = ("int", "float", "bool", "string", "buffer")
 # Base type codes as the catalogue stores them.
@@ -216,6 +219,12 @@ def _resolve(field, model_enums, model_structs):
         value = getattr(field, bound)
         if value is not None and not isinstance(value, str):
             field.fail(f"{bound} must be written as text")
+        if value is not None:
+            try:
+                values.read_number(field.kind, value)
+            except values.Unreadable as error:
+                field.fail(f"{bound} must be a plain decimal {field.kind} that the range check "
+                           f"reads: {error}")
     if not isinstance(field.readonly, bool):
         field.fail("readonly must be true or false")
     if not isinstance(field.formerly, list) or not all(is_identifier(n) for n in field.formerly):
@@ -247,6 +256,9 @@ def _layout_struct(struct, enums, structs, visiting):
             member.fail("struct members have no event")
         if member.readonly:
             member.fail("struct members are written with their struct; they take no readonly")
+        if member.kind == "buffer":
+            member.fail("a struct member cannot be a buffer: the struct's text holds its members "
+                        "as values; use a string")
         if member.formerly or member.out_of_range is not None:
             member.fail("struct members take no formerly or out_of_range: a changed member needs "
                         "a new struct")

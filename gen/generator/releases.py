@@ -56,7 +56,7 @@ import json
 import pathlib
 import re
 
-import rangecheck
+import values
 
 FORMAT = 1
 PERSISTENT = "MemPersistent"
@@ -210,19 +210,6 @@ def load_all(model_dir):
 
 # ---- checks ----------------------------------------------------------------------------------
 
-def _bounds(kind, minimum, maximum):
-    """The values a variable takes as the range check sees them: (low, high), or None when it
-    checks nothing."""
-    if minimum is None and maximum is None:
-        return None
-    if kind == "int":
-        return (rangecheck.stoi(minimum) if minimum is not None else rangecheck.INT_MIN,
-                rangecheck.stoi(maximum) if maximum is not None else rangecheck.INT_MAX)
-    return (rangecheck.stof(minimum) if minimum is not None
-            else rangecheck.f32(rangecheck.FLOAT_MIN_NORMAL),
-            rangecheck.stof(maximum) if maximum is not None else rangecheck.f32(rangecheck.FLOAT_MAX))
-
-
 def _narrowed(old, new):
     if new is None:
         return False
@@ -360,8 +347,8 @@ class _Checker:
     def range(self, snapshot, what, old, new):
         if old["kind"] not in ("int", "float") or new.out_of_range is not None:
             return
-        before = _bounds(old["kind"], old["min"], old["max"])
-        now = _bounds(new.kind, new.min, new.max)
+        before = values.bounds(old["kind"], old["min"], old["max"])
+        now = values.bounds(new.kind, new.min, new.max)
         if _narrowed(before, now):
             self.refuse(snapshot, PERSISTENT, what,
                         f"its range {_range_text(before)} of release {snapshot.version} narrowed "
@@ -428,8 +415,8 @@ class _Checker:
                 continue
             before, now = _compact(old["default"]), _compact(default_value(new, self.model))
             if new.kind in ("int", "float", "bool"):
-                before = rangecheck.value_text(new.kind, old["default"])
-                now = rangecheck.value_text(new.kind, default_value(new, self.model))
+                before = values.value_text(new.kind, old["default"])
+                now = values.value_text(new.kind, default_value(new, self.model))
             if before != now:
                 self.notes.append(
                     f"{snapshot.file}: {PERSISTENT}: variable \"{new.name}\": the default changed "

@@ -7,6 +7,7 @@
 #include "settings-service/introspection.h"
 #include "settings-service/memories.h"
 #include "settings-service/records.h"
+#include "settings-service/setters.h"
 
 #include <algorithm>
 #include <cstring>
@@ -396,6 +397,71 @@ TEST(Catalogue, DefaultRecordsReadBackAsTheModelsDefaults) {
     }
     std::vector<uint8_t> persistent = gen::defaultImage(0);
     EXPECT_EQ(MEMORY_ARRAY[0].variables[0].getter(persistent.data() + 56, 0), "2");
+}
+
+ValueKind kindNamed(const std::string& kind) {
+    const std::pair<const char*, ValueKind> kinds[] = {
+        {"int", ValueKind::Int},       {"float", ValueKind::Float},   {"bool", ValueKind::Bool},
+        {"string", ValueKind::String}, {"buffer", ValueKind::Buffer}, {"enum", ValueKind::Enum},
+        {"struct", ValueKind::Struct}};
+    for (const auto& [name, value] : kinds) {
+        if (kind == name) {
+            return value;
+        }
+    }
+    throw std::logic_error("no kind " + kind);
+}
+
+// The typed facts say what the descriptor's texts, converters and the JSON catalogue say.
+TEST(Catalogue, TypedFactsSayWhatTheTextsSay) {
+    const nlohmann::json document = catalogueDocument();
+    for (uint32_t m = 0; m < MEMORY_ARRAY_SIZE; ++m) {
+        const std::vector<uint8_t> image = gen::defaultImage(m);
+        for (uint32_t v = 0; v < MEMORY_ARRAY[m].variableCount; ++v) {
+            const VariableDescriptor& entry = MEMORY_ARRAY[m].variables[v];
+            const nlohmann::json& json = document["memories"][m]["variables"][v];
+            SCOPED_TRACE(entry.name);
+            ASSERT_NE(entry.type, nullptr);
+            const VariableType& type = *entry.type;
+            const ElementType& element = type.element;
+            EXPECT_EQ(element.kind, kindNamed(json["kind"]));
+            const bool text =
+                element.kind == ValueKind::String || element.kind == ValueKind::Buffer;
+            EXPECT_EQ(entry.baseType == BaseString, text);
+            if (entry.baseType == BaseString) {
+                EXPECT_EQ(element.kind == ValueKind::Buffer,
+                          entry.getter != &getStringIntrospection);
+            }
+            EXPECT_EQ(type.count, entry.isArray ? std::stoul(entry.arrayLength) : 1u);
+            EXPECT_EQ(element.capacity, text ? std::stoul(entry.arrayLength) : 0u);
+            EXPECT_EQ(type.readOnly, entry.setter == &setReadOnlyIntrospection);
+            EXPECT_EQ(type.range.hasMin, entry.min != nullptr);
+            EXPECT_EQ(type.range.hasMax, entry.max != nullptr);
+            const auto number = [&entry](const char* bound) {
+                return entry.baseType == BaseInt ? static_cast<double>(std::stoi(bound))
+                                                 : static_cast<double>(std::stof(bound));
+            };
+            EXPECT_EQ(type.range.minimum, entry.min ? number(entry.min) : 0.0);
+            EXPECT_EQ(type.range.maximum, entry.max ? number(entry.max) : 0.0);
+            EXPECT_EQ(element.enumType != nullptr, element.kind == ValueKind::Enum);
+            if (element.enumType != nullptr) {
+                EXPECT_STREQ(element.enumType->name, entry.typeName);
+                EXPECT_EQ(element.enumType, &Catalogue::enumNamed(entry.typeName));
+            }
+            EXPECT_EQ(element.structType != nullptr, element.kind == ValueKind::Struct);
+            if (element.structType != nullptr) {
+                EXPECT_STREQ(element.structType->name, entry.typeName);
+                EXPECT_EQ(element.structType->members, entry.structMembers);
+            }
+            if (json["default"].is_null()) {
+                EXPECT_EQ(type.defaultText, nullptr);
+            } else {
+                ASSERT_NE(type.defaultText, nullptr);
+                EXPECT_EQ(type.defaultText, json["default"].get<std::string>());
+                EXPECT_EQ(entry.getter(image.data() + entry.offset, 0), type.defaultText);
+            }
+        }
+    }
 }
 
 TEST(Catalogue, EveryPersistentDefaultPassesTheRangeCheck) {

@@ -1,11 +1,21 @@
 """The generator refuses broken models, naming the file, the entry and the reason or the broken
-binding fact, and writes nothing then."""
+binding fact, and writes nothing then. The binding facts are those of the device's latest
+release snapshot."""
 
+import json
 import os
+import pathlib
 import re
+import shutil
+import sys
+import tempfile
 import unittest
 
 from modelcopy import GEN_ROOT, ModelCopy
+
+sys.path.insert(0, str(GEN_ROOT / "generator"))
+import checks  # noqa: E402
+import model as model_module  # noqa: E402
 
 PERSISTENT = "memories/00-MemPersistent.toml"
 
@@ -57,7 +67,9 @@ class GeneratorTest(ModelCopy):
     def test_a_changed_record_size(self):
         self.edit(PERSISTENT, "size = 1136", "size = 1140")
         self.edit(PERSISTENT, "reserved = [", "reserved = [\n    { offset = 1136, length = 4, note = \"grown\" },")
-        self.assert_refused("binding fact \"memory table\"", "MemPersistent must be 1136 bytes long")
+        self.assert_refused("binding fact \"memory table\"", "MemPersistent must be 1136 bytes long",
+                            "the device's facts are those of release 1.0.0",
+                            str(GEN_ROOT / "model" / "releases" / "1.0.0.json"))
 
     def test_a_missing_variable(self):
         self.edit("memories/18-MemDebug.toml", "variables = [", "reserved = [{ offset = 0, length = 360, note = \"x\" }]\nvariables = [")
@@ -218,10 +230,81 @@ class GeneratorTest(ModelCopy):
         self.edit(PERSISTENT, "offset = 644, event = 269", "offset = 643, event = 269")
         self.assert_refused(PERSISTENT, "overlaps")
 
+    def test_a_bound_that_the_range_check_does_not_read_whole(self):
+        self.edit(PERSISTENT, "min = \"1\", max = \"4\", default = 2, event = 173",
+                  "min = \"0x1\", max = \"4\", default = 2, event = 173")
+        self.assert_refused(PERSISTENT, "variable \"AUXTorque\"",
+                            "min must be a plain decimal int that the range check reads: \"0x1\" is "
+                            "not a decimal integer")
+
+    def test_a_float_bound_beyond_the_floats(self):
+        self.edit("memories/02-MemDistanceMeasure.toml", "max = \"25\", default = 12.5",
+                  "max = \"1e39\", default = 12.5")
+        self.assert_refused("02-MemDistanceMeasure.toml", "variable \"CdmMaxRange\"",
+                            "max must be a plain decimal float that the range check reads: beyond "
+                            "the largest float")
+
+    def test_a_buffer_as_struct_member(self):
+        self.edit("structs.toml", "{ name = \"TraceText\", type = \"string\", length = 48 }",
+                  "{ name = \"TraceText\", type = \"buffer\", length = 48 }")
+        self.assert_refused("structs.toml", "member \"TraceText\"", "a struct member cannot be a buffer")
+
     def test_a_record_that_does_not_fit(self):
         self.edit("memories/10-MemBluetooth.toml", "type = \"buffer\", length = 2, offset = 518",
                   "type = \"buffer\", length = 4, offset = 518")
         self.assert_refused("10-MemBluetooth.toml", "BluetoothPairingCode", "past the record size 520")
+
+
+class DeviceFactsTest(unittest.TestCase):
+    """The facts are read from the highest version among the device's snapshots."""
+
+    def setUp(self):
+        self.work = pathlib.Path(tempfile.mkdtemp())
+        self.releases = self.work / "releases"
+        self.releases.mkdir()
+        self.recorded = json.loads((GEN_ROOT / "model" / "releases" / "1.0.0.json").read_text())
+        self.model = model_module.load(GEN_ROOT / "model")
+
+    def tearDown(self):
+        shutil.rmtree(self.work)
+
+    def record(self, version, debug_size):
+        data = json.loads(json.dumps(self.recorded))
+        data["version"] = version
+        data["memories"][18]["size"] = debug_size
+        (self.releases / f"{version}.json").write_text(json.dumps(data))
+
+    def test_the_latest_release_in_version_order_holds_the_facts(self):
+        self.record("1.9.0", 368)
+        self.record("1.10.0", 364)
+        self.record("1.2.0", 360)
+        facts = checks.device_facts(self.work)
+        self.assertEqual(facts.version, "1.10.0")
+        with self.assertRaises(checks.CheckError) as refusal:
+            checks.run_all(self.model, facts)
+        self.assertIn("binding fact \"memory table\" is broken: MemDebug must be 364 bytes long, "
+                      "not 360 (the device's facts are those of release 1.10.0, "
+                      f"{self.releases / '1.10.0.json'})", str(refusal.exception))
+
+    def test_a_release_without_what_a_binding_fact_names(self):
+        data = json.loads(json.dumps(self.recorded))
+        data["version"] = "1.1.0"
+        data["structs"] = [s for s in data["structs"] if s["name"] != "ScaleValues"]
+        (self.releases / "1.1.0.json").write_text(json.dumps(data))
+        with self.assertRaises(checks.CheckError) as refusal:
+            checks.run_all(self.model, checks.device_facts(self.work))
+        self.assertIn("binding fact \"release snapshot\" is broken: release 1.1.0 has no struct "
+                      "\"ScaleValues\", which a binding fact names", str(refusal.exception))
+
+    def test_the_device_model_holds_the_facts_of_its_latest_release(self):
+        checks.run_all(self.model, checks.device_facts())
+
+    def test_no_snapshot_no_facts(self):
+        shutil.rmtree(self.releases)
+        with self.assertRaises(checks.CheckError) as refusal:
+            checks.device_facts(self.work)
+        self.assertIn("there is no release snapshot to read the device's facts from",
+                      str(refusal.exception))
 
 
 if __name__ == "__main__":

@@ -1,13 +1,10 @@
 #include "settings-service/introspection.h"
 
 #include "setjson.h"
-#include "settings-service/log.h"
+#include "valuecodec.h"
 
 #include <algorithm>
 #include <array>
-#include <cfloat>
-#include <climits>
-#include <exception>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,9 +12,6 @@
 namespace Introspection {
 
 namespace {
-
-// The base type code without a name; the string rules apply to its range.
-constexpr uint32_t BASE_UNNAMED = 4;
 
 // (memory index, variable index) of every event id.
 std::array<std::pair<uint32_t, uint32_t>, EVENT_ID_COUNT> eventMap{};
@@ -183,7 +177,7 @@ std::string getVarMax(uint32_t memory, uint32_t variable) {
     case BaseBool:
         return "1";
     case BaseString:
-    case BASE_UNNAMED:
+    case BaseUnnamed:
         return entry.max ? entry.max : "0";
     case BaseEnum:
         return std::to_string(Catalogue::enumNamed(entry.typeName).entryCount - 1);
@@ -194,38 +188,39 @@ std::string getVarMax(uint32_t memory, uint32_t variable) {
 
 bool checkMinMax(uint32_t memory, uint32_t variable, const std::string& value, std::string& error) {
     const VariableDescriptor& entry = descriptor(memory, variable);
-    try {
-        switch (entry.baseType) {
-        case BaseInt: {
-            if (entry.min == nullptr && entry.max == nullptr) {
-                return true;
-            }
-            const int maximum = entry.max ? std::stoi(entry.max) : INT_MAX;
-            const int minimum = entry.min ? std::stoi(entry.min) : INT_MIN;
-            const int number = std::stoi(value);
-            return minimum <= number && number <= maximum;
-        }
-        case BaseFloat: {
-            if (entry.min == nullptr && entry.max == nullptr) {
-                return true;
-            }
-            const float maximum = entry.max ? std::stof(entry.max) : FLT_MAX;
-            const float minimum = entry.min ? std::stof(entry.min) : FLT_MIN;
-            const float number = std::stof(value);
-            return minimum <= number && number <= maximum;
-        }
-        case BaseBool:
-        case BaseString:
-        case BaseEnum:
-        case BaseStruct:
-            return true;
-        default:
-            return false;
-        }
-    } catch (const std::exception&) {
-        error = "Can't convert \"" + value + "\"\n";
+    switch (ValueCodec::checkRange(entry.baseType, entry.min, entry.max, value)) {
+    case ValueCodec::RangeResult::Inside:
+        return true;
+    case ValueCodec::RangeResult::Unreadable:
+        error = ValueCodec::unreadable(value);
         return false;
+    case ValueCodec::RangeResult::Outside:
+        break;
     }
+    return false;
+}
+
+const VariableType& typeOf(uint32_t memory, uint32_t variable) {
+    return *descriptor(memory, variable).type;
+}
+
+const char* baseTypeName(ValueKind kind) {
+    switch (kind) {
+    case ValueKind::Int:
+        return BASE_TYPE_NAME_ARRAY[0];
+    case ValueKind::Float:
+        return BASE_TYPE_NAME_ARRAY[1];
+    case ValueKind::Bool:
+        return BASE_TYPE_NAME_ARRAY[2];
+    case ValueKind::String:
+    case ValueKind::Buffer:
+        return BASE_TYPE_NAME_ARRAY[3];
+    case ValueKind::Enum:
+        return BASE_TYPE_NAME_ARRAY[4];
+    case ValueKind::Struct:
+        break;
+    }
+    return BASE_TYPE_NAME_ARRAY[5];
 }
 
 std::optional<uint32_t> findVarIndex(uint32_t memory, std::string_view name) {

@@ -1,5 +1,6 @@
 // The struct setter: writes members of one element of a struct variable from
-// the (member name, value) items of the settings reader.
+// the (member name, value) items of the settings reader (the walk of
+// structwalk.h, whose values the value codec reads).
 //
 // The element is the one at base + offset + notify.index x element size.
 // Each item names a member of the struct.  Its value may be the member

@@ -2,8 +2,9 @@
 
 #include "settings-service/catalogue.h"
 #include "settings-service/log.h"
+#include "valuecodec.h"
 
-#include <exception>
+#include <optional>
 
 namespace {
 
@@ -24,58 +25,35 @@ template <typename T> const T& element(const void* address, int index) {
     return static_cast<const T*>(address)[index];
 }
 
-std::string cannotConvert(const char* text, const char* type) {
-    return std::string("Can't convert ") + text + " to " + type;
-}
-
-// Converts the text and stores it with setVariable at the address that the Notify selects.
-template <typename T, typename Convert>
+// Reads the text with the codec and stores it with setVariable at the address that the Notify
+// selects.
+template <typename T, typename Read>
 std::string setNumber(uint8_t* base, uint32_t memory, uint32_t variable, const Notify& notify,
-                      const char* text, const char* type, Convert convert) {
+                      const char* text, const char* type, Read read) {
     T* target = elementAddress<T>(base, memory, variable, notify);
     if (target == nullptr) {
         return "";
     }
-    T value;
-    try {
-        value = convert(text);
-    } catch (const std::exception&) {
-        return cannotConvert(text, type);
+    const std::optional<T> value = read(text);
+    if (!value) {
+        return ValueCodec::cannotConvert(text, type);
     }
-    setVariable<T>(*target, notify, value);
+    setVariable<T>(*target, notify, *value);
     return "";
-}
-
-unsigned hexDigit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    if (c == '\0') {
-        return 0;
-    }
-    THROW_ERROR("Not a valid hex digit: %c", c);
 }
 
 } // namespace
 
 std::string getIntIntrospection(const void* address, int index) {
-    char text[16];
-    std::snprintf(text, sizeof text, "%d", element<int32_t>(address, index));
-    return text;
+    return ValueCodec::intText(element<int32_t>(address, index));
 }
 
 std::string getFloatIntrospection(const void* address, int index) {
-    return std::to_string(element<float>(address, index));
+    return ValueCodec::floatText(element<float>(address, index));
 }
 
 std::string getBoolIntrospection(const void* address, int index) {
-    return element<uint8_t>(address, index) != 0 ? "true" : "false";
+    return ValueCodec::boolText(element<uint8_t>(address, index) != 0);
 }
 
 std::string getStringIntrospection(const void* address, int) {
@@ -83,26 +61,19 @@ std::string getStringIntrospection(const void* address, int) {
 }
 
 std::string getBufferText(const void* address, unsigned length) {
-    static const char DIGITS[] = "0123456789abcdef";
-    const uint8_t* bytes = static_cast<const uint8_t*>(address);
-    std::string text(2 * length, '0');
-    for (unsigned i = 0; i < length; ++i) {
-        text[2 * i] = DIGITS[bytes[i] >> 4];
-        text[2 * i + 1] = DIGITS[bytes[i] & 0x0f];
-    }
-    return text;
+    return ValueCodec::bufferText(static_cast<const uint8_t*>(address), length);
 }
 
 std::string setIntIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                                 const char* text) {
     return setNumber<int32_t>(base, memory, variable, notify, text, "int",
-                              [](const char* digits) { return std::stoi(digits, nullptr, 0); });
+                              [](const char* digits) { return ValueCodec::readInt(digits, 0); });
 }
 
 std::string setFloatIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                                   const char* text) {
     return setNumber<float>(base, memory, variable, notify, text, "float",
-                            [](const char* digits) { return std::stof(digits); });
+                            [](const char* digits) { return ValueCodec::readFloat(digits); });
 }
 
 std::string setBoolIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
@@ -111,16 +82,12 @@ std::string setBoolIntrospection(uint8_t* base, uint32_t memory, uint32_t variab
     if (target == nullptr) {
         return "";
     }
-    uint8_t value;
-    if (std::strcmp(text, "true") == 0) {
-        value = 1;
-    } else if (std::strcmp(text, "false") == 0) {
-        value = 0;
-    } else {
-        return "Value has to be 'true' or 'false'";
+    const std::optional<bool> value = ValueCodec::readBool(text);
+    if (!value) {
+        return ValueCodec::NOT_A_BOOL;
     }
-    if (*target != value) {
-        *target = value;
+    if (*target != (*value ? 1 : 0)) {
+        *target = *value ? 1 : 0;
         postEvent(notify);
     }
     return "";
@@ -129,15 +96,15 @@ std::string setBoolIntrospection(uint8_t* base, uint32_t memory, uint32_t variab
 std::string setStringIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                                    const char* text) {
     const VariableDescriptor& entry = Catalogue::variable(memory, variable);
-    int capacity;
-    try {
-        capacity = std::stoi(entry.arrayLength, nullptr, 10);
-    } catch (const std::exception&) {
-        return cannotConvert(text, "string");
+    const std::optional<int32_t> capacity =
+        entry.arrayLength ? ValueCodec::readInt(entry.arrayLength, 10) : std::nullopt;
+    if (!capacity) {
+        return ValueCodec::cannotConvert(text, "string");
     }
     char* target = reinterpret_cast<char*>(base + entry.offset);
-    target[0] = '\0';
-    std::strncat(target, text, capacity - 1);
+    const std::size_t length = ValueCodec::keptLength(text, static_cast<uint32_t>(*capacity));
+    std::memcpy(target, text, length);
+    target[length] = '\0';
     postEvent(notify);
     return "";
 }
@@ -145,18 +112,9 @@ std::string setStringIntrospection(uint8_t* base, uint32_t memory, uint32_t vari
 std::string setBufferText(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                           const char* text, unsigned length) {
     uint8_t* target = base + Catalogue::variable(memory, variable).offset;
-    bool ended = false;
-    auto next = [&](unsigned position) {
-        ended = ended || text[position] == '\0';
-        return ended ? 0u : hexDigit(text[position]);
-    };
-    try {
-        for (unsigned i = 0; i < length; ++i) {
-            const unsigned high = next(2 * i);
-            target[i] = static_cast<uint8_t>(16 * high + next(2 * i + 1));
-        }
-    } catch (const std::exception&) {
-        return cannotConvert(text, "buffer");
+    if (const std::optional<char> bad = ValueCodec::readBuffer(text, target, length)) {
+        logMessage(nullptr, gen::Error, __FILE__, __LINE__, "Not a valid hex digit: %c", *bad);
+        return ValueCodec::cannotConvert(text, "buffer");
     }
     postEvent(notify);
     return "";

@@ -2,8 +2,7 @@
 
 #include "settings-service/log.h"
 #include "settings-service/setters.h"
-
-#include <cstring>
+#include "valuecodec.h"
 
 namespace IntrospectionEnum {
 
@@ -81,13 +80,12 @@ std::string getEnumIntrospection(const void* address, int index, const char* enu
 std::string setEnumIntrospection(uint8_t* base, uint32_t memory, uint32_t variable, Notify notify,
                                  const char* text, const char* enumName, const char* const* entries,
                                  uint32_t entryCount) {
-    for (uint32_t entry = 0; entry < entryCount; ++entry) {
-        if (std::strcmp(text, entries[entry]) == 0) {
-            int32_t& target =
-                *reinterpret_cast<int32_t*>(base + Catalogue::variable(memory, variable).offset);
-            setVariable<int32_t>(target, notify, static_cast<int32_t>(entry));
-            return "";
-        }
+    const std::optional<uint32_t> entry = ValueCodec::readEnum(entries, entryCount, text);
+    if (!entry) {
+        return ValueCodec::notAnEntry(text, enumName);
     }
-    return std::string(text) + " is not part of enum " + enumName;
+    int32_t& target =
+        *reinterpret_cast<int32_t*>(base + Catalogue::variable(memory, variable).offset);
+    setVariable<int32_t>(target, notify, static_cast<int32_t>(*entry));
+    return "";
 }

@@ -6,14 +6,11 @@
 
 namespace {
 
-// The code of a buffer; BaseType has no name for it, the catalogue gives
-// buffers the code of strings.
-constexpr uint32_t BUFFER_BASE_TYPE = 4;
-
 // An array of a type other than string and buffer is written element by element.
-bool inArrayForm(uint32_t memory, uint32_t variable, uint32_t baseType) {
-    return Introspection::isArray(memory, variable) && baseType != BaseString &&
-           baseType != BUFFER_BASE_TYPE;
+bool inArrayForm(uint32_t memory, uint32_t variable) {
+    const ValueKind kind = Introspection::typeOf(memory, variable).element.kind;
+    return Introspection::isArray(memory, variable) && kind != ValueKind::String &&
+           kind != ValueKind::Buffer;
 }
 
 // Element `element`'s text, from `record` when there is one.
@@ -27,7 +24,7 @@ std::string valueOf(uint32_t memory, uint32_t variable, int element, const uint8
 std::string documentValueText(uint32_t memory, uint32_t variable, const uint8_t* record) {
     const Introspection::DocumentEscape escapeStructTexts;
     const uint32_t baseType = Introspection::getVarBaseType(memory, variable);
-    if (inArrayForm(memory, variable, baseType)) {
+    if (inArrayForm(memory, variable)) {
         const int length = std::stoi(Introspection::getVarArrayLen(memory, variable));
         std::string text = "[";
         for (int element = 0; element < length; ++element) {
@@ -45,7 +42,7 @@ std::string documentValueText(uint32_t memory, uint32_t variable, const uint8_t*
 std::string documentValue(uint32_t memory, uint32_t variable, const uint8_t* record) {
     const uint32_t baseType = Introspection::getVarBaseType(memory, variable);
     std::string text = documentValueText(memory, variable, record);
-    if (isQuotedInDocument(baseType) && !inArrayForm(memory, variable, baseType)) {
+    if (isQuotedInDocument(baseType) && !inArrayForm(memory, variable)) {
         return "\"" + text + "\"";
     }
     return text;

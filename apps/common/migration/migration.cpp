@@ -3,12 +3,8 @@
 #include "documentformat.h"
 #include "documenttext.h"
 #include "history.h"
-#include "settings-service/catalogue.h"
 #include "settings-service/introspection.h"
-
-#include <cmath>
-#include <exception>
-#include <limits>
+#include "valuecodec.h"
 
 namespace Migration {
 
@@ -16,11 +12,6 @@ namespace {
 
 // Keys of the product information, written into every document but never read back.
 constexpr std::string_view PRODUCT_PREFIX = "Product";
-// The range check's bounds where a variable states none (see Introspection::checkMinMax).
-constexpr const char* INT_LOWEST = "-2147483648";
-constexpr const char* INT_HIGHEST = "2147483647";
-constexpr const char* FLOAT_LOWEST_WITH_MAXIMUM = "1.17549435e-38";
-constexpr const char* FLOAT_HIGHEST = "3.40282347e+38";
 
 bool clamps(uint32_t memory, uint32_t variable) {
     for (uint32_t row = 0; row < gen::CLAMPED_VARIABLE_COUNT; ++row) {
@@ -30,46 +21,6 @@ bool clamps(uint32_t memory, uint32_t variable) {
         }
     }
     return false;
-}
-
-// The text that the range check judges: for an int, the number that the
-// setter will store (it detects the base, the check reads decimal), so that
-// "08" (stored as 0) or "0x7fffffff" (read as 0 by the check) is judged by
-// the value it becomes.  A text the setter cannot convert is judged as it is.
-std::string rangeCheckText(uint32_t baseType, const std::string& value) {
-    if (baseType != BaseInt) {
-        return value;
-    }
-    try {
-        return std::to_string(std::stoi(value, nullptr, 0));
-    } catch (const std::exception&) {
-        return value;
-    }
-}
-
-// The bound of the variable's range nearest to `text`, a number outside the
-// range; nothing for a float that is not a number.
-std::optional<std::string> nearestBound(uint32_t memory, uint32_t variable,
-                                        const std::string& text) {
-    const VariableDescriptor& entry = Catalogue::variable(memory, variable);
-    if (entry.baseType == BaseInt) {
-        const long long value = std::stoll(text, nullptr, 0);
-        const long long lowest =
-            entry.min ? std::stoll(entry.min) : std::numeric_limits<int32_t>::min();
-        if (value < lowest) {
-            return entry.min ? entry.min : INT_LOWEST;
-        }
-        return entry.max ? entry.max : INT_HIGHEST;
-    }
-    const float value = std::stof(text);
-    if (std::isnan(value)) {
-        return std::nullopt;
-    }
-    const char* lowest = entry.min ? entry.min : FLOAT_LOWEST_WITH_MAXIMUM;
-    if (value < std::stof(lowest)) {
-        return lowest;
-    }
-    return entry.max ? entry.max : FLOAT_HIGHEST;
 }
 
 std::string rangeText(uint32_t memory, uint32_t variable) {
@@ -375,10 +326,12 @@ KeyResult plan(uint32_t memory, const std::string& key, const std::string& value
     }
     result.applied = text;
     std::string error;
-    if (!Introspection::checkMinMax(memory, variable, rangeCheckText(baseType, text), error)) {
+    if (!Introspection::checkMinMax(memory, variable, ValueCodec::storedValueText(baseType, text),
+                                    error)) {
         std::optional<std::string> bound;
         if (error.empty() && clamp && clamps(memory, variable)) {
-            bound = nearestBound(memory, variable, text);
+            const VariableDescriptor& entry = Catalogue::variable(memory, variable);
+            bound = ValueCodec::nearestBound(baseType, entry.min, entry.max, text);
         }
         if (bound) {
             result.outcome = Outcome::Clamped;

@@ -25,8 +25,8 @@
 // Choices made here:
 // - The nearest bound of a range is the bound that the range check applies:
 //   an int without a minimum is bounded by -2147483648, and a float with a
-//   maximum but no minimum by the smallest positive float (1.17549435e-38),
-//   as the range check has it.
+//   maximum but no minimum by the smallest positive normal float
+//   (1.17549435e-38), as the range check has it (valuecodec.h).
 // - A value is compared with the range as the number that the setter stores
 //   (an int's base is detected), as the range check of the loader always did.
 // - A key that names a variable twice (the same name, or two former names)

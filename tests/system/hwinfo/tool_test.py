@@ -79,8 +79,8 @@ class ToolTest(unittest.TestCase):
         status, out, err = self.hwinfo("set", "serial=SN-0")
         self.assertEqual(status, 0, err)
         self.assertEqual(err, "hwinfo set: the hardware record was not valid (its stored length 0 "
-                              "is shorter than the record's layout); it is repaired first as the "
-                              "settings service does at start\n")
+                              "is shorter than the record's layout); it is repaired first with "
+                              "the record's defaults\n")
         self.assertIn("Differents length, setting new values to default.",
                       self.device.kernel_log())
         record = self.device.record()

@@ -15,6 +15,7 @@ import json
 import os
 import select
 import shlex
+import shutil
 import signal
 import socket
 import struct
@@ -70,8 +71,12 @@ def memtool_json(options, *arguments):
 class Inspector:
     """A running `memtool serve` and an HTTP client of it."""
 
-    def __init__(self, options, *arguments):
-        command = shlex.split(options.memtool) + ["serve", "--listen", "127.0.0.1:0", *arguments]
+    def __init__(self, options, *arguments, prefix=()):
+        command = [*prefix, *shlex.split(options.memtool), "serve", "--listen", "127.0.0.1:0",
+                   *arguments]
+        # The signals are sent as the inspector's user: root in the device
+        # root may not signal another user's process.
+        self.prefix = list(prefix)
         self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                                         stderr=subprocess.PIPE, text=True)
         ready, _, _ = select.select([self.process.stdout], [], [], 60)
@@ -111,7 +116,11 @@ class Inspector:
 
     def end(self, number=signal.SIGTERM):
         """Signals the process and returns its exit status and standard error."""
-        self.process.send_signal(number)
+        if self.prefix:
+            subprocess.run([*self.prefix, "kill", f"-{int(number)}", str(self.process.pid)],
+                           check=True, timeout=30)
+        else:
+            self.process.send_signal(number)
         try:
             _, error = self.process.communicate(timeout=30)
         except subprocess.TimeoutExpired:
@@ -455,6 +464,49 @@ def restart(options):
           f"the lost broker was not reported: {inspector.error}")
 
 
+def as_user(uid, groups=()):
+    """The setpriv prefix that runs a program as `uid`, with its own group and `groups`."""
+    prefix = ["setpriv", f"--reuid={uid}", f"--regid={uid}"]
+    prefix += [f"--groups={','.join(map(str, groups))}"] if groups else ["--clear-groups"]
+    return prefix + ["--"]
+
+
+def group(options):
+    """memtool serve as an ordinary user: in the daemons' group it reads, sets
+    and streams as root's does; outside it, it is refused at once, with the
+    reason, and ends with status 1."""
+    # The build folder may be closed to other users: memtool runs from a copy.
+    words = shlex.split(options.memtool)
+    shutil.copy(words[-1], "/tmp/memtool")
+    os.chmod("/tmp/memtool", 0o755)
+    options.memtool = shlex.join(words[:-1] + ["/tmp/memtool"])
+    member = as_user(65533, [os.getgid()])
+    device = Device(options)
+    try:
+        inspector = Inspector(options, prefix=member)
+        stream = EventStream(inspector)
+        check(inspector.get_json("/api/get/MemPersistent/DisplayBrightness") == {"value": 7},
+              "a member of the group does not read the value")
+        check(json.loads(inspector.expect(200, "POST", "/api/set/MemPersistent/DisplayBrightness",
+                                          "3")) == {"value": 3}, "a member of the group cannot set")
+        event = stream.wait_for(is_change("MemPersistent", "DisplayBrightness"), 10)
+        check(event is not None and event["value"] == 3, "a member of the group sees no event")
+        status, error = inspector.end(signal.SIGTERM)
+        check(status == 0, f"the member's inspector: {status}: {error}")
+        say("member of the group", "reads, sets and streams")
+
+        outsider = subprocess.run([*as_user(65534), *shlex.split(options.memtool), "serve",
+                                   "--listen", "127.0.0.1:0"], stdin=subprocess.DEVNULL,
+                                  capture_output=True, text=True, timeout=60)
+        check(outsider.returncode == 1 and outsider.stdout == "" and
+              "this user is not allowed to use the device's memories and broker" in
+              outsider.stderr and outsider.stderr.count("\n") == 1,
+              f"an outsider's inspector: {outsider.returncode}: {outsider.stderr!r}")
+        say("outside the group", outsider.stderr.strip())
+    finally:
+        device.stop()
+
+
 def browser(options):
     """The page in Debian's Chromium (browser/browser.mjs), against this device."""
     with running(options) as (_, inspector):
@@ -467,7 +519,7 @@ def browser(options):
         check(done.returncode == 0, f"the browser's run failed: {done.stderr[-3000:]}")
 
 
-SCENARIOS = {"api": api, "restart": restart, "browser": browser}
+SCENARIOS = {"api": api, "restart": restart, "group": group, "browser": browser}
 
 
 def main():

@@ -5,7 +5,8 @@ the host.  The scenarios themselves run inside the root (scenarios.py).
 
   --suite api      the API through an HTTP client: every route and status,
                    the token, a foreign origin, read-only, a client that stops
-                   reading, the service and the broker restarted under it
+                   reading, the service and the broker restarted under it, an
+                   ordinary user in the daemons' group and one outside it
   --suite browser  the page in Debian's Chromium through playwright-core; exits
                    77 (skipped) with the reason when Chromium or the npm
                    package is not installed (tools/install-deps installs both)
@@ -38,12 +39,14 @@ class InspectorTest(unittest.TestCase):
     def tearDown(self):
         self.work.cleanup()
 
-    def scenario(self, name, *options, binds=()):
+    def scenario(self, name, *options, binds=(), user_switch=False):
         command = ["/usr/bin/python3", os.path.join(HERE, "scenarios.py"), name,
                    "--memtool", emulated(ARGS.memtool), "--service", emulated(ARGS.service),
                    "--broker", emulated(ARGS.broker), *options]
         argv = [ARGS.devroot, "exec", "--keep", self.root, "--bind-ro", ARGS.build,
                 "--bind-ro", SYSTEM_TESTS]
+        if user_switch:
+            argv.append("--user-switch")
         for path in binds:
             argv += ["--bind", path]
         done = subprocess.run(argv + ["--", *command], capture_output=True, text=True,
@@ -63,6 +66,12 @@ class ApiTest(InspectorTest):
         output = self.scenario("restart")
         self.assertIn("events after the broker's restart: yes\n", output)
         self.assertIn("serve: exit status 0\n", output)
+
+
+    def test_an_ordinary_user_in_the_daemons_group_and_one_outside_it(self):
+        output = self.scenario("group", user_switch=True)
+        self.assertIn("member of the group: reads, sets and streams\n", output)
+        self.assertIn("outside the group: memtool serve: /dev/shm/", output)
 
 
 class BrowserTest(InspectorTest):

@@ -5,6 +5,9 @@
 #include "settings-service/records.h"
 #include "settings-service/setters.h"
 
+extern const EnumInfo ENUM_ARRAY[2];
+extern const StructTypeInfo STRUCT_ARRAY[1];
+
 namespace {
 
 constexpr StructInfo POINT_MEMBER_ARRAY[] = {
@@ -16,15 +19,28 @@ constexpr StructInfo POINT_MEMBER_ARRAY[] = {
 
 constexpr StructMembers POINT_MEMBERS(POINT_MEMBER_ARRAY);
 
+constinit const VariableType VARIABLE_TYPES[] = {
+    {{ValueKind::Int, 0, nullptr, nullptr}, 1, false, {true, true, 0, 10}, "5"},
+    {{ValueKind::Float, 0, nullptr, nullptr}, 1, false, {false, true, 0, 0x1.4p+1}, "1.500000"},
+    {{ValueKind::Bool, 0, nullptr, nullptr}, 1, false, {false, false, 0, 0}, "true"},
+    {{ValueKind::String, 8, nullptr, nullptr}, 1, false, {false, false, 0, 0}, "abc"},
+    {{ValueKind::Enum, 0, &ENUM_ARRAY[1], nullptr}, 1, false, {false, false, 0, 0}, "Green"},
+    {{ValueKind::Buffer, 3, nullptr, nullptr}, 1, true, {false, false, 0, 0}, nullptr},
+    {{ValueKind::Buffer, 2, nullptr, nullptr}, 1, false, {false, false, 0, 0}, nullptr},
+    {{ValueKind::Struct, 0, nullptr, &STRUCT_ARRAY[0]}, 2, false, {false, false, 0, 0}, nullptr},
+    {{ValueKind::Bool, 0, nullptr, nullptr}, 1, false, {false, false, 0, 0}, "false"},
+    {{ValueKind::Enum, 0, &ENUM_ARRAY[0], nullptr}, 1, false, {false, false, 0, 0}, "Mid"},
+};
+
 constinit VariableDescriptor MEMALPHA_VARIABLES[] = {
-    {{VarBrightnessChanged, 0, 0}, "Brightness", gMemAlpha, 0, "int", BaseInt, getIntIntrospection, setIntIntrospection, "0", "10", nullptr, 0, nullptr, 4},
-    {{VarGainChanged, 0, 0}, "Gain", gMemAlpha, 4, "float", BaseFloat, getFloatIntrospection, setFloatIntrospection, nullptr, "2.5", nullptr, 0, nullptr, 4},
-    {{VarEnabledChanged, 0, 0}, "Enabled", gMemAlpha, 8, "bool", BaseBool, getBoolIntrospection, setBoolIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 1},
-    {{VarTitleChanged, 0, 0}, "Title", gMemAlpha, 9, "string", BaseString, getStringIntrospection, setStringIntrospection, nullptr, nullptr, "8", 0, nullptr, 8},
-    {{VarTintChanged, 0, 0}, "Tint", gMemAlpha, 20, "Colour", BaseEnum, getColourIntrospection, setColourIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 4},
-    {{VarCodeChanged, 0, 0}, "Code", gMemAlpha, 24, "string", BaseString, getBufferIntrospection<3>, setReadOnlyIntrospection, nullptr, nullptr, "3", 0, nullptr, 3},
-    {{VarMaskChanged, 0, 0}, "Mask", gMemAlpha, 27, "string", BaseString, getBufferIntrospection<2>, setBufferIntrospection<2>, nullptr, nullptr, "2", 0, nullptr, 2},
-    {{VarPointsChanged, 0, 0}, "Points", gMemAlpha, 32, "Point", BaseStruct, getPointIntrospection, setPointIntrospection, nullptr, nullptr, "2", 1, &POINT_MEMBERS, 16},
+    {{VarBrightnessChanged, 0, 0}, "Brightness", gMemAlpha, 0, "int", BaseInt, getIntIntrospection, setIntIntrospection, "0", "10", nullptr, 0, nullptr, 4, &VARIABLE_TYPES[0]},
+    {{VarGainChanged, 0, 0}, "Gain", gMemAlpha, 4, "float", BaseFloat, getFloatIntrospection, setFloatIntrospection, nullptr, "2.5", nullptr, 0, nullptr, 4, &VARIABLE_TYPES[1]},
+    {{VarEnabledChanged, 0, 0}, "Enabled", gMemAlpha, 8, "bool", BaseBool, getBoolIntrospection, setBoolIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 1, &VARIABLE_TYPES[2]},
+    {{VarTitleChanged, 0, 0}, "Title", gMemAlpha, 9, "string", BaseString, getStringIntrospection, setStringIntrospection, nullptr, nullptr, "8", 0, nullptr, 8, &VARIABLE_TYPES[3]},
+    {{VarTintChanged, 0, 0}, "Tint", gMemAlpha, 20, "Colour", BaseEnum, getColourIntrospection, setColourIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 4, &VARIABLE_TYPES[4]},
+    {{VarCodeChanged, 0, 0}, "Code", gMemAlpha, 24, "string", BaseString, getBufferIntrospection<3>, setReadOnlyIntrospection, nullptr, nullptr, "3", 0, nullptr, 3, &VARIABLE_TYPES[5]},
+    {{VarMaskChanged, 0, 0}, "Mask", gMemAlpha, 27, "string", BaseString, getBufferIntrospection<2>, setBufferIntrospection<2>, nullptr, nullptr, "2", 0, nullptr, 2, &VARIABLE_TYPES[6]},
+    {{VarPointsChanged, 0, 0}, "Points", gMemAlpha, 32, "Point", BaseStruct, getPointIntrospection, setPointIntrospection, nullptr, nullptr, "2", 1, &POINT_MEMBERS, 16, &VARIABLE_TYPES[7]},
 };
 
 constexpr uint32_t MEMALPHA_NAME_ORDER[] = {
@@ -39,8 +55,8 @@ constexpr uint32_t MEMALPHA_NAME_ORDER[] = {
 };
 
 constinit VariableDescriptor MEMFLAGS_VARIABLES[] = {
-    {{VarReadyChanged, 0, 0}, "Ready", gMemFlags, 0, "bool", BaseBool, getBoolIntrospection, setBoolIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 1},
-    {{VarBusyChanged, 0, 0}, "Busy", gMemFlags, 1, "bool", BaseBool, getBoolIntrospection, setBoolIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 1},
+    {{VarReadyChanged, 0, 0}, "Ready", gMemFlags, 0, "bool", BaseBool, getBoolIntrospection, setBoolIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 1, &VARIABLE_TYPES[8]},
+    {{VarBusyChanged, 0, 0}, "Busy", gMemFlags, 1, "bool", BaseBool, getBoolIntrospection, setBoolIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 1, &VARIABLE_TYPES[8]},
 };
 
 constexpr uint32_t MEMFLAGS_NAME_ORDER[] = {
@@ -49,8 +65,8 @@ constexpr uint32_t MEMFLAGS_NAME_ORDER[] = {
 };
 
 constinit VariableDescriptor MEMLEVELS_VARIABLES[] = {
-    {{VarServiceLevelChanged, 0, 0}, "ServiceLevel", gMemLevels, 0, "Level", BaseEnum, getLevelIntrospection, setLevelIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 4},
-    {{VarOtherLevelChanged, 0, 0}, "OtherLevel", gMemLevels, 4, "Level", BaseEnum, getLevelIntrospection, setLevelIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 4},
+    {{VarServiceLevelChanged, 0, 0}, "ServiceLevel", gMemLevels, 0, "Level", BaseEnum, getLevelIntrospection, setLevelIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 4, &VARIABLE_TYPES[9]},
+    {{VarOtherLevelChanged, 0, 0}, "OtherLevel", gMemLevels, 4, "Level", BaseEnum, getLevelIntrospection, setLevelIntrospection, nullptr, nullptr, nullptr, 0, nullptr, 4, &VARIABLE_TYPES[9]},
 };
 
 constexpr uint32_t MEMLEVELS_NAME_ORDER[] = {

@@ -1,6 +1,9 @@
 // The shape of the generated catalogue: the memory table, the variable
 // descriptors, struct member lists and the enum table.  The generator (gen/)
-// fills these tables; introspection reads them.
+// fills these tables; introspection reads them.  Beside the texts of a
+// descriptor (range, array length) the generator writes the variable's typed
+// facts (VariableType): kind, element count, capacity, read-only, numeric
+// bounds, default, and the enum or struct it uses.
 //
 // Every table is constant data, complete when the program is loaded: no code
 // builds any of it at start.  Only the descriptors' events are writable
@@ -24,14 +27,50 @@
 #include <string>
 #include <string_view>
 
-// Base type codes of a variable or struct member.
+// Base type codes of a variable or struct member.  A buffer has the code of a
+// string (its kind tells them apart).
 enum BaseType : uint32_t {
     BaseInt = 0,
     BaseFloat = 1,
     BaseBool = 2,
     BaseString = 3,
+    BaseUnnamed = 4, // no name in the base-type name table and no variable has it
     BaseEnum = 5,
     BaseStruct = 6,
+};
+
+// The kind of a value as the model states it.
+enum class ValueKind : uint8_t { Int, Float, Bool, String, Buffer, Enum, Struct };
+
+struct EnumInfo;
+struct StructTypeInfo;
+
+// The type of one element of a variable or struct member: what the value
+// codec (valuecodec.h) needs to read and write it.
+struct ElementType {
+    ValueKind kind;
+    uint32_t capacity;        // bytes of a string (its terminator included) or buffer, else 0
+    const EnumInfo* enumType; // enums, else null
+    const StructTypeInfo* structType; // structs, else null
+};
+
+// The bounds that a variable states, as numbers (exact for every 32-bit int and float).
+struct ValueRange {
+    bool hasMin;
+    bool hasMax;
+    double minimum; // 0 when absent
+    double maximum; // 0 when absent
+};
+
+// The typed facts of a variable that the model knows, generated beside the
+// texts of its descriptor (which say the same: the catalogue's tests compare them).
+struct VariableType {
+    ElementType element;
+    uint32_t count;          // elements: the array length, 1 for a single value
+    bool readOnly;           // its setter refuses every text
+    ValueRange range;        // ints and floats only
+    const char* defaultText; // one element's start value as its getter writes it; null for
+                             // buffers and structs (which start zeroed)
 };
 
 // Text getter: (address of the value, element index) -> value text.
@@ -78,6 +117,7 @@ struct VariableDescriptor {
     uint8_t isArray;
     const StructMembers* structMembers; // struct types only, else null
     uint32_t elementSize;               // byte size of one element
+    const VariableType* type;           // the typed facts; never null
 };
 
 struct MemoryInfo {

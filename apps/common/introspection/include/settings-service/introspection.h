@@ -69,11 +69,17 @@ std::string setVarValueJson(uint32_t memory, uint32_t variable,
 
 std::string getVarMin(uint32_t memory, uint32_t variable);
 std::string getVarMax(uint32_t memory, uint32_t variable);
-// True when `value` lies within the variable's range.  When a text cannot be
-// converted, `error` becomes "Can't convert \"<value>\"\n" and the result is
-// false; otherwise `error` is left as it was.  A float variable with only a
-// maximum has the lower bound 1.17549435e-38: it rejects zero and negatives.
+// True when `value` lies within the variable's range (the range check of
+// valuecodec.h).  When a text cannot be converted, `error` becomes
+// "Can't convert \"<value>\"\n" and the result is false; otherwise `error` is
+// left as it was.  A float variable with only a maximum has the lower bound
+// 1.17549435e-38: it rejects zero and negatives.
 bool checkMinMax(uint32_t memory, uint32_t variable, const std::string& value, std::string& error);
+
+// The typed facts of the variable (catalogue.h).
+const VariableType& typeOf(uint32_t memory, uint32_t variable);
+// The name of a kind's base type in BASE_TYPE_NAME_ARRAY; a buffer's is "string".
+const char* baseTypeName(ValueKind kind);
 
 // The index of the variable of memory `memory` with exactly this name (the
 // lowest such index), or nullopt.  A binary search in the memory's name order,

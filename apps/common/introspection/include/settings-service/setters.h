@@ -1,5 +1,6 @@
 // Text getters and setters of the plain base types, and setVariable, which stores a value and
-// announces the change.
+// announces the change.  The texts are read and written by the rules of the value codec
+// (valuecodec.h).
 //
 // Getter form: (address of the value, element index) -> text. Setter form: (memory base,
 // memory index, variable index, the variable's Notify, text) -> error text, empty on success.
