@@ -2,6 +2,9 @@
 
 #include "cli.h"
 #include "names.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
+#include "settings-service/json.h"
 #include "valuecodec.h"
 
 namespace {

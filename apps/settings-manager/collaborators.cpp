@@ -8,6 +8,16 @@ ServiceMemories ServiceMemories::ofProcess() {
                            gen::memGuiLocal(),   Introspection::getMemIndex("MemPersistent")};
 }
 
+BrokerLink BrokerLink::ofProcess() {
+    return BrokerLink{[](const Notify& notify) { postEvent(notify); },
+                      [] { gen::subscribeNotifications(); }};
+}
+
+BrokerLink BrokerLink::of(ServerConnection& connection) {
+    return BrokerLink{[&connection](const Notify& notify) { connection.postEvent(notify); },
+                      [&connection] { gen::subscribeNotifications(connection); }};
+}
+
 Clocks Clocks::system() {
     return Clocks{[] { return std::time(nullptr); },
                   [] { return std::chrono::steady_clock::now(); }};

@@ -1,7 +1,6 @@
 // What the service's classes use of the device besides the settings folder,
 // handed to each of them when it is built: the memories they read and write,
-// the clocks they read, and (as a ServerConnection&) the broker connection
-// they post their own events on.
+// the clocks they read, and the broker link they post their own events on.
 //
 // SettingsManager, the service's top object, builds them from the process's
 // globals once gen::init has run (gen::mem*(), gen::getServerConnection(),
@@ -15,7 +14,9 @@
 // the tests.
 #pragma once
 
+#include "settings-service/notify.h"
 #include "settings-service/records.h"
+#include "settings-service/serverconnection.h"
 
 #include <chrono>
 #include <cstdint>
@@ -35,6 +36,20 @@ struct ServiceMemories {
 
     // The memories this process mapped (gen::init or gen::initMemories).
     static ServiceMemories ofProcess();
+};
+
+// The broker connection as the service's classes use it: posting an event,
+// and subscribing the service's events again after an unsubscribe-all.
+struct BrokerLink {
+    std::function<void(const Notify&)> post;
+    std::function<void()> subscribe;
+
+    // The process's connection as it is at each call (postEvent,
+    // gen::subscribeNotifications): once it is closed, a post fails as
+    // postEvent fails, never on a connection that is gone.
+    static BrokerLink ofProcess();
+    // `connection`, which outlives the link.
+    static BrokerLink of(ServerConnection& connection);
 };
 
 // The clocks the service reads.

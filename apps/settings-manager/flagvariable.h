@@ -2,13 +2,12 @@
 // event posted on `broker` only when the value differs from what is stored.
 #pragma once
 
-#include "settings-service/notify.h"
-#include "settings-service/serverconnection.h"
+#include "collaborators.h"
 
-inline void setFlag(ServerConnection& broker, bool& flag, EventId event, bool value) {
+inline void setFlag(const BrokerLink& broker, bool& flag, EventId event, bool value) {
     if (flag == value) {
         return;
     }
     flag = value;
-    broker.postEvent(Notify{event, 0, 0});
+    broker.post(Notify{event, 0, 0});
 }

@@ -96,7 +96,7 @@ private:
 };
 
 SettingsLoader::SettingsLoader(const SettingsFolder& folder, SettingsStore& store,
-                               const ServiceMemories& memories, ServerConnection& broker)
+                               const ServiceMemories& memories, const BrokerLink& broker)
     : folder(folder), store(store), memories(memories), broker(broker),
       memory(memories.persistentIndex) {}
 
@@ -279,10 +279,10 @@ bool SettingsLoader::apply(const Json& reader) {
 // hear its own writes.
 SettingsLoader::Results SettingsLoader::applyItems(const std::vector<Json::Item>& items,
                                                    bool& stored) {
-    broker.postEvent(Notify{UnsubscribeAll, 0, 0});
+    broker.post(Notify{UnsubscribeAll, 0, 0});
     Logger logger(*this, memory);
     Results results = Migration::apply(memory, items, logger);
-    gen::subscribeNotifications(broker);
+    broker.subscribe();
     stored = std::none_of(results.begin(), results.end(), [](const Migration::KeyResult& result) {
         return !result.setterError.empty();
     });
@@ -314,7 +314,7 @@ bool SettingsLoader::keepAside(const Results& current,
     std::vector<KeptSettings::Entry> kept;
     bool restored = false;
     if (!previous.empty()) {
-        broker.postEvent(Notify{UnsubscribeAll, 0, 0});
+        broker.post(Notify{UnsubscribeAll, 0, 0});
         Logger logger(*this, memory);
         for (const KeptSettings::Entry& entry : previous) {
             const std::vector<Json::Item> document{{entry.key, {entry.value, false}}};
@@ -340,7 +340,7 @@ bool SettingsLoader::keepAside(const Results& current,
                 shown(entry.value).c_str());
             restored = true;
         }
-        gen::subscribeNotifications(broker);
+        broker.subscribe();
     }
     std::vector<KeptSettings::Entry> fresh;
     for (const Migration::KeyResult& result : current) {

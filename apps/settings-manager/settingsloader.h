@@ -67,7 +67,7 @@ public:
     // Applies documents of `folder` to `memories`' MemPersistent, taking the
     // service off its events on `broker` meanwhile.
     SettingsLoader(const SettingsFolder& folder, SettingsStore& store,
-                   const ServiceMemories& memories, ServerConnection& broker);
+                   const ServiceMemories& memories, const BrokerLink& broker);
 
     // Loads settings folder + fileName into MemPersistent; with storeAfterLoad
     // ".current.stp" is rewritten at once.  False when the file cannot be read
@@ -117,7 +117,7 @@ private:
     const SettingsFolder& folder;
     SettingsStore& store;
     ServiceMemories memories;
-    ServerConnection& broker;
+    BrokerLink broker;
     uint32_t memory;
     // MemPersistent's record as captureDefaults found it.
     std::vector<uint8_t> defaultRecord;

@@ -50,11 +50,10 @@ SettingsManager::~SettingsManager() {
     }
 }
 
-ServerConnection& SettingsManager::createAndInitMemories() {
+BrokerLink SettingsManager::createAndInitMemories() {
     gen::init();
-    ServerConnection& connection = *gen::getServerConnection();
-    connection.setEventHandler(this);
-    return connection;
+    gen::getServerConnection()->setEventHandler(this);
+    return BrokerLink::ofProcess();
 }
 
 bool SettingsManager::init() {
@@ -158,12 +157,13 @@ void SettingsManager::connectionLost() {
 }
 
 void SettingsManager::reconnectBroker() {
-    if (!reconnectAttempt.due() || !broker.reconnect()) {
+    ServerConnection* connection = gen::getServerConnection();
+    if (connection == nullptr || !reconnectAttempt.due() || !connection->reconnect()) {
         return;
     }
     brokerLost = false;
     try {
-        gen::subscribeNotifications(broker);
+        broker.subscribe();
     } catch (const std::exception& error) {
         LOG(Error, "Could not subscribe again: %s", error.what());
         return;

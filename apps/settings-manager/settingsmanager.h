@@ -138,8 +138,8 @@ public:
 
 private:
     // Creates the memories and the broker connection with this object as its
-    // handler; the connection.
-    ServerConnection& createAndInitMemories();
+    // handler; the link to the process's connection.
+    BrokerLink createAndInitMemories();
     void signalReadiness();
     void openFolderMonitor();
     void refreshUserSettingList();
@@ -157,7 +157,7 @@ private:
     EventPoll& poll;
     Clocks clocks;
     FileFolderMonitor folderMonitor;
-    ServerConnection& broker;
+    BrokerLink broker;
     ServiceMemories memories;
     SettingsFolder folder;
     ProductInfo productInfo;

@@ -44,7 +44,7 @@ Result<void> attempt(const std::function<void()>& operation) {
 } // namespace
 
 UserSetups::UserSetups(const SettingsFolder& folder, SettingsStore& store, SettingsLoader& loader,
-                       const ServiceMemories& memories, ServerConnection& broker,
+                       const ServiceMemories& memories, const BrokerLink& broker,
                        std::function<std::time_t()> wallClock)
     : folder(folder), store(store), loader(loader), memories(memories), broker(broker),
       wallClock(std::move(wallClock)), navigator({}, {}) {}
@@ -65,7 +65,7 @@ void UserSetups::updateList() {
                       entry.name);
         ++count;
     });
-    broker.postEvent(Notify{VarUserSetupListChanged, 0, 0});
+    broker.post(Notify{VarUserSetupListChanged, 0, 0});
     setVariable(setups.UserSetupListSize, Notify{VarUserSetupListSizeChanged, 0, 0}, count);
 }
 
@@ -122,7 +122,7 @@ Result<void> UserSetups::proposeNew() {
     }
     setFlag(broker, setups.UserSetupAddNew, VarUserSetupAddNewChanged, false);
     setups.UserSetupSave = proposedName(wallClock());
-    broker.postEvent(Notify{VarUserSetupSaveChanged, 0, 0});
+    broker.post(Notify{VarUserSetupSaveChanged, 0, 0});
     return {};
 }
 

@@ -51,7 +51,7 @@ public:
     // Serves the dialogue in `memories`' MemUserSetups, posting on `broker`;
     // a new name is proposed from the time that `wallClock` gives.
     UserSetups(const SettingsFolder& folder, SettingsStore& store, SettingsLoader& loader,
-               const ServiceMemories& memories, ServerConnection& broker,
+               const ServiceMemories& memories, const BrokerLink& broker,
                std::function<std::time_t()> wallClock);
 
     // Roots the navigator at the settings folder; throws a filesystem error
@@ -99,7 +99,7 @@ private:
     SettingsStore& store;
     SettingsLoader& loader;
     ServiceMemories memories;
-    ServerConnection& broker;
+    BrokerLink broker;
     std::function<std::time_t()> wallClock;
     // The last save or rename met an existing target and was a rename.
     bool renamePending = false;

@@ -1,6 +1,7 @@
 #include "settings-service/introspection.h"
 
 #include "setjson.h"
+#include "settings-service/log.h"
 #include "valuecodec.h"
 
 #include <algorithm>

@@ -3,6 +3,7 @@
 #include "documentformat.h"
 #include "documenttext.h"
 #include "history.h"
+#include "settings-service/catalogue.h"
 #include "settings-service/introspection.h"
 #include "valuecodec.h"
 

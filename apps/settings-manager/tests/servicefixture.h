@@ -98,7 +98,7 @@ protected:
 
     BrokerDouble brokerDouble;
     TestDevice device{brokerDouble};
-    ServerConnection& connection = device.connection();
+    BrokerLink connection = BrokerLink::of(device.connection());
     // 15 November 2026 14:12 local time.
     std::time_t wallTime = localTime(2026, 11, 15, 14, 12);
     std::chrono::steady_clock::time_point steadyTime{};
