@@ -9,10 +9,10 @@
 //   tools/devroot/devroot exec --bind-ro $PWD/build/native --
 //       build/native/benchmarks/broker_benchmark
 #include "brokerprocess.h"
-#include "eventpoll.h"
-#include "log.h"
 #include "rawclient.h"
-#include "serverconnection.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
+#include "settings-service/serverconnection.h"
 
 #include <benchmark/benchmark.h>
 

@@ -5,8 +5,8 @@
 // before each iteration (first start of the device), "Existing" leaves them (a restart).
 // Run inside a device root:
 //   tools/devroot/devroot exec --bind-ro $PWD -- build/native/benchmarks/catalogue_benchmark
-#include "catalogue.h"
-#include "memories.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/memories.h"
 
 #include <benchmark/benchmark.h>
 #include <chrono>

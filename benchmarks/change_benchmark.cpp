@@ -21,14 +21,14 @@
 //       build/native/benchmarks/change_benchmark --benchmark_repetitions=5
 // --service=PATH starts another build's service instead (bind it in too).
 #include "brokerprocess.h"
-#include "eventpoll.h"
-#include "introspection.h"
-#include "log.h"
-#include "memories.h"
-#include "records.h"
-#include "serverconnection.h"
 #include "servicelaunch.h"
-#include "sharedmemory.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/introspection.h"
+#include "settings-service/log.h"
+#include "settings-service/memories.h"
+#include "settings-service/records.h"
+#include "settings-service/serverconnection.h"
+#include "settings-service/sharedmemory.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,11 +1,11 @@
 // The file services' hot paths: listing the setup folder (what the service
 // does on every change of the folder) and one folder-monitor event, from the
 // creation of a file to the owner's callback, through the process's event loop.
-#include "eventpoll.h"
 #include "filebrowsernavigator.h"
 #include "filefoldermonitor.h"
 #include "filetestsupport.h"
-#include "log.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
 
 #include <benchmark/benchmark.h>
 

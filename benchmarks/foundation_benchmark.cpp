@@ -2,8 +2,8 @@
 //
 // Run inside a device root so that lines go to a private /dev/kmsg:
 //   tools/devroot/devroot exec --bind-ro $PWD -- build/native/benchmarks/foundation_benchmark
-#include "eventpoll.h"
-#include "log.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
 
 #include <benchmark/benchmark.h>
 #include <sys/epoll.h>

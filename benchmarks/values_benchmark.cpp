@@ -3,17 +3,17 @@
 // getVarValue and one setVarValue per base type, and reading every
 // MemPersistent variable as text.
 //
-// The memories are created with their defaults; a stand-in broker (a socket
-// that a thread reads and discards) takes the events that writes post.  Run
+// The memories are created with their defaults; the broker double takes the
+// events that writes post and discards them.  Run
 // inside a device root:
 //   tools/devroot/devroot exec --bind-ro $PWD/build/native --
 //       build/native/benchmarks/values_benchmark
 // (one command line)
-#include "brokerendpoint.h"
-#include "catalogue.h"
-#include "introspection.h"
-#include "json.h"
-#include "memories.h"
+#include "brokerdouble.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
+#include "settings-service/json.h"
+#include "settings-service/memories.h"
 
 #include <nlohmann/json.hpp>
 
@@ -21,32 +21,10 @@
 
 #include <cstring>
 #include <stdexcept>
-#include <sys/socket.h>
-#include <thread>
-#include <unistd.h>
 
 namespace {
 
 constexpr uint32_t PERSISTENT = 0;
-
-// Listens where the broker would, announces readiness and discards whatever
-// the one client sends.
-class BrokerSink {
-public:
-    BrokerSink() {
-        reader = std::thread([this] {
-            const int client = ::accept(endpoint.listenFd(), nullptr, nullptr);
-            char buffer[4096];
-            while (::read(client, buffer, sizeof buffer) > 0) {
-            }
-            ::close(client);
-        });
-    }
-
-private:
-    BrokerEndpoint endpoint;
-    std::thread reader;
-};
 
 uint32_t variableIndex(const char* name) {
     for (uint32_t variable = 0; variable < Introspection::getVarCount(PERSISTENT); ++variable) {
@@ -65,10 +43,13 @@ uint32_t elementCount(uint32_t variable) {
 
 // The memories with their defaults and a connection, once per program.
 void startDevice() {
-    static BrokerSink* sink = nullptr;
+    static BrokerDouble* sink = nullptr;
     if (sink == nullptr) {
-        sink = new BrokerSink;
+        sink = new BrokerDouble;
         gen::init();
+        if (sink->accept(0, BrokerDouble::Reading::Discarding) < 0) {
+            throw std::runtime_error("the catalogue did not connect");
+        }
     }
 }
 

@@ -1,10 +1,10 @@
 #include "assignment.h"
 
-#include "catalogue.h"
 #include "cli.h"
-#include "introspection.h"
-#include "json.h"
 #include "names.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
+#include "settings-service/json.h"
 #include "valuecodec.h"
 
 namespace {

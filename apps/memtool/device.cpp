@@ -1,12 +1,12 @@
 #include "device.h"
 
-#include "brokerprotocol.h"
-#include "catalogue.h"
 #include "cli.h"
-#include "eventpoll.h"
-#include "introspection.h"
-#include "memories.h"
 #include "program.h"
+#include "settings-service/brokerprotocol.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/introspection.h"
+#include "settings-service/memories.h"
 
 #include <cerrno>
 #include <cstring>

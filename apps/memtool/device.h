@@ -11,7 +11,7 @@
 // once however often it is asked for.
 #pragma once
 
-#include "serverconnection.h"
+#include "settings-service/serverconnection.h"
 
 #include <cstdint>
 #include <string>

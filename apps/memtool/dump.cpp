@@ -5,14 +5,14 @@
 // that cannot be written as JSON (a text that is not UTF-8, a struct text that
 // does not parse) ends the output there: the command fails naming the
 // variable, where a whole-document dump would have printed nothing.
-#include "catalogue.h"
 #include "commands.h"
 #include "device.h"
-#include "introspection.h"
 #include "jsonrelay.h"
 #include "jsonvalue.h"
 #include "names.h"
 #include "program.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -7,10 +7,10 @@
 // value ("n/a"); a whole-array event shows every element, "[a, b, ...]".
 #include "commands.h"
 #include "device.h"
-#include "eventpoll.h"
 #include "eventtarget.h"
-#include "introspection.h"
 #include "names.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/introspection.h"
 
 #include <nlohmann/json.hpp>
 

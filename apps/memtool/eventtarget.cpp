@@ -1,8 +1,8 @@
 #include "eventtarget.h"
 
 #include "device.h"
-#include "eventid.h"
-#include "introspection.h"
+#include "settings-service/eventid.h"
+#include "settings-service/introspection.h"
 
 std::optional<EventTarget> eventTarget(const Notify& notify) {
     if (notify.id >= EVENT_ID_COUNT) {

@@ -3,7 +3,7 @@
 // --values` and the inspector's event stream read the value they show from it.
 #pragma once
 
-#include "notify.h"
+#include "settings-service/notify.h"
 
 #include <cstdint>
 #include <optional>

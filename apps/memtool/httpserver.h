@@ -22,8 +22,8 @@
 // away is noticed.
 #pragma once
 
-#include "eventpoll.h"
 #include "httprequest.h"
+#include "settings-service/eventpoll.h"
 
 #include <chrono>
 #include <cstdint>

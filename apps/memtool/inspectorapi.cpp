@@ -6,12 +6,12 @@
 #include "eventtarget.h"
 #include "inspectoraccess.h"
 #include "inspectorpage.h"
-#include "introspection.h"
 #include "jsonvalue.h"
 #include "listing.h"
 #include "names.h"
 #include "program.h"
-#include "serverconnection.h"
+#include "settings-service/introspection.h"
+#include "settings-service/serverconnection.h"
 
 #include <algorithm>
 #include <stdexcept>

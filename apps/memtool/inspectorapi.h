@@ -31,7 +31,7 @@
 
 #include "httprequest.h"
 #include "httpserver.h"
-#include "notify.h"
+#include "settings-service/notify.h"
 
 #include <string>
 

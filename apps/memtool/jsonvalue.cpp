@@ -1,7 +1,7 @@
 #include "jsonvalue.h"
 
-#include "catalogue.h"
-#include "introspection.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
 #include "variableinfo.h"
 
 Ordered typedValue(uint32_t memory, uint32_t variable, const std::string& text) {

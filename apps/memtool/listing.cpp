@@ -3,9 +3,9 @@
 #include "listing.h"
 #include "commands.h"
 #include "device.h"
-#include "introspection.h"
 #include "jsonvalue.h"
 #include "names.h"
+#include "settings-service/introspection.h"
 #include "variableinfo.h"
 
 #include <cstdio>

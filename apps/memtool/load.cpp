@@ -11,12 +11,12 @@
 // which post the change events.  With --dry-run the values that would be stored are printed
 // as "MEMORY NAME=VALUE" and nothing is stored.
 #include "assignment.h"
-#include "catalogue.h"
 #include "commands.h"
 #include "device.h"
-#include "introspection.h"
 #include "jsonvalue.h"
 #include "names.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
 
 #include <cmath>
 #include <cstdio>

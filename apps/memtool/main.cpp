@@ -7,8 +7,8 @@
 // events happen as for any other process.  Exit status: 0 success, 1 the
 // operation failed, 2 the command line is wrong.
 #include "commands.h"
-#include "log.h"
-#include "serverconnection.h"
+#include "settings-service/log.h"
+#include "settings-service/serverconnection.h"
 
 #include <string>
 #include <vector>

@@ -2,7 +2,7 @@
 
 #include "cli.h"
 #include "closest.h"
-#include "introspection.h"
+#include "settings-service/introspection.h"
 
 #include <optional>
 #include <vector>

@@ -3,7 +3,7 @@
 // unknown one throws UsageError naming the closest valid names.
 #pragma once
 
-#include "eventid.h"
+#include "settings-service/eventid.h"
 
 #include <cstdint>
 #include <optional>

@@ -10,10 +10,10 @@
 // are listed.
 #include "commands.h"
 #include "documenttext.h"
-#include "introspection.h"
-#include "memories.h"
 #include "migration.h"
-#include "serverconnection.h"
+#include "settings-service/introspection.h"
+#include "settings-service/memories.h"
+#include "settings-service/serverconnection.h"
 
 #include <nlohmann/json.hpp>
 

@@ -4,8 +4,8 @@
 #include "assignment.h"
 #include "commands.h"
 #include "device.h"
-#include "introspection.h"
 #include "names.h"
+#include "settings-service/introspection.h"
 #include "variableinfo.h"
 
 #include <cstdio>

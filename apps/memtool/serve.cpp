@@ -22,11 +22,11 @@
 // address that is not a loopback one is allowed, with a warning.
 #include "commands.h"
 #include "device.h"
-#include "eventpoll.h"
 #include "httpserver.h"
 #include "inspectoraccess.h"
 #include "inspectorapi.h"
-#include "serverconnection.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/serverconnection.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,11 +1,11 @@
 // memtool get and set: values as the catalogue's text, or as typed JSON.
 #include "assignment.h"
-#include "catalogue.h"
 #include "commands.h"
 #include "device.h"
-#include "introspection.h"
 #include "jsonvalue.h"
 #include "names.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
 
 #include <iostream>
 #include <optional>

@@ -1,8 +1,8 @@
 #include "variableinfo.h"
 
-#include "catalogue.h"
-#include "introspection.h"
-#include "memories.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
+#include "settings-service/memories.h"
 
 #include <cstring>
 #include <map>

@@ -1,6 +1,6 @@
 #include "broker.h"
 
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <cerrno>
 #include <cstring>

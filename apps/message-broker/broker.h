@@ -25,9 +25,9 @@
 #include "client.h"
 #include "clientlimits.h"
 #include "endpoint.h"
-#include "eventpoll.h"
 #include "misbehaviourlog.h"
 #include "routing.h"
+#include "settings-service/eventpoll.h"
 #include "writewatch.h"
 
 #include <memory>

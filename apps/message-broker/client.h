@@ -4,8 +4,8 @@
 // broker does the work; a client only hands its poll events over.
 #pragma once
 
-#include "eventpoll.h"
 #include "peer.h"
+#include "settings-service/eventpoll.h"
 
 #include <string>
 #include <sys/socket.h>

@@ -1,8 +1,8 @@
 #include "endpoint.h"
 
-#include "brokerprotocol.h"
-#include "log.h"
 #include "ownership.h"
+#include "settings-service/brokerprotocol.h"
+#include "settings-service/log.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -21,10 +21,10 @@
 // of other users), broker.h (client cap, subscriptions, queued bytes,
 // credentials in the log lines).
 #include "broker.h"
-#include "brokerprotocol.h"
-#include "eventpoll.h"
-#include "log.h"
 #include "readiness.h"
+#include "settings-service/brokerprotocol.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
 #include "version.h"
 
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "misbehaviourlog.h"
 
-#include "log.h"
+#include "settings-service/log.h"
 
 bool MisbehaviourLog::allow() {
     flush();

@@ -1,6 +1,6 @@
 #include "outputbuffer.h"
 
-#include "brokerprotocol.h"
+#include "settings-service/brokerprotocol.h"
 #include "writefully.h"
 
 bool OutputBuffer::append(const Notify& record) {

@@ -8,7 +8,7 @@
 // that a burst long past does not stay in the broker.
 #pragma once
 
-#include "notify.h"
+#include "settings-service/notify.h"
 
 #include <cstddef>
 #include <cstdint>

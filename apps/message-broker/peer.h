@@ -3,8 +3,8 @@
 // finished sending and the records queued for it.
 #pragma once
 
-#include "brokerprotocol.h"
 #include "outputbuffer.h"
+#include "settings-service/brokerprotocol.h"
 #include "subscriptionset.h"
 
 struct Peer {

@@ -21,8 +21,8 @@
 // as the caller does with the bytes it writes (QueueTotal::bytes).
 #pragma once
 
-#include "notify.h"
 #include "peer.h"
+#include "settings-service/notify.h"
 
 #include <cstddef>
 #include <span>

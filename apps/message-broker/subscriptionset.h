@@ -14,7 +14,7 @@
 // every record, ids outside the table included.
 #pragma once
 
-#include "notify.h"
+#include "settings-service/notify.h"
 
 #include <bitset>
 #include <cstdint>

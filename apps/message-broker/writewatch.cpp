@@ -1,7 +1,7 @@
 #include "writewatch.h"
 
 #include "client.h"
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <sys/epoll.h>
 #include <unistd.h>

@@ -1,7 +1,7 @@
 #include "atomicfile.h"
 
-#include "log.h"
 #include "ownership.h"
+#include "settings-service/log.h"
 #include "writefully.h"
 
 #include <cerrno>
@@ -9,6 +9,8 @@
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <optional>
+#include <source_location>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,8 +21,11 @@ namespace {
 constexpr std::string_view TEMPORARY_PREFIX = ".";
 constexpr std::string_view TEMPORARY_SUFFIX = ".tmp";
 
-std::string failure(const char* step, const std::string& path) {
-    return std::string(step) + " " + path + ": " + std::strerror(errno);
+// The failed step, its path and the system's reason.
+Error systemFailure(const char* step, const std::string& path,
+                    std::source_location where = std::source_location::current()) {
+    const int code = errno;
+    return failure(std::string(step) + " " + path + ": " + std::strerror(code), code, where);
 }
 
 // The folder part of `path`, its last separator included ("" for a bare name).
@@ -43,19 +48,19 @@ bool writeAll(int fd, const std::string& content) {
 }
 
 // Flushes the folder that holds `path`, so that a rename in it is durable.
-std::string syncFolder(const std::string& path) {
+Result<void> syncFolder(const std::string& path) {
     std::string folder = folderOf(path);
     if (folder.empty()) {
         folder = ".";
     }
     const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
-        return failure("open folder", folder);
+        return systemFailure("open folder", folder);
     }
     const bool synced = ::fsync(fd) == 0 || errno == EINVAL;
-    const std::string error = synced ? std::string() : failure("fsync folder", folder);
+    const Result<void> result = synced ? Result<void>() : systemFailure("fsync folder", folder);
     ::close(fd);
-    return error;
+    return result;
 }
 
 // Removes what lies at `path` so that a new file can take its place: an own
@@ -98,7 +103,7 @@ int createTemporary(const std::string& path) {
 }
 
 // Renames `from` over `to` and flushes the folder; `from` is removed on failure.
-std::string renameOver(const std::string& from, const std::string& to) {
+Result<void> renameOver(const std::string& from, const std::string& to) {
     struct stat status {};
     if (::lstat(to.c_str(), &status) == 0 &&
         (S_ISLNK(status.st_mode) || !Ownership::isOwn(status))) {
@@ -107,7 +112,7 @@ std::string renameOver(const std::string& from, const std::string& to) {
             Ownership::ownerText(status.st_uid).c_str());
     }
     if (std::rename(from.c_str(), to.c_str()) != 0) {
-        const std::string error = failure("rename to", to);
+        const Error error = systemFailure("rename to", to);
         ::unlink(from.c_str());
         return error;
     }
@@ -128,33 +133,33 @@ bool isTemporaryName(std::string_view name) {
            name.substr(name.size() - TEMPORARY_SUFFIX.size()) == TEMPORARY_SUFFIX;
 }
 
-std::string write(const std::string& target, const std::string& content) {
+Result<void> write(const std::string& target, const std::string& content) {
     const std::string temporary = temporaryPath(target);
     const int fd = createTemporary(temporary);
     if (fd < 0) {
-        return failure("create", temporary);
+        return systemFailure("create", temporary);
     }
-    std::string error;
+    std::optional<Error> error;
     if (!writeAll(fd, content)) {
-        error = failure("write", temporary);
+        error = systemFailure("write", temporary);
     } else if (::fsync(fd) != 0) {
-        error = failure("fsync", temporary);
+        error = systemFailure("fsync", temporary);
     }
-    if (::close(fd) != 0 && error.empty()) {
-        error = failure("close", temporary);
+    if (::close(fd) != 0 && !error) {
+        error = systemFailure("close", temporary);
     }
-    if (!error.empty()) {
+    if (error) {
         ::unlink(temporary.c_str());
-        return error;
+        return *error;
     }
     return renameOver(temporary, target);
 }
 
-std::string linkOver(const std::string& existing, const std::string& link) {
+Result<void> linkOver(const std::string& existing, const std::string& link) {
     const std::string temporary = temporaryPath(link);
     clearPlace(temporary);
     if (::link(existing.c_str(), temporary.c_str()) != 0) {
-        return failure("link", temporary);
+        return systemFailure("link", temporary);
     }
     return renameOver(temporary, link);
 }

@@ -24,6 +24,8 @@
 //   counts as flushed; any other failure of that flush fails the write.
 #pragma once
 
+#include "result.h"
+
 #include <string>
 #include <string_view>
 
@@ -33,10 +35,10 @@ namespace AtomicFile {
 std::string temporaryPath(const std::string& target);
 // True when `name` (a file name without folder) is the name of a temporary file.
 bool isTemporaryName(std::string_view name);
-// Replaces `target` with `content`; an empty text on success, otherwise the
-// failed step, its path and the system's reason.
-std::string write(const std::string& target, const std::string& content);
-// Replaces `link` with a hard link to `existing`; the error text as for write().
-std::string linkOver(const std::string& existing, const std::string& link);
+// Replaces `target` with `content`.  The error's text is the failed step, its
+// path and the system's reason; its code is the system's errno.
+Result<void> write(const std::string& target, const std::string& content);
+// Replaces `link` with a hard link to `existing`; errors as for write().
+Result<void> linkOver(const std::string& existing, const std::string& link);
 
 } // namespace AtomicFile

@@ -6,8 +6,7 @@
 #include "settingsmanager.h"
 
 #include "flagvariable.h"
-#include "log.h"
-#include "records.h"
+#include "settings-service/log.h"
 
 #include <exception>
 
@@ -16,7 +15,7 @@ namespace {
 // The user-setup requests: the event whose flag asks for one, and its handler.
 struct UserSetupRequest {
     EventId event;
-    UserSetups::Refusal (UserSetups::*serve)();
+    Result<void> (UserSetups::*serve)();
 };
 
 constexpr UserSetupRequest USER_SETUP_REQUESTS[] = {
@@ -47,8 +46,8 @@ void SettingsManager::dispatch(const Notify& notification) {
     }
     for (const UserSetupRequest& request : USER_SETUP_REQUESTS) {
         if (request.event == notification.id) {
-            if (const UserSetups::Refusal refusal = (userSetups.*request.serve)()) {
-                refuse(notification.id, refusal->c_str());
+            if (const Result<void> served = (userSetups.*request.serve)(); !served) {
+                refuse(notification.id, served.error().text.c_str());
             }
             return;
         }
@@ -76,31 +75,33 @@ void SettingsManager::refuse(EventId event, const char* reason) {
 
 // The flags end as for a request that was checked and turned down.
 void SettingsManager::finishRefusedRequest(EventId event) {
-    auto& setups = gen::memUserSetups();
+    auto& setups = memories.userSetups;
     switch (event) {
     case VarFactoryResetChanged:
-        setFlag(gen::memGuiLocal().FactoryReset, VarFactoryResetChanged, false);
+        setFlag(broker, memories.guiLocal.FactoryReset, VarFactoryResetChanged, false);
         break;
     case VarUserSetupAcceptLoadFileNameChanged:
-        setFlag(setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged, false);
+        setFlag(broker, setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged,
+                false);
         break;
     case VarUserSetupAcceptSaveFileNameChanged:
-        setFlag(setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
-        setFlag(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged, false);
+        setFlag(broker, setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
+        setFlag(broker, setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged,
+                false);
         break;
     case VarUserSetupAddNewChanged:
-        setFlag(setups.UserSetupAddNew, VarUserSetupAddNewChanged, false);
+        setFlag(broker, setups.UserSetupAddNew, VarUserSetupAddNewChanged, false);
         break;
     case VarUserSetupRenameChanged:
-        setFlag(setups.UserSetupRename, VarUserSetupRenameChanged, false);
-        setFlag(setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
+        setFlag(broker, setups.UserSetupRename, VarUserSetupRenameChanged, false);
+        setFlag(broker, setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
         break;
     case VarUserSetupOverwriteFileChanged:
-        setFlag(setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged, false);
-        setFlag(setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
+        setFlag(broker, setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged, false);
+        setFlag(broker, setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
         break;
     case VarUserSetupDeleteChanged:
-        setFlag(setups.UserSetupDelete, VarUserSetupDeleteChanged, false);
+        setFlag(broker, setups.UserSetupDelete, VarUserSetupDeleteChanged, false);
         break;
     default:
         break;

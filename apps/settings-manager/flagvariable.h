@@ -1,14 +1,13 @@
 // Request and status flags in shared memory: a bool is stored and its change
-// event posted only when the value differs from what is stored.
+// event posted on `broker` only when the value differs from what is stored.
 #pragma once
 
-#include "notify.h"
-#include "serverconnection.h"
+#include "collaborators.h"
 
-inline void setFlag(bool& flag, EventId event, bool value) {
+inline void setFlag(const BrokerLink& broker, bool& flag, EventId event, bool value) {
     if (flag == value) {
         return;
     }
     flag = value;
-    postEvent(Notify{event, 0, 0});
+    broker.post(Notify{event, 0, 0});
 }

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
-#include <stdexcept>
+#include <source_location>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,7 +20,28 @@ InstanceLock::~InstanceLock() {
     }
 }
 
-void InstanceLock::prepareFolder() const {
+namespace {
+
+// The reason of a failed system call, with the call's errno.
+Error systemFailure(const std::string& what,
+                    std::source_location where = std::source_location::current()) {
+    const int code = errno;
+    return failure(what + ": " + std::strerror(code), code, where);
+}
+
+// Ownership::removeForeign, whose failure is an exception.
+Result<void> removeForeign(const char* what, const std::string& path, const struct stat& status) {
+    try {
+        Ownership::removeForeign(what, path, status);
+    } catch (const std::exception& error) {
+        return failure(error.what());
+    }
+    return {};
+}
+
+} // namespace
+
+Result<void> InstanceLock::prepareFolder() const {
     const std::string folder = path.substr(0, path.rfind('/'));
     struct stat status {};
     if (::lstat(folder.c_str(), &status) == 0) {
@@ -28,49 +49,47 @@ void InstanceLock::prepareFolder() const {
             if ((status.st_mode & 07777) != Ownership::PRIVATE_FOLDER_MODE) {
                 ::chmod(folder.c_str(), Ownership::PRIVATE_FOLDER_MODE);
             }
-            return;
+            return {};
         }
-        Ownership::removeForeign("lock folder", folder, status);
+        if (Result<void> removed = removeForeign("lock folder", folder, status); !removed) {
+            return removed;
+        }
     }
     const Ownership::ExactModes exact(Ownership::PRIVATE_FOLDER_MODE);
     if (::mkdir(folder.c_str(), Ownership::PRIVATE_FOLDER_MODE) != 0) {
-        throw std::runtime_error("cannot create " + folder + ": " + std::strerror(errno));
+        return systemFailure("cannot create " + folder);
     }
+    return {};
 }
 
-// A lock file that is not a file of this process's user (a link, another
-// user's file) is never opened: it is removed first.
-void InstanceLock::clearForeignFile() const {
+Result<void> InstanceLock::clearForeignFile() const {
     struct stat status {};
     if (::lstat(path.c_str(), &status) == 0 &&
         (!S_ISREG(status.st_mode) || !Ownership::isOwn(status))) {
-        Ownership::removeForeign("lock file", path, status);
+        return removeForeign("lock file", path, status);
     }
+    return {};
 }
 
-bool InstanceLock::take(std::string& error) {
+Result<void> InstanceLock::take() {
     if (fd < 0) {
-        try {
-            prepareFolder();
-            clearForeignFile();
-        } catch (const std::exception& failure) {
-            error = failure.what();
-            return false;
+        if (Result<void> prepared = prepareFolder(); !prepared) {
+            return prepared;
+        }
+        if (Result<void> cleared = clearForeignFile(); !cleared) {
+            return cleared;
         }
         fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
                     Ownership::PRIVATE_MODE);
         if (fd < 0 || !Ownership::setOwnMode(fd, Ownership::PRIVATE_MODE)) {
-            error = "cannot open the lock file " + path + ": " + std::strerror(errno);
-            return false;
+            return systemFailure("cannot open the lock file " + path);
         }
     }
     if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
-        return true;
+        return {};
     }
     if (errno == EWOULDBLOCK) {
-        error = "already running (another instance holds " + path + ")";
-    } else {
-        error = "cannot lock " + path + ": " + std::strerror(errno);
+        return failure("already running (another instance holds " + path + ")", EWOULDBLOCK);
     }
-    return false;
+    return systemFailure("cannot lock " + path);
 }

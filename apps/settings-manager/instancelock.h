@@ -14,6 +14,8 @@
 // "/var/volatile/settings-manager/".
 #pragma once
 
+#include "result.h"
+
 #include <string>
 
 class InstanceLock {
@@ -24,16 +26,16 @@ public:
     InstanceLock(const InstanceLock&) = delete;
     InstanceLock& operator=(const InstanceLock&) = delete;
 
-    // Takes the lock without waiting.  False with the reason in `error` when
-    // another process holds it ("already running ...") or the folder or file
-    // cannot be made, opened or locked.
-    bool take(std::string& error);
+    // Takes the lock without waiting.  The reason when another process holds
+    // it ("already running ...") or the folder or file cannot be made, opened
+    // or locked.
+    Result<void> take();
 
 private:
-    // Makes the lock's folder or takes over an own one; throws when it cannot.
-    void prepareFolder() const;
-    // Removes a lock file that is not this process's user's own; throws when it cannot.
-    void clearForeignFile() const;
+    // Makes the lock's folder or takes over an own one.
+    Result<void> prepareFolder() const;
+    // Removes a lock file that is not this process's user's own.
+    Result<void> clearForeignFile() const;
 
     std::string path;
     int fd;

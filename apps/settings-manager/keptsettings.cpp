@@ -3,9 +3,9 @@
 #include "atomicfile.h"
 #include "documentformat.h"
 #include "documenttext.h"
-#include "introspection.h"
-#include "log.h"
 #include "migration.h"
+#include "settings-service/introspection.h"
+#include "settings-service/log.h"
 #include "settingsfolder.h"
 
 #include <algorithm>
@@ -59,8 +59,8 @@ KeptSettings::KeptSettings(const SettingsFolder& folder, uint32_t memory)
     : folder(folder), memory(memory) {}
 
 std::vector<KeptSettings::Entry> KeptSettings::read() {
-    const std::optional<std::string> text = folder.readText(fileName());
-    written = text.value_or("");
+    const Result<std::string> text = folder.readText(fileName());
+    written = text ? *text : std::string();
     known = true;
     if (!text) {
         return {};
@@ -160,7 +160,7 @@ void KeptSettings::save() {
     if (text == written) {
         return;
     }
-    const std::optional<std::string> path = folder.pathOf(fileName());
+    const Result<std::string> path = folder.pathOf(fileName());
     if (!path) {
         return;
     }
@@ -171,8 +171,8 @@ void KeptSettings::save() {
         if (removal) {
             error = "remove " + *path + ": " + removal.message();
         }
-    } else {
-        error = AtomicFile::write(*path, text);
+    } else if (const Result<void> saved = AtomicFile::write(*path, text); !saved) {
+        error = saved.error().text;
     }
     if (!error.empty()) {
         if (error != saveError) {

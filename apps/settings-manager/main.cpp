@@ -20,9 +20,11 @@
 // - A start-up that failed (the settings folder missing and not creatable, or
 //   one of another user that cannot be removed) does not report readiness
 //   and ends with status 1, so that the init system notices and restarts it.
+#include "collaborators.h"
 #include "commandline.h"
 #include "instancelock.h"
-#include "log.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
 #include "settingsmanager.h"
 
 #include <cstdio>
@@ -36,7 +38,7 @@ constexpr const char* LOCK_FILE = "/var/volatile/settings-manager/settings-manag
 
 [[noreturn]] void run() {
     try {
-        SettingsManager manager;
+        SettingsManager manager(gen::getEventPoll(), Clocks::system());
         const bool started = manager.init();
         if (started) {
             manager.doWork();
@@ -58,10 +60,9 @@ int main(int argc, char* argv[]) {
     if (action != CommandLine::Run) {
         return action == CommandLine::Done ? EXIT_SUCCESS : CommandLine::USAGE_ERROR;
     }
-    std::string error;
     InstanceLock lock(LOCK_FILE);
-    if (!lock.take(error)) {
-        std::fprintf(stderr, "settings-manager: %s\n", error.c_str());
+    if (const Result<void> taken = lock.take(); !taken) {
+        std::fprintf(stderr, "settings-manager: %s\n", taken.error().text.c_str());
         return EXIT_FAILURE;
     }
     run();

@@ -3,27 +3,34 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
+#include <utility>
 
 class OncePerSecond {
 public:
+    using SteadyClock = std::function<std::chrono::steady_clock::time_point()>;
     // The loop's time-out while something is waiting for its next turn.
     static constexpr int WAIT_MS = 1000;
 
+    // A pace on the steady clock that `now` reads.
+    explicit OncePerSecond(SteadyClock now) : now(std::move(now)) {}
+
     // The next turn comes a second from now.
-    void restart() { last = std::chrono::steady_clock::now(); }
+    void restart() { last = now(); }
     // True when more than 999,999,999 ns have passed since the last turn;
     // that moment is then the last turn.
     bool due() {
-        const auto now = std::chrono::steady_clock::now();
-        if (now - last <= PERIOD) {
+        const auto moment = now();
+        if (moment - last <= PERIOD) {
             return false;
         }
-        last = now;
+        last = moment;
         return true;
     }
 
 private:
     static constexpr std::chrono::nanoseconds PERIOD{999'999'999};
+    SteadyClock now;
     // The epoch of the steady clock at construction: the first turn is due at once.
     std::chrono::steady_clock::time_point last;
 };

@@ -3,9 +3,8 @@
 #include "constants.h"
 #include "filetext.h"
 #include "hwinfo.h"
-#include "log.h"
-#include "records.h"
-#include "setters.h"
+#include "settings-service/log.h"
+#include "settings-service/setters.h"
 
 #include <exception>
 #include <memory>
@@ -55,11 +54,11 @@ void ProductInfo::readHardwareIdentity() {
     // The serial number's failure is announced with the product name's text.
     const std::string serial =
         readRecord(record.get(), Constants::HWINFO_SERIAL, "Could not read product name.");
-    setVariable(gen::memStatic().ProductSerial, Notify{VarProductSerialChanged, 0, 0},
+    setVariable(memories.statics.ProductSerial, Notify{VarProductSerialChanged, 0, 0},
                 serial.c_str());
     const std::string revision =
         readRecord(record.get(), Constants::HWINFO_REVISION, "Could not read product revision.");
-    setVariable(gen::memStatic().ProductRevision, Notify{VarProductRevisionChanged, 0, 0},
+    setVariable(memories.statics.ProductRevision, Notify{VarProductRevisionChanged, 0, 0},
                 revision.c_str());
     LOG(LogLight, "HW: %s %s %s", productName.c_str(), serial.c_str(), revision.c_str());
 }
@@ -76,14 +75,14 @@ void ProductInfo::readSoftwareIdentity() {
     std::string_view rest = *info;
     productVersion = std::string(nextLine(rest));
     const std::string lastCommit(nextLine(rest));
-    setVariable(gen::memStatic().ProductLastCommit, Notify{VarProductLastCommitChanged, 0, 0},
+    setVariable(memories.statics.ProductLastCommit, Notify{VarProductLastCommitChanged, 0, 0},
                 lastCommit.c_str());
     LOG(LogLight, "SW: %s %s", productVersion.c_str(), lastCommit.c_str());
 }
 
 void ProductInfo::publish() const {
-    setVariable(gen::memPersistent().ProductName, Notify{VarProductNameChanged, 0, 0},
+    setVariable(memories.persistent.ProductName, Notify{VarProductNameChanged, 0, 0},
                 productName.c_str());
-    setVariable(gen::memPersistent().ProductVersion, Notify{VarProductVersionChanged, 0, 0},
+    setVariable(memories.persistent.ProductVersion, Notify{VarProductVersionChanged, 0, 0},
                 productVersion.c_str());
 }

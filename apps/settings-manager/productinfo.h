@@ -17,10 +17,15 @@
 //   messages; the exception was logged where it was raised.
 #pragma once
 
+#include "collaborators.h"
+
 #include <string>
 
 class ProductInfo {
 public:
+    // Publishes into `memories`.
+    explicit ProductInfo(const ServiceMemories& memories) : memories(memories) {}
+
     // Reads board, serial and revision; publishes serial and revision.
     void readHardwareIdentity();
     // Reads "/product.info"; publishes the last commit.
@@ -32,6 +37,7 @@ public:
     const std::string& version() const { return productVersion; }
 
 private:
+    ServiceMemories memories;
     std::string productName;
     std::string productVersion;
 };

@@ -6,11 +6,15 @@
 #include "folderpath.h"
 #include "ownership.h"
 
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <string_view>
 #include <sys/stat.h>
 #include <system_error>
+#include <utility>
 
 namespace {
 
@@ -43,22 +47,22 @@ SettingsFolder::SettingsFolder() : folder(Constants::LOCAL_FOLDER) {
     folder += Constants::SETUPS_FOLDER;
 }
 
-std::optional<std::string> SettingsFolder::pathOf(const std::string& fileName) const {
+Result<std::string> SettingsFolder::pathOf(const std::string& fileName) const {
     std::string path = folder + fileName;
     if (!FolderPath::liesIn(folder, path)) {
-        return std::nullopt;
+        return failure("the name does not stay inside the settings folder");
     }
     return path;
 }
 
-std::optional<std::string> SettingsFolder::pathOfVisible(const std::string& fileName) const {
+Result<std::string> SettingsFolder::pathOfVisible(const std::string& fileName) const {
     if (!FolderPath::isPlainName(fileName)) {
-        return std::nullopt;
+        return failure("\"" + fileName + "\" is not a plain file name");
     }
     return pathOf(fileName);
 }
 
-std::optional<std::string> SettingsFolder::setupPath(const std::string& name) const {
+Result<std::string> SettingsFolder::setupPath(const std::string& name) const {
     return pathOfVisible(name + Constants::SETUPS_EXTENSION);
 }
 
@@ -74,20 +78,26 @@ std::string SettingsFolder::damagedPath() const {
     return folder + damagedFileName();
 }
 
-std::optional<std::string> SettingsFolder::readText(const std::string& fileName) const {
-    std::optional<std::string> content = readFile(fileName);
+Result<std::string> SettingsFolder::readText(const std::string& fileName) const {
+    Result<std::string> content = readFile(fileName);
     if (content) {
         dropByteOrderMark(*content);
     }
     return content;
 }
 
-std::optional<std::string> SettingsFolder::readFile(const std::string& fileName) const {
-    const std::optional<std::string> path = pathOf(fileName);
+Result<std::string> SettingsFolder::readFile(const std::string& fileName) const {
+    const Result<std::string> path = pathOf(fileName);
     if (!path) {
-        return std::nullopt;
+        return path.error();
     }
-    return FileText::readRegular(*path);
+    errno = 0;
+    std::optional<std::string> content = FileText::readRegular(*path);
+    if (!content) {
+        const int code = errno;
+        return failure("cannot read " + *path + " as a regular file", code);
+    }
+    return std::move(*content);
 }
 
 void SettingsFolder::dropByteOrderMark(std::string& content) {
@@ -96,7 +106,7 @@ void SettingsFolder::dropByteOrderMark(std::string& content) {
     }
 }
 
-bool SettingsFolder::prepare() const {
+Result<void> SettingsFolder::prepare() const {
     std::string bare = folder;
     while (bare.size() > 1 && bare.back() == '/') {
         bare.pop_back();
@@ -105,16 +115,20 @@ bool SettingsFolder::prepare() const {
     if (::lstat(bare.c_str(), &status) == 0) {
         if (S_ISDIR(status.st_mode) && Ownership::isOwn(status)) {
             takeOver(bare, status);
-            return true;
+            return {};
         }
         try {
             Ownership::removeForeign("settings folder", bare, status);
-        } catch (const std::exception&) {
-            return false;
+        } catch (const std::exception& error) {
+            return failure(error.what());
         }
     }
     const Ownership::ExactModes exact(Ownership::SHARED_FOLDER_MODE);
-    return ::mkdir(bare.c_str(), Ownership::SHARED_FOLDER_MODE) == 0;
+    if (::mkdir(bare.c_str(), Ownership::SHARED_FOLDER_MODE) != 0) {
+        const int code = errno;
+        return failure("mkdir " + bare + ": " + std::strerror(code), code);
+    }
+    return {};
 }
 
 // Gives the folder and its own files the service's group and takes away every

@@ -24,7 +24,8 @@
 //   reaches the 127 characters that a fixed buffer would cut.
 #pragma once
 
-#include <optional>
+#include "result.h"
+
 #include <string>
 #include <sys/stat.h>
 
@@ -43,17 +44,17 @@ public:
     SettingsFolder();
 
     const std::string& path() const { return folder; }
-    // Makes the folder or takes an own one over (see above); false when
+    // Makes the folder or takes an own one over (see above); the reason when
     // neither is possible.
-    bool prepare() const;
-    // The path of `fileName` in the folder; nothing when it would not lie
+    Result<void> prepare() const;
+    // The path of `fileName` in the folder; an error when it would not lie
     // directly in the folder.
-    std::optional<std::string> pathOf(const std::string& fileName) const;
-    // The path of a file the user interface names or lists: nothing unless
+    Result<std::string> pathOf(const std::string& fileName) const;
+    // The path of a file the user interface names or lists: an error unless
     // `fileName` is a plain name (not hidden, no separator) in the folder.
-    std::optional<std::string> pathOfVisible(const std::string& fileName) const;
+    Result<std::string> pathOfVisible(const std::string& fileName) const;
     // The path of the user setup `name` ("<name>.stp"), checked like a visible file.
-    std::optional<std::string> setupPath(const std::string& name) const;
+    Result<std::string> setupPath(const std::string& name) const;
     // The path of a file of the service's own (the current settings and
     // their copies).
     std::string currentPath() const;
@@ -61,11 +62,11 @@ public:
     std::string damagedPath() const;
 
     // The text of the settings file `fileName` without a leading byte-order
-    // mark; nothing when it is not a regular file in the folder or cannot be
+    // mark; an error when it is not a regular file in the folder or cannot be
     // read.
-    std::optional<std::string> readText(const std::string& fileName) const;
+    Result<std::string> readText(const std::string& fileName) const;
     // The same with its bytes as they are.
-    std::optional<std::string> readFile(const std::string& fileName) const;
+    Result<std::string> readFile(const std::string& fileName) const;
     // Takes a leading byte-order mark off a settings file's bytes.
     static void dropByteOrderMark(std::string& content);
     // Removes the temporary files of writes that were cut off (atomicfile.h).

@@ -3,10 +3,10 @@
 #include "documentformat.h"
 #include "documenttext.h"
 #include "flagvariable.h"
-#include "introspection.h"
-#include "json.h"
-#include "log.h"
-#include "records.h"
+#include "settings-service/introspection.h"
+#include "settings-service/json.h"
+#include "settings-service/log.h"
+#include "settings-service/records.h"
 #include "settingsfolder.h"
 #include "settingsstore.h"
 #include "valuecodec.h"
@@ -95,8 +95,10 @@ private:
     uint32_t memory;
 };
 
-SettingsLoader::SettingsLoader(const SettingsFolder& folder, SettingsStore& store, uint32_t memory)
-    : folder(folder), store(store), memory(memory) {}
+SettingsLoader::SettingsLoader(const SettingsFolder& folder, SettingsStore& store,
+                               const ServiceMemories& memories, const BrokerLink& broker)
+    : folder(folder), store(store), memories(memories), broker(broker),
+      memory(memories.persistentIndex) {}
 
 bool SettingsLoader::load(const std::string& fileName, bool storeAfterLoad) {
     bool stored = true;
@@ -120,9 +122,9 @@ bool SettingsLoader::load(const std::string& fileName, bool storeAfterLoad) {
 // does not parse.
 std::optional<SettingsLoader::Results> SettingsLoader::applyFile(const std::string& fileName,
                                                                  bool& stored) {
-    const std::optional<std::string> text = folder.readText(fileName);
+    const Result<std::string> text = folder.readText(fileName);
     if (!text) {
-        setFlag(gen::memDeviceState().FileNotFound, VarFileNotFoundChanged, true);
+        setFlag(broker, memories.deviceState.FileNotFound, VarFileNotFoundChanged, true);
         LOG(Error, "Could not open settings file: %s", fileName.c_str());
         return std::nullopt;
     }
@@ -172,7 +174,7 @@ SettingsLoader::Results SettingsLoader::loadCurrentDocument(bool& recovered) {
 // Applies the settings file when it is a complete document; nothing, with the
 // reason logged, when it is not (nothing is applied then).
 std::optional<SettingsLoader::Results> SettingsLoader::loadsWhole(const std::string& fileName) {
-    const std::optional<std::string> text = folder.readText(fileName);
+    const Result<std::string> text = folder.readText(fileName);
     if (!text) {
         LOG(Error, "Could not read settings file: %s", fileName.c_str());
         return std::nullopt;
@@ -241,7 +243,7 @@ SettingsLoader::Results SettingsLoader::readDamaged(bool currentDamaged) {
 
 void SettingsLoader::readLinesOf(const std::string& fileName,
                                  std::vector<Json::Item>& items) const {
-    const std::optional<std::string> text = folder.readText(fileName);
+    const Result<std::string> text = folder.readText(fileName);
     if (!text) {
         return;
     }
@@ -277,10 +279,10 @@ bool SettingsLoader::apply(const Json& reader) {
 // hear its own writes.
 SettingsLoader::Results SettingsLoader::applyItems(const std::vector<Json::Item>& items,
                                                    bool& stored) {
-    gen::getServerConnection()->postEvent(Notify{UnsubscribeAll, 0, 0});
+    broker.post(Notify{UnsubscribeAll, 0, 0});
     Logger logger(*this, memory);
     Results results = Migration::apply(memory, items, logger);
-    gen::subscribeNotifications();
+    broker.subscribe();
     stored = std::none_of(results.begin(), results.end(), [](const Migration::KeyResult& result) {
         return !result.setterError.empty();
     });
@@ -312,7 +314,7 @@ bool SettingsLoader::keepAside(const Results& current,
     std::vector<KeptSettings::Entry> kept;
     bool restored = false;
     if (!previous.empty()) {
-        gen::getServerConnection()->postEvent(Notify{UnsubscribeAll, 0, 0});
+        broker.post(Notify{UnsubscribeAll, 0, 0});
         Logger logger(*this, memory);
         for (const KeptSettings::Entry& entry : previous) {
             const std::vector<Json::Item> document{{entry.key, {entry.value, false}}};
@@ -338,7 +340,7 @@ bool SettingsLoader::keepAside(const Results& current,
                 shown(entry.value).c_str());
             restored = true;
         }
-        gen::subscribeNotifications();
+        broker.subscribe();
     }
     std::vector<KeptSettings::Entry> fresh;
     for (const Migration::KeyResult& result : current) {
@@ -388,7 +390,7 @@ const std::string& SettingsLoader::defaultsDocument() {
 }
 
 void SettingsLoader::factoryReset(const std::function<void()>& emptyFolder) {
-    if (!gen::memGuiLocal().FactoryReset) {
+    if (!memories.guiLocal.FactoryReset) {
         return;
     }
     LOG(LogLight, "Factory reset started");
@@ -399,6 +401,6 @@ void SettingsLoader::factoryReset(const std::function<void()>& emptyFolder) {
     }
     store.kept().clear();
     apply(defaultsDocument());
-    setFlag(gen::memGuiLocal().FactoryReset, VarFactoryResetChanged, false);
+    setFlag(broker, memories.guiLocal.FactoryReset, VarFactoryResetChanged, false);
     LOG(LogLight, "Factory reset done");
 }

@@ -47,9 +47,11 @@
 //   otherwise.  It is the same text that building it at start gave.
 #pragma once
 
-#include "json.h"
+#include "collaborators.h"
 #include "keptsettings.h"
 #include "migration.h"
+#include "settings-service/json.h"
+#include "settings-service/serverconnection.h"
 
 #include <cstdint>
 #include <functional>
@@ -62,7 +64,10 @@ class SettingsStore;
 
 class SettingsLoader {
 public:
-    SettingsLoader(const SettingsFolder& folder, SettingsStore& store, uint32_t memory);
+    // Applies documents of `folder` to `memories`' MemPersistent, taking the
+    // service off its events on `broker` meanwhile.
+    SettingsLoader(const SettingsFolder& folder, SettingsStore& store,
+                   const ServiceMemories& memories, const BrokerLink& broker);
 
     // Loads settings folder + fileName into MemPersistent; with storeAfterLoad
     // ".current.stp" is rewritten at once.  False when the file cannot be read
@@ -111,6 +116,8 @@ private:
 
     const SettingsFolder& folder;
     SettingsStore& store;
+    ServiceMemories memories;
+    BrokerLink broker;
     uint32_t memory;
     // MemPersistent's record as captureDefaults found it.
     std::vector<uint8_t> defaultRecord;

@@ -3,12 +3,12 @@
 #include "settingsmanager.h"
 
 #include "constants.h"
-#include "eventpoll.h"
-#include "introspection.h"
-#include "log.h"
-#include "memories.h"
 #include "readiness.h"
-#include "records.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/introspection.h"
+#include "settings-service/log.h"
+#include "settings-service/memories.h"
+#include "settings-service/records.h"
 #include "signalbyname.h"
 
 #include <csignal>
@@ -24,18 +24,20 @@ constexpr const char* SUPERVISOR_NAME = "super";
 
 } // namespace
 
-SettingsManager::SettingsManager()
-    : folderMonitor(gen::getEventPoll(),
-                    [this](inotify_event const& event) {
-                        // Hidden names are never listed: the service's own
-                        // files change nothing in the list.
-                        if (event.len == 0 || event.name[0] != '.') {
-                            refreshUserSettingList();
-                        }
-                    }),
-      persistentMemoryIndex(createAndInitMemories()),
-      store(folder, productInfo, persistentMemoryIndex),
-      loader(folder, store, persistentMemoryIndex), userSetups(folder, store, loader) {}
+SettingsManager::SettingsManager(EventPoll& poll, const Clocks& clocks)
+    : poll(poll), clocks(clocks), folderMonitor(poll,
+                                                [this](inotify_event const& event) {
+                                                    // Hidden names are never listed: the service's
+                                                    // own files change nothing in the list.
+                                                    if (event.len == 0 || event.name[0] != '.') {
+                                                        refreshUserSettingList();
+                                                    }
+                                                }),
+      broker(createAndInitMemories()), memories(ServiceMemories::ofProcess()),
+      productInfo(memories), store(folder, productInfo, memories),
+      loader(folder, store, memories, broker),
+      userSetups(folder, store, loader, memories, broker, clocks.wall), saveCheck(clocks.steady),
+      reconnectAttempt(clocks.steady) {}
 
 SettingsManager::~SettingsManager() {
     try {
@@ -48,17 +50,16 @@ SettingsManager::~SettingsManager() {
     }
 }
 
-uint32_t SettingsManager::createAndInitMemories() {
+BrokerLink SettingsManager::createAndInitMemories() {
     gen::init();
-    const uint32_t memory = Introspection::getMemIndex("MemPersistent");
     gen::getServerConnection()->setEventHandler(this);
-    return memory;
+    return BrokerLink::ofProcess();
 }
 
 bool SettingsManager::init() {
     productInfo.readHardwareIdentity();
     productInfo.readSoftwareIdentity();
-    const bool result = folder.prepare();
+    const bool result = folder.prepare().ok();
     if (!result) {
         LOG(Error, "Could not create the settings folder.");
     } else {
@@ -121,7 +122,6 @@ void SettingsManager::openFolderMonitor() {
 }
 
 int SettingsManager::doWork() {
-    EventPoll& poll = gen::getEventPoll();
     int result = poll.wait(-1, false);
     while (result != EventPoll::Terminate) {
         if (brokerLost) {
@@ -163,7 +163,7 @@ void SettingsManager::reconnectBroker() {
     }
     brokerLost = false;
     try {
-        gen::subscribeNotifications();
+        broker.subscribe();
     } catch (const std::exception& error) {
         LOG(Error, "Could not subscribe again: %s", error.what());
         return;

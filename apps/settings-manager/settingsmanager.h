@@ -15,6 +15,11 @@
 // once-a-second save check and the connection to the broker, and dispatches
 // the broker's notifications (eventhandling.cpp).
 //
+// It is the service's top object: the entry point hands it the event loop and
+// the clocks; it runs gen::init and hands its classes the broker connection
+// and the memories that it made, the settings folder and the clocks
+// (collaborators.h).
+//
 // Choices made here:
 // - The destructor also closes the folder monitor, so that the process's poll
 //   never keeps the callback of a destroyed service.
@@ -57,11 +62,13 @@
 //   hear are saved.  Until then it saves only what was already dirty.
 #pragma once
 
+#include "collaborators.h"
 #include "filefoldermonitor.h"
-#include "notify.h"
 #include "oncepersecond.h"
 #include "productinfo.h"
-#include "serverconnection.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/notify.h"
+#include "settings-service/serverconnection.h"
 #include "settingsfolder.h"
 #include "settingsloader.h"
 #include "settingsstore.h"
@@ -81,7 +88,9 @@ public:
     // create and delete.
     static constexpr unsigned int FOLDER_EVENTS = 0x40 | 0x80 | 0x100 | 0x200;
 
-    SettingsManager();
+    // A service on `poll` that reads `clocks`.
+    explicit SettingsManager(EventPoll& poll = gen::getEventPoll(),
+                             const Clocks& clocks = Clocks::system());
     virtual ~SettingsManager();
     SettingsManager(const SettingsManager&) = delete;
     SettingsManager& operator=(const SettingsManager&) = delete;
@@ -129,8 +138,8 @@ public:
 
 private:
     // Creates the memories and the broker connection with this object as its
-    // handler; the index of MemPersistent.
-    uint32_t createAndInitMemories();
+    // handler; the link to the process's connection.
+    BrokerLink createAndInitMemories();
     void signalReadiness();
     void openFolderMonitor();
     void refreshUserSettingList();
@@ -145,8 +154,11 @@ private:
     // The requests whose flags may have been set while the broker was away.
     void servePendingRequests();
 
+    EventPoll& poll;
+    Clocks clocks;
     FileFolderMonitor folderMonitor;
-    uint32_t persistentMemoryIndex;
+    BrokerLink broker;
+    ServiceMemories memories;
     SettingsFolder folder;
     ProductInfo productInfo;
     SettingsStore store;

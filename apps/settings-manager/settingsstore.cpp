@@ -4,10 +4,10 @@
 #include "constants.h"
 #include "documentformat.h"
 #include "documenttext.h"
-#include "introspection.h"
-#include "log.h"
-#include "memories.h"
 #include "productinfo.h"
+#include "settings-service/introspection.h"
+#include "settings-service/log.h"
+#include "settings-service/memories.h"
 #include "settingsfolder.h"
 
 #include <optional>
@@ -16,8 +16,9 @@
 #include <utility>
 
 SettingsStore::SettingsStore(const SettingsFolder& folder, const ProductInfo& product,
-                             uint32_t memory)
-    : folder(folder), product(product), memory(memory), keptSettings(folder, memory) {}
+                             const ServiceMemories& memories)
+    : folder(folder), product(product), memories(memories), memory(memories.persistentIndex),
+      keptSettings(folder, memory) {}
 
 // The variable comes from the catalogue's event index (every event belongs to
 // one variable at most); only a persistent one drops what was kept aside for it
@@ -44,9 +45,8 @@ std::stringstream SettingsStore::currentValues() const {
 
 std::vector<uint8_t> SettingsStore::snapshot() const {
     product.publish();
-    SharedMemory& segment = gen::getSharedMemory(memory);
-    const uint8_t* record = segment.address();
-    return std::vector<uint8_t>(record, record + segment.getSize());
+    const auto* record = reinterpret_cast<const uint8_t*>(&memories.persistent);
+    return std::vector<uint8_t>(record, record + sizeof memories.persistent);
 }
 
 std::string SettingsStore::documentOf(const std::vector<uint8_t>& record) const {
@@ -71,8 +71,8 @@ std::stringstream SettingsStore::document(const uint8_t* record) const {
 bool SettingsStore::store(const char* name) {
     const std::string fileName = std::string(name) + Constants::SETUPS_EXTENSION;
     const bool current = fileName == SettingsFolder::currentFileName();
-    const std::optional<std::string> path = folder.pathOf(fileName);
-    std::string error = "the name does not stay inside the settings folder";
+    const Result<std::string> path = folder.pathOf(fileName);
+    Result<void> written = path ? Result<void>() : path.error();
     std::string document;
     if (path) {
         document = currentValues().str();
@@ -86,9 +86,9 @@ bool SettingsStore::store(const char* name) {
             }
             keepBackup();
         }
-        error = AtomicFile::write(*path, document);
+        written = AtomicFile::write(*path, document);
     }
-    if (error.empty()) {
+    if (written) {
         if (current) {
             currentSaveError.clear();
             // Without an identity the file is read again before the next
@@ -99,6 +99,7 @@ bool SettingsStore::store(const char* name) {
         }
         return true;
     }
+    const std::string& error = written.error().text;
     if (!current || error != currentSaveError) {
         LOG(Error, "Could not save %s: %s", fileName.c_str(), error.c_str());
     }
@@ -133,8 +134,10 @@ std::optional<SettingsStore::FileIdentity> SettingsStore::identityOf(const std::
 }
 
 void SettingsStore::readCurrentFile() {
+    Result<std::string> content = folder.readFile(SettingsFolder::currentFileName());
     currentFile = {true, identityOf(folder.currentPath()),
-                   folder.readFile(SettingsFolder::currentFileName()), std::nullopt};
+                   content ? std::optional<std::string>(std::move(*content)) : std::nullopt,
+                   std::nullopt};
 }
 
 // The remembered file is read again when it is no longer what was remembered
@@ -162,8 +165,8 @@ void SettingsStore::keepBackup() {
     if (!*currentFile.complete) {
         return;
     }
-    const std::string error = AtomicFile::linkOver(folder.currentPath(), folder.backupPath());
-    if (!error.empty()) {
-        LOG(Warn, "Could not keep a backup of the settings: %s", error.c_str());
+    const Result<void> linked = AtomicFile::linkOver(folder.currentPath(), folder.backupPath());
+    if (!linked) {
+        LOG(Warn, "Could not keep a backup of the settings: %s", linked.error().text.c_str());
     }
 }

@@ -50,8 +50,9 @@
 //   at that moment, but at the next save, which reads every value).
 #pragma once
 
+#include "collaborators.h"
 #include "keptsettings.h"
-#include "notify.h"
+#include "settings-service/notify.h"
 
 #include <cstdint>
 #include <optional>
@@ -64,7 +65,10 @@ class SettingsFolder;
 
 class SettingsStore {
 public:
-    SettingsStore(const SettingsFolder& folder, const ProductInfo& product, uint32_t memory);
+    // Builds documents of `memories`' MemPersistent, with `product`'s
+    // information, and writes them into `folder`.
+    SettingsStore(const SettingsFolder& folder, const ProductInfo& product,
+                  const ServiceMemories& memories);
 
     // Records that the variable of `event` changed: logs it and marks the
     // settings dirty.
@@ -131,6 +135,7 @@ private:
 
     const SettingsFolder& folder;
     const ProductInfo& product;
+    ServiceMemories memories;
     uint32_t memory;
     KeptSettings keptSettings;
     bool dirty = false;

@@ -1,9 +1,9 @@
 #include "usersetups.h"
 
 #include "flagvariable.h"
-#include "log.h"
-#include "records.h"
-#include "setters.h"
+#include "settings-service/log.h"
+#include "settings-service/records.h"
+#include "settings-service/setters.h"
 #include "settingsfolder.h"
 #include "settingsloader.h"
 #include "settingsstore.h"
@@ -13,6 +13,7 @@
 #include <exception>
 #include <filesystem>
 #include <functional>
+#include <utility>
 
 namespace {
 
@@ -31,26 +32,29 @@ std::string nameOf(const std::array<char, UserSetups::SETUP_NAME_SIZE>& name) {
 }
 
 // Runs a file-system operation; its error text when it throws.
-UserSetups::Refusal attempt(const std::function<void()>& operation) {
+Result<void> attempt(const std::function<void()>& operation) {
     try {
         operation();
     } catch (const std::exception& error) {
-        return error.what();
+        return failure(error.what());
     }
-    return std::nullopt;
+    return {};
 }
 
 } // namespace
 
-UserSetups::UserSetups(const SettingsFolder& folder, SettingsStore& store, SettingsLoader& loader)
-    : folder(folder), store(store), loader(loader), navigator({}, {}) {}
+UserSetups::UserSetups(const SettingsFolder& folder, SettingsStore& store, SettingsLoader& loader,
+                       const ServiceMemories& memories, const BrokerLink& broker,
+                       std::function<std::time_t()> wallClock)
+    : folder(folder), store(store), loader(loader), memories(memories), broker(broker),
+      wallClock(std::move(wallClock)), navigator({}, {}) {}
 
 void UserSetups::openFolder() {
     navigator.setRootPath(folder.path());
 }
 
 void UserSetups::updateList() {
-    auto& setups = gen::memUserSetups();
+    auto& setups = memories.userSetups;
     int32_t count = 0;
     navigator.ls([&](const FileBrowserBase::EntryInfo& entry) {
         if (count >= SLOTS) {
@@ -61,7 +65,7 @@ void UserSetups::updateList() {
                       entry.name);
         ++count;
     });
-    postEvent(Notify{VarUserSetupListChanged, 0, 0});
+    broker.post(Notify{VarUserSetupListChanged, 0, 0});
     setVariable(setups.UserSetupListSize, Notify{VarUserSetupListSizeChanged, 0, 0}, count);
 }
 
@@ -77,172 +81,176 @@ std::array<char, UserSetups::SETUP_NAME_SIZE> UserSetups::proposedName(std::time
     return name;
 }
 
-UserSetups::Refusal UserSetups::load() {
-    auto& setups = gen::memUserSetups();
+Result<void> UserSetups::load() {
+    auto& setups = memories.userSetups;
     if (!setups.UserSetupAcceptLoadFileName) {
-        return std::nullopt;
+        return {};
     }
     const int32_t index = setups.UserSetupSelectedFileIndex;
     if (index < 0 || index >= setups.UserSetupListSize) {
         LOG(Error, INDEX_OUT_OF_RANGE);
     } else {
-        std::string path;
-        if (Refusal refusal = listedPath(index, path)) {
-            return refusal;
+        if (const Result<std::string> path = listedPath(index); !path) {
+            return path.error();
         }
         loader.load(listEntry(index), true);
     }
-    setFlag(setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged, false);
-    return std::nullopt;
+    setFlag(broker, setups.UserSetupAcceptLoadFileName, VarUserSetupAcceptLoadFileNameChanged,
+            false);
+    return {};
 }
 
-UserSetups::Refusal UserSetups::save() {
-    auto& setups = gen::memUserSetups();
+Result<void> UserSetups::save() {
+    auto& setups = memories.userSetups;
     if (!setups.UserSetupAcceptSaveFileName) {
-        return std::nullopt;
+        return {};
     }
-    if (Refusal refusal = writeUnlessTaken(
-            false, [this](const std::string& name, const std::string&) { return saveAs(name); })) {
-        return refusal;
+    if (Result<void> done = writeUnlessTaken(
+            false, [this](const std::string& name, const std::string&) { return saveAs(name); });
+        !done) {
+        return done;
     }
-    setFlag(setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged, false);
-    return std::nullopt;
+    setFlag(broker, setups.UserSetupAcceptSaveFileName, VarUserSetupAcceptSaveFileNameChanged,
+            false);
+    return {};
 }
 
-UserSetups::Refusal UserSetups::proposeNew() {
-    auto& setups = gen::memUserSetups();
+Result<void> UserSetups::proposeNew() {
+    auto& setups = memories.userSetups;
     if (!setups.UserSetupAddNew) {
-        return std::nullopt;
+        return {};
     }
-    setFlag(setups.UserSetupAddNew, VarUserSetupAddNewChanged, false);
-    setups.UserSetupSave = proposedName(std::time(nullptr));
-    postEvent(Notify{VarUserSetupSaveChanged, 0, 0});
-    return std::nullopt;
+    setFlag(broker, setups.UserSetupAddNew, VarUserSetupAddNewChanged, false);
+    setups.UserSetupSave = proposedName(wallClock());
+    broker.post(Notify{VarUserSetupSaveChanged, 0, 0});
+    return {};
 }
 
-UserSetups::Refusal UserSetups::rename() {
-    auto& setups = gen::memUserSetups();
+Result<void> UserSetups::rename() {
+    auto& setups = memories.userSetups;
     if (!setups.UserSetupRename) {
-        return std::nullopt;
+        return {};
     }
-    std::string source;
-    if (Refusal refusal = listedPath(setups.UserSetupSelectedFileIndex, source)) {
-        return refusal;
+    const Result<std::string> source = listedPath(setups.UserSetupSelectedFileIndex);
+    if (!source) {
+        return source.error();
     }
-    setFlag(setups.UserSetupRename, VarUserSetupRenameChanged, false);
+    setFlag(broker, setups.UserSetupRename, VarUserSetupRenameChanged, false);
     return writeUnlessTaken(
-        true, [&](const std::string&, const std::string& target) { return move(source, target); });
+        true, [&](const std::string&, const std::string& target) { return move(*source, target); });
 }
 
-UserSetups::Refusal UserSetups::overwrite() {
-    auto& setups = gen::memUserSetups();
+Result<void> UserSetups::overwrite() {
+    auto& setups = memories.userSetups;
     if (!setups.UserSetupOverwriteFile) {
-        return std::nullopt;
+        return {};
     }
-    setFlag(setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged, false);
+    setFlag(broker, setups.UserSetupOverwriteFile, VarUserSetupOverwriteFileChanged, false);
     if (isEmpty(setups.UserSetupSave)) {
-        return std::nullopt;
+        return {};
     }
     const std::string name = nameOf(setups.UserSetupSave);
-    std::string target;
-    if (Refusal refusal = checkedSetupPath(name, target)) {
-        return refusal;
+    const Result<std::string> target = checkedSetupPath(name);
+    if (!target) {
+        return target.error();
     }
     std::string source;
     if (renamePending) {
-        if (Refusal refusal = listedPath(setups.UserSetupSelectedFileIndex, source)) {
-            return refusal;
+        const Result<std::string> listed = listedPath(setups.UserSetupSelectedFileIndex);
+        if (!listed) {
+            return listed.error();
         }
+        source = *listed;
     }
-    if (Refusal refusal = renamePending ? move(source, target) : saveAs(name)) {
-        return refusal;
+    if (Result<void> done = renamePending ? move(source, *target) : saveAs(name); !done) {
+        return done;
     }
     setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
-    return std::nullopt;
+    return {};
 }
 
-UserSetups::Refusal UserSetups::writeUnlessTaken(bool isRename, const Writer& write) {
-    auto& setups = gen::memUserSetups();
+Result<void> UserSetups::writeUnlessTaken(bool isRename, const Writer& write) {
+    auto& setups = memories.userSetups;
     if (!isEmpty(setups.UserSetupSave)) {
         const std::string name = nameOf(setups.UserSetupSave);
-        std::string target;
-        if (Refusal refusal = checkedSetupPath(name, target)) {
-            return refusal;
+        const Result<std::string> target = checkedSetupPath(name);
+        if (!target) {
+            return target.error();
         }
-        if (SettingsFolder::isMissing(target)) {
-            if (Refusal refusal = write(name, target)) {
-                return refusal;
+        if (SettingsFolder::isMissing(*target)) {
+            if (Result<void> done = write(name, *target); !done) {
+                return done;
             }
             setVariable(setups.UserSetupSave, Notify{VarUserSetupSaveChanged, 0, 0}, "");
         } else {
-            setFlag(gen::memDeviceState().FileAlreadyExists, VarFileAlreadyExistsChanged, true);
+            setFlag(broker, memories.deviceState.FileAlreadyExists, VarFileAlreadyExistsChanged,
+                    true);
             renamePending = isRename;
         }
     }
-    setFlag(setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
-    return std::nullopt;
+    setFlag(broker, setups.UserSetupFileCheckDone, VarUserSetupFileCheckDoneChanged, true);
+    return {};
 }
 
-UserSetups::Refusal UserSetups::saveAs(const std::string& name) {
+Result<void> UserSetups::saveAs(const std::string& name) {
     if (!store.store(name.c_str())) {
-        return NOT_SAVED;
+        return failure(NOT_SAVED);
     }
-    return std::nullopt;
+    return {};
 }
 
-UserSetups::Refusal UserSetups::move(const std::string& source, const std::string& target) {
+Result<void> UserSetups::move(const std::string& source, const std::string& target) {
     return attempt([&] { std::filesystem::rename(source, target); });
 }
 
-UserSetups::Refusal UserSetups::remove() {
-    auto& setups = gen::memUserSetups();
+Result<void> UserSetups::remove() {
+    auto& setups = memories.userSetups;
     if (!setups.UserSetupDelete) {
-        return std::nullopt;
+        return {};
     }
-    std::string path;
-    if (Refusal refusal = listedPath(setups.UserSetupSelectedFileIndex, path)) {
-        return refusal;
+    const Result<std::string> path = listedPath(setups.UserSetupSelectedFileIndex);
+    if (!path) {
+        return path.error();
     }
-    if (Refusal refusal = attempt([&] {
-            const auto status = std::filesystem::status(path);
+    if (Result<void> done = attempt([&] {
+            const auto status = std::filesystem::status(*path);
             if (std::filesystem::is_directory(status)) {
-                LOG(Error, "Not deleting %s: it is a folder", path.c_str());
+                LOG(Error, "Not deleting %s: it is a folder", path->c_str());
             } else if (std::filesystem::exists(status)) {
-                std::filesystem::remove(path);
+                std::filesystem::remove(*path);
             }
-        })) {
-        return refusal;
+        });
+        !done) {
+        return done;
     }
-    setFlag(setups.UserSetupDelete, VarUserSetupDeleteChanged, false);
-    return std::nullopt;
+    setFlag(broker, setups.UserSetupDelete, VarUserSetupDeleteChanged, false);
+    return {};
 }
 
 std::string UserSetups::listEntry(int32_t index) const {
     if (index < 0 || index >= SLOTS) {
         return {};
     }
-    const auto& slot = gen::memUserSetups().UserSetupList[index].UserSetupFileName;
+    const auto& slot = memories.userSetups.UserSetupList[index].UserSetupFileName;
     return std::string(slot.data(), strnlen(slot.data(), slot.size()));
 }
 
-UserSetups::Refusal UserSetups::listedPath(int32_t index, std::string& path) const {
-    if (index < 0 || index >= gen::memUserSetups().UserSetupListSize) {
-        return INDEX_OUT_OF_RANGE;
+Result<std::string> UserSetups::listedPath(int32_t index) const {
+    if (index < 0 || index >= memories.userSetups.UserSetupListSize) {
+        return failure(INDEX_OUT_OF_RANGE);
     }
     const std::string entry = listEntry(index);
-    const std::optional<std::string> checked = folder.pathOfVisible(entry);
+    Result<std::string> checked = folder.pathOfVisible(entry);
     if (!checked) {
-        return "list entry \"" + entry + "\" is not a file of the settings folder";
+        return failure("list entry \"" + entry + "\" is not a file of the settings folder");
     }
-    path = *checked;
-    return std::nullopt;
+    return checked;
 }
 
-UserSetups::Refusal UserSetups::checkedSetupPath(const std::string& name, std::string& path) const {
-    const std::optional<std::string> checked = folder.setupPath(name);
+Result<std::string> UserSetups::checkedSetupPath(const std::string& name) const {
+    Result<std::string> checked = folder.setupPath(name);
     if (!checked) {
-        return "the user-setup name \"" + name + "\" is not a plain file name";
+        return failure("the user-setup name \"" + name + "\" is not a plain file name");
     }
-    path = *checked;
-    return std::nullopt;
+    return checked;
 }

@@ -24,7 +24,10 @@
 //   the user.
 #pragma once
 
+#include "collaborators.h"
 #include "filebrowsernavigator.h"
+#include "result.h"
+#include "settings-service/serverconnection.h"
 
 #include <array>
 #include <cstddef>
@@ -44,10 +47,12 @@ public:
     static constexpr std::size_t SETUP_NAME_SIZE = 18;
     // Slots of the user-setup list in MemUserSetups.
     static constexpr int SLOTS = 20;
-    // Why a request was refused; nothing when it was carried out or ignored.
-    using Refusal = std::optional<std::string>;
 
-    UserSetups(const SettingsFolder& folder, SettingsStore& store, SettingsLoader& loader);
+    // Serves the dialogue in `memories`' MemUserSetups, posting on `broker`;
+    // a new name is proposed from the time that `wallClock` gives.
+    UserSetups(const SettingsFolder& folder, SettingsStore& store, SettingsLoader& loader,
+               const ServiceMemories& memories, const BrokerLink& broker,
+               std::function<std::time_t()> wallClock);
 
     // Roots the navigator at the settings folder; throws a filesystem error
     // when the folder cannot be resolved.
@@ -57,40 +62,45 @@ public:
     // Removes every entry of the settings folder.
     void removeAll();
 
-    Refusal load();
-    Refusal save();
-    Refusal proposeNew();
-    Refusal rename();
-    Refusal overwrite();
-    Refusal remove();
+    // The request handlers: nothing when the request was carried out or
+    // ignored, otherwise why it was refused.
+    Result<void> load();
+    Result<void> save();
+    Result<void> proposeNew();
+    Result<void> rename();
+    Result<void> overwrite();
+    Result<void> remove();
 
     // The name proposed for a new user setup at `when`, in local time.
     static std::array<char, SETUP_NAME_SIZE> proposedName(std::time_t when);
 
 private:
     // Writes the user setup named `name` at `target`; the reason when it failed.
-    using Writer = std::function<Refusal(const std::string& name, const std::string& target)>;
+    using Writer = std::function<Result<void>(const std::string& name, const std::string& target)>;
 
     // The check of save and rename: when nothing exists at the setup named by
     // UserSetupSave, `write` makes it and the name is cleared; otherwise
     // FileAlreadyExists is raised and the overwrite to confirm is remembered as
     // a rename or a save.  UserSetupFileCheckDone is raised in both cases.
-    Refusal writeUnlessTaken(bool isRename, const Writer& write);
+    Result<void> writeUnlessTaken(bool isRename, const Writer& write);
     // Stores the current settings as the user setup `name`.
-    Refusal saveAs(const std::string& name);
-    Refusal move(const std::string& source, const std::string& target);
+    Result<void> saveAs(const std::string& name);
+    Result<void> move(const std::string& source, const std::string& target);
     // List entry `index` as text; empty outside the slots.
     std::string listEntry(int32_t index) const;
-    // The path of list entry `index` into `path`; the reason when the index is
-    // outside the list or the entry is no plain name of a file in the folder.
-    Refusal listedPath(int32_t index, std::string& path) const;
-    // The path of the user setup `name` into `path`; the reason when the name
-    // is no plain name.
-    Refusal checkedSetupPath(const std::string& name, std::string& path) const;
+    // The path of list entry `index`; the reason when the index is outside the
+    // list or the entry is no plain name of a file in the folder.
+    Result<std::string> listedPath(int32_t index) const;
+    // The path of the user setup `name`; the reason when the name is no plain
+    // name.
+    Result<std::string> checkedSetupPath(const std::string& name) const;
 
     const SettingsFolder& folder;
     SettingsStore& store;
     SettingsLoader& loader;
+    ServiceMemories memories;
+    BrokerLink broker;
+    std::function<std::time_t()> wallClock;
     // The last save or rename met an existing target and was a rename.
     bool renamePending = false;
     FileBrowserNavigator navigator;

@@ -2,8 +2,8 @@
 // their definitions into memories.cpp from the model.
 #pragma once
 
-#include "eventid.h"
-#include "sharedmemory.h"
+#include "settings-service/eventid.h"
+#include "settings-service/sharedmemory.h"
 
 #include <cstdint>
 

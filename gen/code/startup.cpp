@@ -1,11 +1,11 @@
 // The start-up over the generated data of the memories (memorydata.h): creating or opening the
 // memories and writing their start values, the broker connection and the service's subscriptions.
-#include "catalogue.h"
-#include "eventpoll.h"
-#include "log.h"
-#include "memories.h"
 #include "memorydata.h"
-#include "serverconnection.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
+#include "settings-service/memories.h"
+#include "settings-service/serverconnection.h"
 
 #include <bit>
 #include <cstring>
@@ -109,7 +109,11 @@ void subscribeNotifications() {
     if (connection == nullptr) {
         THROW_ERROR("Trying to subscribe without server connection");
     }
-    connection->subscribeEach(std::span(SUBSCRIPTIONS, SUBSCRIPTION_COUNT));
+    subscribeNotifications(*connection);
+}
+
+void subscribeNotifications(ServerConnection& connection) {
+    connection.subscribeEach(std::span(SUBSCRIPTIONS, SUBSCRIPTION_COUNT));
 }
 
 } // namespace gen

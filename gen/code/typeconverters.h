@@ -4,10 +4,10 @@
 // the type's entry of STRUCT_ARRAY.
 #pragma once
 
-#include "catalogue.h"
-#include "converters.h"
-#include "enums.h"
-#include "introspection_enum.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/converters.h"
+#include "settings-service/enums.h"
+#include "settings-service/introspection_enum.h"
 
 #define ENUM_CONVERTERS(Type, NAME_ARRAY)                                                          \
     std::string get##Type##Introspection(const void* address, int index) {                         \

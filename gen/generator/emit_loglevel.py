@@ -1,4 +1,4 @@
-"""Writes log/loglevel.h: gen::LogLevel, the one definition of the log levels, from the model's
+"""Writes log/settings-service/loglevel.h: gen::LogLevel, the one definition of the log levels, from the model's
 log-level enum (catalogue.toml, [log] levels). The log library includes only this header."""
 
 from cpp import render, rows

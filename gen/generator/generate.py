@@ -32,12 +32,12 @@ import releases
 
 def outputs(model):
     return {
-        "log/loglevel.h": emit_loglevel.header(model),
-        "eventid.h": emit_events.header(model),
+        "log/settings-service/loglevel.h": emit_loglevel.header(model),
+        "event/settings-service/eventid.h": emit_events.header(model),
         "eventid.cpp": emit_events.source(model),
-        "records.h": emit_records.header(model),
-        "enums.h": emit_tables.enums_header(model),
-        "converters.h": emit_tables.converters_header(model),
+        "catalogue/settings-service/records.h": emit_records.header(model),
+        "catalogue/settings-service/enums.h": emit_tables.enums_header(model),
+        "catalogue/settings-service/converters.h": emit_tables.converters_header(model),
         "converters.cpp": emit_tables.converters_source(model),
         "tables.cpp": emit_tables.tables_source(model),
         "memories.cpp": emit_memories.source(model),

@@ -1,12 +1,12 @@
 // gen::init and its memory part against the device root's own /dev/shm.
-#include "brokerpeer.h"
-#include "catalogue.h"
+#include "brokerdouble.h"
 #include "child.h"
-#include "eventid.h"
-#include "log.h"
 #include "logline.h"
-#include "memories.h"
-#include "serverconnection.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/eventid.h"
+#include "settings-service/log.h"
+#include "settings-service/memories.h"
+#include "settings-service/serverconnection.h"
 
 #include <cstdio>
 #include <cstring>
@@ -148,7 +148,7 @@ TEST(CatalogueInit, ClientsOpenWithoutWriting) {
 }
 
 TEST(CatalogueInit, InitConnectsSubscribesAndTakesTheLogLevel) {
-    BrokerPeer broker;
+    BrokerDouble broker;
     gen::init();
     ASSERT_NE(gServerConnection, nullptr);
     EXPECT_EQ(reinterpret_cast<uint8_t*>(gComponentLogLevel), gMemApp + 20);

@@ -2,10 +2,10 @@
 // record size, every variable's offset, element size and type, and every
 // struct type's size and member offsets.  The ARM build compares its output
 // with the host build's, so both targets are shown to share one layout.
-#include "catalogue.h"
-#include "memories.h"
-#include "records.h"
-#include "sharedmemory.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/memories.h"
+#include "settings-service/records.h"
+#include "settings-service/sharedmemory.h"
 
 #include <cstdio>
 

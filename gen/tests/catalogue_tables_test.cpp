@@ -1,13 +1,13 @@
 // The generated catalogue checked from C++ on the target: the facts that other programs rely
 // on, and the C++ layout against the generator's JSON catalogue (the same document for every
 // target, so a pass on x86-64 and on ARM shows the same layout on both).
-#include "catalogue.h"
-#include "enums.h"
-#include "eventid.h"
-#include "introspection.h"
-#include "memories.h"
-#include "records.h"
-#include "setters.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/enums.h"
+#include "settings-service/eventid.h"
+#include "settings-service/introspection.h"
+#include "settings-service/memories.h"
+#include "settings-service/records.h"
+#include "settings-service/setters.h"
 
 #include <algorithm>
 #include <cstring>

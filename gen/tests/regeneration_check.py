@@ -15,8 +15,10 @@ import subprocess
 import sys
 
 NOTE = "// Generated from gen/model by gen/generator. Do not edit."
-OUTPUTS = ("log/loglevel.h", "eventid.h", "eventid.cpp", "records.h", "enums.h", "converters.h",
-           "converters.cpp", "tables.cpp", "memories.cpp", "catalogue.json", "history.cpp")
+OUTPUTS = ("log/settings-service/loglevel.h", "event/settings-service/eventid.h", "eventid.cpp",
+           "catalogue/settings-service/records.h", "catalogue/settings-service/enums.h",
+           "catalogue/settings-service/converters.h", "converters.cpp", "tables.cpp", "memories.cpp",
+           "catalogue.json", "history.cpp")
 
 
 def inputs_of(ninja, build_dir, output):

@@ -26,7 +26,8 @@ class GeneratorTest(ModelCopy):
     def test_the_model_generates(self):
         result = self.run_generator()
         self.assertEqual(result.returncode, 0, result.stderr)
-        for name in ("eventid.h", "records.h", "tables.cpp", "memories.cpp", "catalogue.json"):
+        for name in ("event/settings-service/eventid.h", "catalogue/settings-service/records.h",
+                     "tables.cpp", "memories.cpp", "catalogue.json"):
             self.assertTrue((self.out / name).exists(), name)
 
     def test_the_start_and_log_policy_come_from_the_model(self):
@@ -47,14 +48,14 @@ class GeneratorTest(ModelCopy):
     def test_the_log_levels_come_from_the_model(self):
         result = self.run_generator()
         self.assertEqual(result.returncode, 0, result.stderr)
-        header = (self.out / "log" / "loglevel.h").read_text()
+        header = (self.out / "log" / "settings-service" / "loglevel.h").read_text()
         self.assertIn("enum LogLevel : int {\n    DebugAll = 0,\n    DebugMost = 1,\n"
                       "    DebugLight = 2,\n    LogAll = 3,\n    LogMost = 4,\n    LogLight = 5,\n"
                       "    Warn = 6,\n    Error = 7,\n};", header)
 
     def test_only_changed_outputs_are_rewritten(self):
         self.assertEqual(self.run_generator().returncode, 0)
-        header, memories = self.out / "log" / "loglevel.h", self.out / "memories.cpp"
+        header, memories = self.out / "log" / "settings-service" / "loglevel.h", self.out / "memories.cpp"
         for path in (header, memories):
             os.utime(path, (1, 1))
         self.edit(PERSISTENT, "min = \"1\", max = \"4\", default = 2, event = 173",

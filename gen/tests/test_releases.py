@@ -38,7 +38,7 @@ class AfterModelTest(ModelCopy):
         for row in ('{0, 4, "Volume"},', "{0, 7},", '{1, "Teal", 1},', '{2, "Zenith", 1},',
                     '{0, "Legacy", 11, "the unit always works the new way"},'):
             self.assertIn(row, history)
-        self.assertIn("VarLegacyChanged = 11,", (self.out / "eventid.h").read_text())
+        self.assertIn("VarLegacyChanged = 11,", (self.out / "event" / "settings-service" / "eventid.h").read_text())
 
     # a. a persistent variable gone
     def test_a_renamed_variable_without_formerly(self):

@@ -8,7 +8,7 @@
 // so the lines built here are the text after it.
 #pragma once
 
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <gtest/gtest.h>
 #include <string>

@@ -1,4 +1,4 @@
-#include "brokerprotocol.h"
+#include "settings-service/brokerprotocol.h"
 
 #include <cerrno>
 #include <cstring>

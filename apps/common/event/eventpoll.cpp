@@ -1,6 +1,6 @@
-#include "eventpoll.h"
+#include "settings-service/eventpoll.h"
 
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <atomic>
 #include <cerrno>

@@ -1,6 +1,6 @@
-#include "serverconnection.h"
+#include "settings-service/serverconnection.h"
 
-#include "log.h"
+#include "settings-service/log.h"
 #include "writefully.h"
 
 #include <cerrno>

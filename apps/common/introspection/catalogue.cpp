@@ -1,6 +1,6 @@
-#include "catalogue.h"
+#include "settings-service/catalogue.h"
 
-#include "log.h"
+#include "settings-service/log.h"
 
 namespace {
 constexpr CatalogueTables EMPTY_CATALOGUE{nullptr, 0, nullptr, 0, nullptr, 0};

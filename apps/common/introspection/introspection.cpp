@@ -1,7 +1,7 @@
-#include "introspection.h"
+#include "settings-service/introspection.h"
 
-#include "log.h"
 #include "setjson.h"
+#include "settings-service/log.h"
 #include "valuecodec.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #include "setjson.h"
 
-#include "catalogue.h"
-#include "introspection.h"
-#include "serverconnection.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
+#include "settings-service/serverconnection.h"
 #include "structwalk.h"
 #include "valuecodec.h"
 

@@ -27,8 +27,8 @@
 //   stored byte changed; a call that changes nothing posts nothing.
 #pragma once
 
-#include "json.h"
-#include "notify.h"
+#include "settings-service/json.h"
+#include "settings-service/notify.h"
 
 #include <cstdint>
 #include <string>

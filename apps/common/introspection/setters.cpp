@@ -1,7 +1,7 @@
-#include "setters.h"
+#include "settings-service/setters.h"
 
-#include "catalogue.h"
-#include "log.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/log.h"
 #include "valuecodec.h"
 
 #include <optional>

@@ -16,9 +16,9 @@
 // array elements as in "Outer.Inner[2].Field", joined by "; ".
 #pragma once
 
-#include "catalogue.h"
-#include "introspection.h"
-#include "json.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
+#include "settings-service/json.h"
 #include "valuecodec.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "valuecodec.h"
 
-#include "introspection.h"
+#include "settings-service/introspection.h"
 
 #include <cerrno>
 #include <cfloat>

@@ -70,8 +70,8 @@
 //   other programs that read the settings document read it too.
 #pragma once
 
-#include "catalogue.h"
-#include "json.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/json.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "valuecodec.h"
 
-#include "introspection.h"
-#include "json.h"
+#include "settings-service/introspection.h"
+#include "settings-service/json.h"
 #include "structwalk.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
-#include "introspection_enum.h"
+#include "settings-service/introspection_enum.h"
 
-#include "log.h"
-#include "setters.h"
+#include "settings-service/log.h"
+#include "settings-service/setters.h"
 #include "valuecodec.h"
 
 namespace IntrospectionEnum {

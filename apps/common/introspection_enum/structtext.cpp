@@ -1,11 +1,11 @@
-#include "introspection_enum.h"
+#include "settings-service/introspection_enum.h"
 
-#include "introspection.h"
-#include "json.h"
-#include "log.h"
 #include "printers.h"
 #include "setjson.h"
-#include "setters.h"
+#include "settings-service/introspection.h"
+#include "settings-service/json.h"
+#include "settings-service/log.h"
+#include "settings-service/setters.h"
 
 #include <cstring>
 

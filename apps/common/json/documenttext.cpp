@@ -1,6 +1,6 @@
 #include "documenttext.h"
 
-#include "json.h"
+#include "settings-service/json.h"
 
 #include <charconv>
 #include <cstddef>

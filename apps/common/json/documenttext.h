@@ -27,7 +27,7 @@
 // Every other line, a cut last line among them, cannot be read.
 #pragma once
 
-#include "json.h"
+#include "settings-service/json.h"
 
 #include <string>
 #include <string_view>

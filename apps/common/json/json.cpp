@@ -1,4 +1,4 @@
-#include "json.h"
+#include "settings-service/json.h"
 
 #include <stdexcept>
 

@@ -1,4 +1,4 @@
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <cerrno>
 #include <cstdio>

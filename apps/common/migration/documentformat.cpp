@@ -1,8 +1,8 @@
 #include "documentformat.h"
 
 #include "documenttext.h"
-#include "introspection.h"
 #include "printers.h"
+#include "settings-service/introspection.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 // "[" elements joined by "," "]".
 #pragma once
 
-#include "catalogue.h"
+#include "settings-service/catalogue.h"
 
 #include <cstdint>
 #include <string>

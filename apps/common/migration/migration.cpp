@@ -1,10 +1,10 @@
 #include "migration.h"
 
-#include "catalogue.h"
 #include "documentformat.h"
 #include "documenttext.h"
 #include "history.h"
-#include "introspection.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
 #include "valuecodec.h"
 
 namespace Migration {

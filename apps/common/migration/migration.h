@@ -33,7 +33,7 @@
 //   stores each value in turn; the last one stays.
 #pragma once
 
-#include "json.h"
+#include "settings-service/json.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,7 +1,7 @@
-#include "sharedmemory.h"
+#include "settings-service/sharedmemory.h"
 
-#include "log.h"
 #include "ownership.h"
+#include "settings-service/log.h"
 
 #include <cerrno>
 #include <cstring>

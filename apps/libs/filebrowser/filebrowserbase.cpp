@@ -1,6 +1,6 @@
 #include "filebrowserbase.h"
 
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <system_error>
 

@@ -2,7 +2,7 @@
 // index maps to an entry of the current listing).
 #include "filebrowserbase.h"
 
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <algorithm>
 #include <system_error>

@@ -2,7 +2,7 @@
 // the index-based operations of FileBrowserBase.
 #include "filebrowserbase.h"
 
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <set>
 #include <strings.h>

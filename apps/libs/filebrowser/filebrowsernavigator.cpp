@@ -1,6 +1,6 @@
 #include "filebrowsernavigator.h"
 
-#include "log.h"
+#include "settings-service/log.h"
 
 namespace fs = std::filesystem;
 

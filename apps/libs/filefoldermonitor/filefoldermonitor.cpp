@@ -1,6 +1,6 @@
 #include "filefoldermonitor.h"
 
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <cerrno>
 #include <stdexcept>

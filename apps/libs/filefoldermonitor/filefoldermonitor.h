@@ -17,7 +17,7 @@
 // - open() on a monitor that is already open closes it first.
 #pragma once
 
-#include "eventpoll.h"
+#include "settings-service/eventpoll.h"
 
 #include <cstdint>
 #include <functional>

@@ -17,8 +17,8 @@
 // its command history backwards (the last SubscribeAll, UnsubscribeAll, or
 // Subscribe/Unsubscribe of that id wins; none: not subscribed); a
 // Subscribe/Unsubscribe of an id outside the event table decides nothing.
-#include "brokerprotocol.h"
 #include "routing.h"
+#include "settings-service/brokerprotocol.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -13,6 +14,7 @@ namespace {
 
 const std::string FOLDER = "/tmp/atomic/";
 
+using servicetest::errorText;
 using servicetest::readFile;
 using servicetest::writeFile;
 
@@ -50,7 +52,7 @@ TEST(AtomicFileNames, TheTemporaryFileIsAHiddenSiblingOfTheTarget) {
 }
 
 TEST_F(AtomicFileTest, WriteCreatesTheFileAndLeavesNoTemporaryFile) {
-    EXPECT_EQ(AtomicFile::write(FOLDER + "a.stp", "content"), "");
+    EXPECT_EQ(errorText(AtomicFile::write(FOLDER + "a.stp", "content")), "");
     EXPECT_EQ(readFile(FOLDER + "a.stp"), "content");
     EXPECT_EQ(names(), std::vector<std::string>{"a.stp"});
 }
@@ -58,7 +60,7 @@ TEST_F(AtomicFileTest, WriteCreatesTheFileAndLeavesNoTemporaryFile) {
 TEST_F(AtomicFileTest, WriteReplacesTheFileWithANewOne) {
     writeFile(FOLDER + "a.stp", std::string(5000, 'x'));
     std::ifstream old(FOLDER + "a.stp", std::ios::binary);
-    EXPECT_EQ(AtomicFile::write(FOLDER + "a.stp", "short"), "");
+    EXPECT_EQ(errorText(AtomicFile::write(FOLDER + "a.stp", "short")), "");
     EXPECT_EQ(readFile(FOLDER + "a.stp"), "short");
     std::ostringstream before;
     before << old.rdbuf();
@@ -69,7 +71,7 @@ TEST_F(AtomicFileTest, WriteReplacesTheFileWithANewOne) {
 TEST_F(AtomicFileTest, AFolderThatCannotBeWrittenFailsAndKeepsTheOldFile) {
     writeFile(FOLDER + "a.stp", "old");
     ASSERT_EQ(::chmod(FOLDER.c_str(), 0555), 0);
-    EXPECT_EQ(AtomicFile::write(FOLDER + "a.stp", "new"),
+    EXPECT_EQ(errorText(AtomicFile::write(FOLDER + "a.stp", "new")),
               "create /tmp/atomic/.a.stp.tmp: Permission denied");
     EXPECT_EQ(readFile(FOLDER + "a.stp"), "old");
 }
@@ -77,7 +79,7 @@ TEST_F(AtomicFileTest, AFolderThatCannotBeWrittenFailsAndKeepsTheOldFile) {
 TEST_F(AtomicFileTest, AFolderInThePlaceOfTheTargetFailsAndIsLeftAlone) {
     std::filesystem::create_directory(FOLDER + "a.stp");
     writeFile(FOLDER + "a.stp/inside", "kept");
-    EXPECT_EQ(AtomicFile::write(FOLDER + "a.stp", "new"),
+    EXPECT_EQ(errorText(AtomicFile::write(FOLDER + "a.stp", "new")),
               "rename to /tmp/atomic/a.stp: Is a directory");
     EXPECT_EQ(readFile(FOLDER + "a.stp/inside"), "kept");
     EXPECT_EQ(names(), std::vector<std::string>{"a.stp"});
@@ -88,26 +90,35 @@ TEST_F(AtomicFileTest, AWriteThatRunsOutOfSpaceFailsAndKeepsTheOldFile) {
     std::string error;
     {
         const servicetest::FileSizeLimit full(100);
-        error = AtomicFile::write(FOLDER + "a.stp", std::string(1000, 'n'));
+        error = errorText(AtomicFile::write(FOLDER + "a.stp", std::string(1000, 'n')));
     }
     EXPECT_EQ(error, "write /tmp/atomic/.a.stp.tmp: File too large");
     EXPECT_EQ(readFile(FOLDER + "a.stp"), "old");
     EXPECT_EQ(names(), std::vector<std::string>{"a.stp"});
 }
 
+TEST_F(AtomicFileTest, AFailureCarriesTheSystemsCodeAndWhereItWasFound) {
+    ASSERT_EQ(::chmod(FOLDER.c_str(), 0555), 0);
+    const Result<void> result = AtomicFile::write(FOLDER + "a.stp", "new");
+    ASSERT_FALSE(result.ok());
+    EXPECT_EQ(result.error().code, EACCES);
+    EXPECT_EQ(std::filesystem::path(result.error().file).filename(), "atomicfile.cpp");
+    EXPECT_GT(result.error().line, 0);
+}
+
 TEST_F(AtomicFileTest, LinkOverReplacesTheLinkWithTheExistingFile) {
     writeFile(FOLDER + "a.stp", "first");
     writeFile(FOLDER + "b.stp", "older");
-    EXPECT_EQ(AtomicFile::linkOver(FOLDER + "a.stp", FOLDER + "b.stp"), "");
+    EXPECT_EQ(errorText(AtomicFile::linkOver(FOLDER + "a.stp", FOLDER + "b.stp")), "");
     EXPECT_EQ(readFile(FOLDER + "b.stp"), "first");
-    EXPECT_EQ(AtomicFile::write(FOLDER + "a.stp", "second"), "");
+    EXPECT_EQ(errorText(AtomicFile::write(FOLDER + "a.stp", "second")), "");
     EXPECT_EQ(readFile(FOLDER + "b.stp"), "first");
     EXPECT_EQ(names(), (std::vector<std::string>{"a.stp", "b.stp"}));
 }
 
 TEST_F(AtomicFileTest, LinkOverOfAMissingFileFailsAndKeepsTheLink) {
     writeFile(FOLDER + "b.stp", "older");
-    EXPECT_EQ(AtomicFile::linkOver(FOLDER + "none.stp", FOLDER + "b.stp"),
+    EXPECT_EQ(errorText(AtomicFile::linkOver(FOLDER + "none.stp", FOLDER + "b.stp")),
               "link /tmp/atomic/.b.stp.tmp: No such file or directory");
     EXPECT_EQ(readFile(FOLDER + "b.stp"), "older");
     EXPECT_EQ(names(), std::vector<std::string>{"b.stp"});

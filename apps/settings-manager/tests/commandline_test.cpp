@@ -3,11 +3,13 @@
 #include "instancelock.h"
 #include "kmsgcapture.h"
 #include "logline.h"
+#include "resulttext.h"
 #include "version.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -15,6 +17,8 @@
 #include <vector>
 
 namespace {
+
+using testsupport::errorText;
 
 struct Outcome {
     CommandLine::Action action;
@@ -83,33 +87,35 @@ TEST(CommandLine, AnythingElseIsAUsageError) {
 TEST(InstanceLock, OnlyOneHolderAtATime) {
     const std::string path = "/tmp/lock/instance.lock";
     std::filesystem::remove_all("/tmp/lock");
-    std::string error;
     {
         InstanceLock first(path);
-        ASSERT_TRUE(first.take(error)) << error;
+        ASSERT_TRUE(first.take().ok());
         InstanceLock second(path);
-        EXPECT_FALSE(second.take(error));
-        EXPECT_EQ(error, "already running (another instance holds /tmp/lock/instance.lock)");
+        const Result<void> refused = second.take();
+        EXPECT_FALSE(refused.ok());
+        EXPECT_EQ(errorText(refused),
+                  "already running (another instance holds /tmp/lock/instance.lock)");
     }
     InstanceLock third(path);
-    EXPECT_TRUE(third.take(error)) << error;
+    const Result<void> taken = third.take();
+    EXPECT_TRUE(taken.ok()) << errorText(taken);
 }
 
 TEST(InstanceLock, ALockFileThatCannotBeMadeIsReported) {
     InstanceLock lock("/nonexistent/lock/instance.lock");
-    std::string error;
-    EXPECT_FALSE(lock.take(error));
-    EXPECT_EQ(error, "cannot create /nonexistent/lock: No such file or directory");
+    const Result<void> refused = lock.take();
+    EXPECT_FALSE(refused.ok());
+    EXPECT_EQ(errorText(refused), "cannot create /nonexistent/lock: No such file or directory");
+    EXPECT_EQ(refused.error().code, ENOENT);
 }
 
 TEST(InstanceLock, TheFolderAndTheFileGetTheirModesWhateverTheUmask) {
     std::filesystem::remove_all("/tmp/lock");
     const mode_t mask = ::umask(0);
-    std::string error;
     InstanceLock lock("/tmp/lock/instance.lock");
-    const bool taken = lock.take(error);
+    const Result<void> taken = lock.take();
     ::umask(mask);
-    ASSERT_TRUE(taken) << error;
+    ASSERT_TRUE(taken.ok()) << errorText(taken);
     struct stat status {};
     ASSERT_EQ(::stat("/tmp/lock", &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0700u);
@@ -121,9 +127,8 @@ TEST(InstanceLock, AnOwnFolderIsClosedToOthers) {
     std::filesystem::remove_all("/tmp/lock");
     ASSERT_EQ(::mkdir("/tmp/lock", 0777), 0);
     ASSERT_EQ(::chmod("/tmp/lock", 0777), 0);
-    std::string error;
     InstanceLock lock("/tmp/lock/instance.lock");
-    ASSERT_TRUE(lock.take(error)) << error;
+    ASSERT_TRUE(lock.take().ok());
     struct stat status {};
     ASSERT_EQ(::stat("/tmp/lock", &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0700u);
@@ -135,10 +140,9 @@ TEST(InstanceLock, LinksInThePlaceOfTheFolderOrTheFileAreRemovedAndNamed) {
     std::filesystem::create_directory("/tmp/elsewhere");
     std::filesystem::create_directory_symlink("/tmp/elsewhere", "/tmp/lock");
     testsupport::KmsgCapture log;
-    std::string error;
     {
         InstanceLock lock("/tmp/lock/instance.lock");
-        ASSERT_TRUE(lock.take(error)) << error;
+        ASSERT_TRUE(lock.take().ok());
     }
     EXPECT_TRUE(std::filesystem::is_directory(std::filesystem::symlink_status("/tmp/lock")));
     EXPECT_FALSE(std::filesystem::exists("/tmp/elsewhere/instance.lock"));
@@ -147,7 +151,7 @@ TEST(InstanceLock, LinksInThePlaceOfTheFolderOrTheFileAreRemovedAndNamed) {
     std::filesystem::create_symlink("/tmp/elsewhere/target", "/tmp/lock/instance.lock");
     {
         InstanceLock lock("/tmp/lock/instance.lock");
-        ASSERT_TRUE(lock.take(error)) << error;
+        ASSERT_TRUE(lock.take().ok());
     }
     EXPECT_TRUE(std::filesystem::is_regular_file(
         std::filesystem::symlink_status("/tmp/lock/instance.lock")));

@@ -2,7 +2,7 @@
 // loader's parseJsonStringStreamAndSetValues on a service whose memories
 // this process created.
 //
-// The seam: the service starts against a broker endpoint of this process
+// The seam: the service starts against the broker double of this process
 // (its socket and readiness semaphore), and its connection is then pointed at
 // /dev/null, so every post of the loader and the setters costs one write and
 // no broker.  The kernel log is pointed at /dev/null too, so that millions of
@@ -15,13 +15,13 @@
 //   the same document again (every stored value round-trips through it).
 // Both depend on the memory's bytes only, so a state met before is not
 // checked again.
-#include "brokerendpoint.h"
-#include "brokerprotocol.h"
+#include "brokerdouble.h"
 #include "documenttext.h"
-#include "introspection.h"
-#include "memories.h"
-#include "records.h"
-#include "serverconnection.h"
+#include "settings-service/brokerprotocol.h"
+#include "settings-service/introspection.h"
+#include "settings-service/memories.h"
+#include "settings-service/records.h"
+#include "settings-service/serverconnection.h"
 #include "settingsmanager.h"
 
 #include <cstddef>
@@ -126,7 +126,7 @@ private:
         }
     }
 
-    BrokerEndpoint endpoint;
+    BrokerDouble broker;
     SettingsManager service;
     uint32_t memory;
     gen::MemPersistentRecord defaults;

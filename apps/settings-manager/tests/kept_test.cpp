@@ -5,8 +5,8 @@
 #include "keptsettings.h"
 #include "kmsgcapture.h"
 #include "logline.h"
-#include "records.h"
 #include "servicefixture.h"
+#include "settings-service/records.h"
 
 #include <chrono>
 #include <filesystem>

@@ -1,12 +1,12 @@
 // The service's lifecycle: construction, start-up with its folder and
 // readiness signal, the once-a-second save of the loop and its retries, the
 // folder monitor's callback, and shutdown.
-#include "eventpoll.h"
 #include "kmsgcapture.h"
 #include "logline.h"
-#include "memories.h"
-#include "records.h"
 #include "servicefixture.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/memories.h"
+#include "settings-service/records.h"
 
 #include <algorithm>
 #include <chrono>
@@ -317,7 +317,7 @@ class ForkedServiceTest : public testing::Test {
 protected:
     void SetUp() override {
         std::filesystem::remove_all(SETUPS);
-        broker = std::make_unique<BrokerStandIn>();
+        broker = std::make_unique<BrokerDouble>();
     }
     void TearDown() override {
         for (int& end : ready) {
@@ -340,11 +340,11 @@ protected:
         if (child == 0) {
             runService(true, ready[1]);
         }
-        broker->accept();
+        acceptService(*broker);
         pollfd started{ready[0], POLLIN, 0};
         return ::poll(&started, 1, 20000) == 1 ? child : -1;
     }
-    std::unique_ptr<BrokerStandIn> broker;
+    std::unique_ptr<BrokerDouble> broker;
     std::unique_ptr<ReadinessSignals> readiness;
     int ready[2] = {-1, -1};
 };
@@ -365,7 +365,7 @@ TEST_F(ForkedServiceTest, TheParentIsSignalledExactlyOnceAfterTheSettingsAreLoad
         service->close();
         _exit(started ? 0 : INIT_FAILED);
     }
-    broker->accept();
+    acceptService(*broker);
     const std::vector<pid_t> first = readiness.next(20s);
     ASSERT_EQ(first, std::vector<pid_t>{child});
     gen::openMemories();
@@ -387,7 +387,7 @@ TEST_F(ForkedServiceTest, AFolderThatCannotBeCreatedDoesNotSignalTheParent) {
     if (child == 0) {
         runService(true, -1);
     }
-    broker->accept();
+    acceptService(*broker);
     const int status = waitFor(child, 20s);
     ::chmod("/var", varMode);
     EXPECT_TRUE(readiness.next(300ms).empty());
@@ -420,7 +420,7 @@ TEST_F(ForkedServiceTest, UnderADebuggerTheProcessNamedSuperIsSignalledInstead) 
         ::execl("/tmp/gdb/sleep", "sleep", "60", static_cast<char*>(nullptr));
         _exit(127);
     }
-    broker->accept();
+    acceptService(*broker);
     EXPECT_TRUE(exitedWith(waitFor(supervisor, 40s), 0));
     ::kill(debugger, SIGTERM);
     EXPECT_TRUE(killedBy(waitFor(debugger, 10s), SIGTERM));
@@ -539,8 +539,8 @@ TEST_F(ForkedServiceTest, ABrokerThatGoesAwayIsReachedAgainAndWhatHappenedMeanwh
 
     CurrentFileWrites files;
     const auto back = Clock::now();
-    broker = std::make_unique<BrokerStandIn>();
-    broker->accept();
+    broker = std::make_unique<BrokerDouble>();
+    acceptService(*broker);
     const std::size_t subscriptions = 2 * SUBSCRIPTION_COUNT;
     std::vector<Notify> records = broker->receive(subscriptions + 3, 5000);
     ASSERT_GE(records.size(), subscriptions + 3);

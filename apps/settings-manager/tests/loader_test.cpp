@@ -1,12 +1,12 @@
 // Loading settings documents into MemPersistent: the unsubscribe/subscribe
 // bracket, skipped keys, range checks, setter errors, parse errors, struct
 // arrays, missing files, the defaults and the factory reset.
-#include "introspection.h"
 #include "kmsgcapture.h"
 #include "logline.h"
 #include "productinfo.h"
-#include "records.h"
 #include "servicefixture.h"
+#include "settings-service/introspection.h"
+#include "settings-service/records.h"
 #include "settingsfolder.h"
 #include "settingsloader.h"
 #include "settingsstore.h"
@@ -325,13 +325,7 @@ TEST_F(LoaderTest, FactoryResetDeletesTheFolderRestoresDefaultsAndClearsTheFlag)
 }
 
 // The loader on its own: reading and applying a file through the folder.
-class SettingsLoaderTest : public ServiceTest {
-protected:
-    SettingsFolder folder;
-    ProductInfo product;
-    SettingsStore store{folder, product, Introspection::getMemIndex("MemPersistent")};
-    SettingsLoader loader{folder, store, Introspection::getMemIndex("MemPersistent")};
-};
+class SettingsLoaderTest : public ServiceClassTest {};
 
 TEST_F(SettingsLoaderTest, AFileInTheFolderIsAppliedAndAFileOutsideIsNot) {
     std::filesystem::create_directory(SETUPS);

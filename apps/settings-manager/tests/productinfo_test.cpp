@@ -6,8 +6,8 @@
 #include "kmsgcapture.h"
 #include "logline.h"
 #include "productinfo.h"
-#include "records.h"
 #include "servicefixture.h"
+#include "settings-service/records.h"
 
 #include <unistd.h>
 
@@ -100,9 +100,12 @@ TEST_F(ProductInfoTest, PublishingAnUnchangedValuePostsNoEvent) {
     EXPECT_STREQ(gen::memPersistent().ProductName.data(), "Falcon 3");
 }
 
-TEST_F(ProductInfoTest, TheIdentityIsKeptAndPublishedByItsOwnObject) {
+// The product information on its own, publishing into the memories it is given.
+class ProductInfoClassTest : public ServiceClassTest {};
+
+TEST_F(ProductInfoClassTest, TheIdentityIsKeptAndPublishedByItsOwnObject) {
     writeRecord("Heron 2", "SN-7", "1.0");
-    ProductInfo product;
+    ProductInfo product(memories);
     EXPECT_EQ(product.name(), "");
     product.readHardwareIdentity();
     product.readSoftwareIdentity();

@@ -1,8 +1,8 @@
 // The backup of ".current.stp" and the start-up recovery from a damaged file.
 #include "kmsgcapture.h"
 #include "logline.h"
-#include "records.h"
 #include "servicefixture.h"
+#include "settings-service/records.h"
 
 #include <filesystem>
 #include <fstream>

@@ -9,10 +9,10 @@
 // ".current.stp.kept" with its value as it stood: none silently gone.
 #include "documentformat.h"
 #include "documenttext.h"
-#include "introspection.h"
 #include "keptsettings.h"
 #include "migration.h"
 #include "servicefixture.h"
+#include "settings-service/introspection.h"
 #include "settingsfolder.h"
 
 #include <nlohmann/json.hpp>

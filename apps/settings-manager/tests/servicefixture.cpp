@@ -1,6 +1,9 @@
 #include "servicefixture.h"
 
-#include "introspection.h"
+#include "settings-service/introspection.h"
+#include "settings-service/log.h"
+#include "settings-service/memories.h"
+#include "settings-service/records.h"
 
 #include <csignal>
 #include <filesystem>
@@ -11,7 +14,7 @@
 
 namespace servicetest {
 
-BrokerStandIn* ServiceTest::broker = nullptr;
+BrokerDouble* ServiceTest::broker = nullptr;
 
 std::string readFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -27,6 +30,12 @@ void writeFile(const std::string& path, const std::string& text) {
 
 bool exists(const std::string& path) {
     return std::filesystem::exists(path);
+}
+
+void acceptService(BrokerDouble& broker) {
+    if (broker.accept(10000, BrokerDouble::Reading::InBackground) < 0) {
+        throw std::runtime_error("the service did not connect");
+    }
 }
 
 std::vector<EventId> ids(const std::vector<Notify>& records) {
@@ -69,7 +78,7 @@ FileSizeLimit::~FileSizeLimit() {
 }
 
 void ServiceTest::SetUpTestSuite() {
-    broker = new BrokerStandIn;
+    broker = new BrokerDouble;
 }
 
 void ServiceTest::TearDownTestSuite() {
@@ -90,12 +99,37 @@ void ServiceTest::TearDown() {
 void ServiceTest::startService() {
     service.reset();
     service = std::make_unique<SettingsManager>();
-    broker->accept();
+    acceptService(*broker);
     ASSERT_TRUE(isSubscriptionSequence(broker->receive(2 * SUBSCRIPTION_COUNT, 5000)));
 }
 
 std::vector<Notify> ServiceTest::posted() {
-    return broker->received();
+    return broker->receivedOnceQuiet();
+}
+
+TestDevice::TestDevice(BrokerDouble& broker) {
+    std::filesystem::remove_all(SETUPS);
+    gen::initMemories();
+    gComponentLogLevel =
+        reinterpret_cast<gen::LogLevel*>(&gen::memApp().AppSettingsManagerLogLevel);
+    gServerConnection = new ServerConnection(gen::getEventPoll());
+    acceptService(broker);
+}
+
+TestDevice::~TestDevice() {
+    gen::closeServerConnection();
+    std::filesystem::remove_all(SETUPS);
+}
+
+std::time_t ServiceClassTest::localTime(int year, int month, int day, int hour, int minute) {
+    std::tm fields{};
+    fields.tm_year = year - 1900;
+    fields.tm_mon = month - 1;
+    fields.tm_mday = day;
+    fields.tm_hour = hour;
+    fields.tm_min = minute;
+    fields.tm_isdst = -1;
+    return std::mktime(&fields);
 }
 
 } // namespace servicetest

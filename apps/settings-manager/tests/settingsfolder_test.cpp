@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -47,6 +48,8 @@ TEST(SettingsFolderNames, APathIsHandedOutOnlyWhenItStaysDirectlyInTheFolder) {
     for (const char* name : {"", ".", "..", "../escaped.stp", "x/a.stp", "x/../../a"}) {
         EXPECT_FALSE(folder.pathOf(name)) << name;
     }
+    EXPECT_EQ(folder.pathOf("../escaped.stp").error().text,
+              "the name does not stay inside the settings folder");
 }
 
 TEST(SettingsFolderNames, NamesFromTheUserInterfaceMustBePlainNames) {
@@ -58,6 +61,7 @@ TEST(SettingsFolderNames, NamesFromTheUserInterfaceMustBePlainNames) {
         EXPECT_FALSE(folder.setupPath(name)) << name;
         EXPECT_FALSE(folder.pathOfVisible(name)) << name;
     }
+    EXPECT_EQ(folder.setupPath("a/b").error().text, "\"a/b.stp\" is not a plain file name");
 }
 
 TEST_F(SettingsFolderTest, MissingMeansNothingIsThere) {
@@ -76,6 +80,7 @@ TEST_F(SettingsFolderTest, ASettingsFileIsReadWithoutItsByteOrderMark) {
 
 TEST_F(SettingsFolderTest, OnlyRegularFilesInTheFolderAreRead) {
     EXPECT_FALSE(folder.readText("Missing.stp"));
+    EXPECT_EQ(folder.readText("Missing.stp").error().code, ENOENT);
     std::filesystem::create_directory(std::string(SETUPS) + "Folder");
     EXPECT_FALSE(folder.readText("Folder"));
     writeFile("/var/Outside.stp", "{}");

@@ -1,11 +1,11 @@
 // Change tracking and the settings document: addUpdate, the document's exact
 // form, and writing files.
-#include "introspection.h"
 #include "kmsgcapture.h"
 #include "logline.h"
 #include "productinfo.h"
-#include "records.h"
 #include "servicefixture.h"
+#include "settings-service/introspection.h"
+#include "settings-service/records.h"
 #include "settingsfolder.h"
 #include "settingsstore.h"
 
@@ -192,12 +192,7 @@ TEST_F(StoreTest, TextsWithQuotesBackslashesAndControlCharactersReadBackAsTheyWe
 }
 
 // The store on its own: what it writes, and when it stays dirty.
-class SettingsStoreTest : public ServiceTest {
-protected:
-    SettingsFolder folder;
-    ProductInfo product;
-    SettingsStore store{folder, product, Introspection::getMemIndex("MemPersistent")};
-};
+class SettingsStoreTest : public ServiceClassTest {};
 
 TEST_F(SettingsStoreTest, SavingWhenDirtyWritesTheCurrentFileOnceAndClearsDirty) {
     std::filesystem::create_directory(SETUPS);

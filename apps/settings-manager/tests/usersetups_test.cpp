@@ -1,10 +1,10 @@
 // User setups: the list in MemUserSetups and the dialogue's requests.
-#include "introspection.h"
 #include "kmsgcapture.h"
 #include "logline.h"
 #include "productinfo.h"
-#include "records.h"
 #include "servicefixture.h"
+#include "settings-service/introspection.h"
+#include "settings-service/records.h"
 #include "settingsfolder.h"
 #include "settingsloader.h"
 #include "settingsstore.h"
@@ -571,14 +571,23 @@ TEST_F(RefusedRequestsTest, ANameWithoutTerminatorIsReadNoFurtherThanItsVariable
 
 // The dialogue on its own: a request it cannot carry out is answered with the
 // reason as a value, and it logs nothing itself.
-class UserSetupDialogueTest : public UserSetupsTest {
+class UserSetupDialogueTest : public ServiceClassTest {
 protected:
-    SettingsFolder folder;
-    ProductInfo product;
-    SettingsStore store{folder, product, Introspection::getMemIndex("MemPersistent")};
-    SettingsLoader loader{folder, store, Introspection::getMemIndex("MemPersistent")};
-    UserSetups dialogue{folder, store, loader};
+    void SetUp() override { ASSERT_TRUE(folder.prepare()); }
 };
+
+TEST_F(UserSetupDialogueTest, ANewNameIsProposedFromTheClockItIsGiven) {
+    auto& setups = memories.userSetups;
+    setups.UserSetupAddNew = true;
+    EXPECT_TRUE(dialogue.proposeNew().ok());
+    EXPECT_STREQ(setups.UserSetupSave.data(), "261115_1412");
+    EXPECT_FALSE(setups.UserSetupAddNew);
+    EXPECT_THAT(ids(posted()), ElementsAre(VarUserSetupAddNewChanged, VarUserSetupSaveChanged));
+    wallTime += 24 * 60 * 60 + 60;
+    setups.UserSetupAddNew = true;
+    EXPECT_TRUE(dialogue.proposeNew().ok());
+    EXPECT_STREQ(setups.UserSetupSave.data(), "261116_1413");
+}
 
 TEST_F(UserSetupDialogueTest, ARefusedRequestIsAReasonAndLogsNothing) {
     auto& setups = gen::memUserSetups();
@@ -588,10 +597,11 @@ TEST_F(UserSetupDialogueTest, ARefusedRequestIsAReasonAndLogsNothing) {
     setups.UserSetupRename = true;
     setName("New");
     testsupport::KmsgCapture log;
-    EXPECT_EQ(dialogue.rename(), "List index is out of range");
+    EXPECT_EQ(errorText(dialogue.rename()), "List index is out of range");
     setName("../escaped");
     setups.UserSetupAcceptSaveFileName = true;
-    EXPECT_EQ(dialogue.save(), "the user-setup name \"../escaped\" is not a plain file name");
+    EXPECT_EQ(errorText(dialogue.save()),
+              "the user-setup name \"../escaped\" is not a plain file name");
     EXPECT_THAT(log.lines(), IsEmpty());
     EXPECT_FALSE(exists("/var/escaped.stp"));
 }
@@ -601,12 +611,12 @@ TEST_F(UserSetupDialogueTest, ACarriedOutOrIgnoredRequestHasNoReason) {
     dialogue.openFolder();
     setName("Studio");
     setups.UserSetupAcceptSaveFileName = true;
-    EXPECT_EQ(dialogue.save(), std::nullopt);
+    EXPECT_TRUE(dialogue.save().ok());
     EXPECT_TRUE(exists(inFolder("Studio.stp")));
     EXPECT_FALSE(setups.UserSetupAcceptSaveFileName);
     // The flag is cleared: nothing to do, no reason.
-    EXPECT_EQ(dialogue.save(), std::nullopt);
-    EXPECT_EQ(dialogue.remove(), std::nullopt);
+    EXPECT_TRUE(dialogue.save().ok());
+    EXPECT_TRUE(dialogue.remove().ok());
 }
 
 TEST_F(UserSetupDialogueTest, AnExistingTargetWaitsForTheConfirmationAsARenameOrASave) {
@@ -618,10 +628,10 @@ TEST_F(UserSetupDialogueTest, AnExistingTargetWaitsForTheConfirmationAsARenameOr
     setups.UserSetupSelectedFileIndex = 0;
     setName("Taken");
     setups.UserSetupRename = true;
-    EXPECT_EQ(dialogue.rename(), std::nullopt);
+    EXPECT_TRUE(dialogue.rename().ok());
     EXPECT_TRUE(gen::memDeviceState().FileAlreadyExists);
     setups.UserSetupOverwriteFile = true;
-    EXPECT_EQ(dialogue.overwrite(), std::nullopt);
+    EXPECT_TRUE(dialogue.overwrite().ok());
     EXPECT_FALSE(exists(inFolder("Old.stp")));
     EXPECT_EQ(readFile(inFolder("Taken.stp")), "{\"ZoomTorque\": 4}");
     EXPECT_STREQ(setups.UserSetupSave.data(), "");

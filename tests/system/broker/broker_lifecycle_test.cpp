@@ -4,7 +4,7 @@
 #include "brokerprocess.h"
 #include "kmsgcapture.h"
 #include "rawclient.h"
-#include "serverconnection.h"
+#include "settings-service/serverconnection.h"
 
 #include <gtest/gtest.h>
 

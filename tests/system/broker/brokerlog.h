@@ -1,7 +1,7 @@
 // Checks of the kernel-log lines that the broker program writes.
 #pragma once
 
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <gtest/gtest.h>
 #include <string>

@@ -1,6 +1,6 @@
 #include "rawclient.h"
 
-#include "brokerprotocol.h"
+#include "settings-service/brokerprotocol.h"
 
 #include <chrono>
 #include <cstring>

@@ -3,7 +3,7 @@
 // every byte and every read.
 #pragma once
 
-#include "notify.h"
+#include "settings-service/notify.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,10 +1,10 @@
 // The service's subscriptions (gen::subscribeNotifications): the exact byte
 // sequence a broker receives, and their effect in a running broker.
+#include "brokerdouble.h"
 #include "brokerprocess.h"
-#include "fakebroker.h"
-#include "log.h"
 #include "rawclient.h"
-#include "serverconnection.h"
+#include "settings-service/log.h"
+#include "settings-service/serverconnection.h"
 
 #include <gtest/gtest.h>
 
@@ -157,7 +157,7 @@ TEST_F(Subscriptions, TheBrokerReceives148SubscribePairsInOrder) {
     ASSERT_EQ(expectedIds.size(), 148u);
     EXPECT_EQ(expectedIds[12], 167u) << "VarFocusTorqueChanged";
 
-    FakeBroker broker;
+    BrokerDouble broker;
     gServerConnection = new ServerConnection(gen::getEventPoll());
     ASSERT_GE(broker.accept(), 0);
     gen::subscribeNotifications();
@@ -166,7 +166,7 @@ TEST_F(Subscriptions, TheBrokerReceives148SubscribePairsInOrder) {
     for (uint32_t id : expectedIds) {
         expected.insert(expected.end(), {1, 0, 0, id, 0, 0});
     }
-    std::vector<uint32_t> words = broker.received();
+    std::vector<uint32_t> words = broker.receivedWords();
     ASSERT_EQ(words.size(), 148u * 6u) << "148 records of 24 bytes";
     for (size_t pair = 0; pair < 148; ++pair) {
         for (size_t word = 0; word < 6; ++word) {

@@ -8,7 +8,7 @@
 //   DEVROOT_FAKE_EXIT     exit status after SIGTERM (default 0)
 //   DEVROOT_FAKE_WRITERS, DEVROOT_FAKE_LINES: before signalling, that many
 //                         child processes each log that many long lines at once
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <csignal>
 #include <cstdlib>

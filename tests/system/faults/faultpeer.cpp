@@ -21,10 +21,10 @@
 //       the command line in FAULT_PEER_THEN_EXEC (words separated by blanks):
 //       a service started by the device root's supervisor in this way starts
 //       after a client died holding the semaphore, as the supervisor's child.
-#include "brokerprotocol.h"
-#include "eventpoll.h"
-#include "log.h"
-#include "serverconnection.h"
+#include "settings-service/brokerprotocol.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
+#include "settings-service/serverconnection.h"
 
 #include <chrono>
 #include <csignal>

@@ -4,8 +4,8 @@
 #include "memtooldevice.h"
 #include "memtoolprocess.h"
 
-#include "memories.h"
-#include "serverconnection.h"
+#include "settings-service/memories.h"
+#include "settings-service/serverconnection.h"
 #include "version.h"
 
 #include <nlohmann/json.hpp>

@@ -5,8 +5,8 @@
 #include "memtooldevice.h"
 #include "memtoolprocess.h"
 
-#include "catalogue.h"
-#include "memories.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/memories.h"
 
 #include <gtest/gtest.h>
 

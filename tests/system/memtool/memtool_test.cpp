@@ -3,8 +3,8 @@
 #include "memtooldevice.h"
 #include "memtoolprocess.h"
 
-#include "memories.h"
-#include "serverconnection.h"
+#include "settings-service/memories.h"
+#include "settings-service/serverconnection.h"
 
 #include <nlohmann/json.hpp>
 

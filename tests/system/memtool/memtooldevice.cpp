@@ -1,9 +1,9 @@
 #include "memtooldevice.h"
 
-#include "catalogue.h"
-#include "introspection.h"
-#include "memories.h"
-#include "serverconnection.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
+#include "settings-service/memories.h"
+#include "settings-service/serverconnection.h"
 
 #include <csignal>
 #include <cstring>

@@ -5,8 +5,8 @@
 #pragma once
 
 #include "brokerprocess.h"
-#include "notify.h"
 #include "rawclient.h"
+#include "settings-service/notify.h"
 
 #include <gtest/gtest.h>
 

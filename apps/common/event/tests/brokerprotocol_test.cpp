@@ -1,6 +1,6 @@
 // The broker protocol's framing: reassembly of records split across reads,
 // writes completed after short writes and signals, and the broker's address.
-#include "brokerprotocol.h"
+#include "settings-service/brokerprotocol.h"
 #include "writefully.h"
 
 #include <gtest/gtest.h>

@@ -1,9 +1,9 @@
 // A closed poll: add and wait throw, remove and close do nothing.
-#include "eventpoll.h"
 #include "kmsgcapture.h"
-#include "log.h"
 #include "logline.h"
 #include "pipes.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

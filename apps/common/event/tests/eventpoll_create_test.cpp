@@ -1,8 +1,8 @@
 // A poll whose epoll instance cannot be made throws at once, without logging.
 #include "child.h"
-#include "eventpoll.h"
 #include "kmsgcapture.h"
-#include "log.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
 
 #include <gtest/gtest.h>
 #include <iostream>

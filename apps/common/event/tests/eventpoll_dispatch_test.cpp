@@ -1,9 +1,9 @@
 // Registration, dispatch and the results of EventPoll::wait for descriptors.
-#include "eventpoll.h"
 #include "kmsgcapture.h"
-#include "log.h"
 #include "logline.h"
 #include "pipes.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
 
 #include <cerrno>
 #include <cstdarg>

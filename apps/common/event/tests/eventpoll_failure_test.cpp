@@ -1,11 +1,11 @@
 // Failed system calls of the poll: each logs "<call>: <system's text>" at
 // Error and throws the located message.
 #include "child.h"
-#include "eventpoll.h"
 #include "kmsgcapture.h"
-#include "log.h"
 #include "logline.h"
 #include "pipes.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
 
 #include <gtest/gtest.h>
 #include <iostream>

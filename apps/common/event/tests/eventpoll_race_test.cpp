@@ -5,8 +5,8 @@
 // sends the signal to the process at the last moment before entering the
 // kernel and then forwards to the C library's function.
 #include "child.h"
-#include "eventpoll.h"
-#include "log.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
 #include "signallater.h"
 #include "waitresult.h"
 

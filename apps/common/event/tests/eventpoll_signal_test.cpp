@@ -2,11 +2,11 @@
 // cleared, so every test that raises one runs in a forked child; the child
 // prints what it saw and the parent compares.
 #include "child.h"
-#include "eventpoll.h"
 #include "kmsgcapture.h"
-#include "log.h"
 #include "logline.h"
 #include "pipes.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
 #include "signallater.h"
 #include "waitresult.h"
 

@@ -1,10 +1,10 @@
 // The periodic timer.  Its expiry flag is process-wide, so each test runs in
 // a forked child that prints what it saw.
 #include "child.h"
-#include "eventpoll.h"
 #include "kmsgcapture.h"
-#include "log.h"
 #include "pipes.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/log.h"
 #include "waitresult.h"
 
 #include <chrono>

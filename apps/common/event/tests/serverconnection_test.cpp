@@ -1,9 +1,9 @@
 // The broker connection against a peer played by the test: the test listens
 // on the broker's socket and owns the readiness semaphore, so the bytes on the
 // wire and the system calls (recorded by syscallspy) can be checked exactly.
-#include "serverconnection.h"
+#include "settings-service/serverconnection.h"
 
-#include "fakebroker.h"
+#include "brokerdouble.h"
 #include "kmsgcapture.h"
 #include "logline.h"
 #include "pipes.h"
@@ -90,8 +90,8 @@ protected:
     void SetUp() override { gComponentLogLevel = &level; }
     void TearDown() override { gComponentLogLevel = nullptr; }
 
-    // Connects to the fake broker and takes the connection on its side.
-    std::unique_ptr<ServerConnection> connect(FakeBroker& broker) {
+    // Connects to the broker double and takes the connection on its side.
+    std::unique_ptr<ServerConnection> connect(BrokerDouble& broker) {
         spy::start();
         auto connection = std::make_unique<ServerConnection>(poll);
         auto calls = spy::stop();
@@ -115,7 +115,7 @@ protected:
 };
 
 TEST_F(ServerConnectionTest, ConnectsThroughTheReadySemaphoreAndLogs) {
-    FakeBroker broker;
+    BrokerDouble broker;
     testsupport::KmsgCapture log;
     spy::start();
     ServerConnection connection(poll);
@@ -133,7 +133,7 @@ TEST_F(ServerConnectionTest, ConnectsThroughTheReadySemaphoreAndLogs) {
 }
 
 TEST_F(ServerConnectionTest, RegistersWithThePollBeforeConnectingWithTheFullAddressLength) {
-    FakeBroker broker;
+    BrokerDouble broker;
     spy::start();
     ServerConnection connection(poll);
     auto calls = spy::stop();
@@ -159,7 +159,7 @@ TEST_F(ServerConnectionTest, RegistersWithThePollBeforeConnectingWithTheFullAddr
 }
 
 TEST_F(ServerConnectionTest, CountsTheFailedOpensAndYieldsAfterEach) {
-    FakeBroker broker;
+    BrokerDouble broker;
     testsupport::KmsgCapture log;
     spy::failSemOpen(3);
     spy::start();
@@ -196,7 +196,7 @@ TEST_F(ServerConnectionTest, WithoutTheSemaphoreThrowsAfterTwentyFailedOpens) {
 }
 
 TEST_F(ServerConnectionTest, WaitsWhileAnotherClientHoldsTheSemaphore) {
-    FakeBroker broker(0);
+    BrokerDouble broker(0);
     pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
@@ -215,7 +215,7 @@ TEST_F(ServerConnectionTest, WaitsWhileAnotherClientHoldsTheSemaphore) {
     EXPECT_EQ(waitpid(child, &status, WNOHANG), 0) << "the client did not wait";
     EXPECT_LT(broker.accept(), 0) << "the client connected without the semaphore";
 
-    ASSERT_EQ(sem_post(broker.endpoint.semaphore()), 0);
+    ASSERT_EQ(sem_post(broker.semaphore()), 0);
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     EXPECT_GE(broker.accept(), 0);
@@ -223,7 +223,7 @@ TEST_F(ServerConnectionTest, WaitsWhileAnotherClientHoldsTheSemaphore) {
 }
 
 TEST_F(ServerConnectionTest, AClientKilledHoldingTheSemaphoreDelaysOthersOnlyForTheBound) {
-    FakeBroker broker;
+    BrokerDouble broker;
     pid_t holder = fork();
     ASSERT_GE(holder, 0);
     if (holder == 0) {
@@ -254,7 +254,7 @@ TEST_F(ServerConnectionTest, AClientKilledHoldingTheSemaphoreDelaysOthersOnlyFor
 }
 
 TEST_F(ServerConnectionTest, AFailedConnectThrowsAndReleasesTheSemaphore) {
-    FakeBroker broker(1, false);
+    BrokerDouble broker(1, false);
     testsupport::KmsgCapture log;
     std::string error;
     try {
@@ -271,7 +271,7 @@ TEST_F(ServerConnectionTest, AFailedConnectThrowsAndReleasesTheSemaphore) {
 void ignoreSignal(int) {}
 
 TEST_F(ServerConnectionTest, AnInterruptedSemaphoreWaitThrowsSemWait) {
-    FakeBroker broker(0);
+    BrokerDouble broker(0);
     testsupport::KmsgCapture log;
     struct sigaction interrupt {};
     struct sigaction saved {};
@@ -303,7 +303,7 @@ TEST_F(ServerConnectionTest, AnInterruptedSemaphoreWaitThrowsSemWait) {
 }
 
 TEST_F(ServerConnectionTest, ASocketThatCannotBeCreatedFailsWhereItHappens) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     connection->close();
     testsupport::KmsgCapture log;
@@ -329,7 +329,7 @@ TEST_F(ServerConnectionTest, ASocketThatCannotBeCreatedFailsWhereItHappens) {
 }
 
 TEST_F(ServerConnectionTest, SubscribeWritesTheCommandAndTheRecordInOneWrite) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     spy::start();
     connection->subscribe({VarFocusTorqueChanged, 0, 0});
@@ -343,11 +343,11 @@ TEST_F(ServerConnectionTest, SubscribeWritesTheCommandAndTheRecordInOneWrite) {
                                            167, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
     EXPECT_EQ(writes[0].bytes, expected);
     EXPECT_EQ(writes[1].value, 24);
-    EXPECT_THAT(broker.received(), ElementsAre(1, 0, 0, 167, 0, 0, 1, 0, 0, 167, 1, 5));
+    EXPECT_THAT(broker.receivedWords(), ElementsAre(1, 0, 0, 167, 0, 0, 1, 0, 0, 167, 1, 5));
 }
 
 TEST_F(ServerConnectionTest, SubscribeEachWritesEveryPairInOrderInOneWrite) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     const EventId events[] = {VarFocusTorqueChanged, VarIrisTorqueChanged, VarFocusTorqueChanged};
     spy::start();
@@ -357,13 +357,13 @@ TEST_F(ServerConnectionTest, SubscribeEachWritesEveryPairInOrderInOneWrite) {
     ASSERT_EQ(writes.size(), 1u);
     EXPECT_EQ(writes[0].fd, clientFd);
     EXPECT_EQ(writes[0].value, 72);
-    EXPECT_THAT(broker.received(),
+    EXPECT_THAT(broker.receivedWords(),
                 ElementsAre(1, 0, 0, VarFocusTorqueChanged, 0, 0, 1, 0, 0, VarIrisTorqueChanged, 0,
                             0, 1, 0, 0, VarFocusTorqueChanged, 0, 0));
 }
 
 TEST_F(ServerConnectionTest, SubscribeEachOfNoEventWritesNothing) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     spy::start();
     connection->subscribeEach({});
@@ -375,7 +375,7 @@ TEST_F(ServerConnectionTest, SubscribeEachOfNoEventWritesNothing) {
 }
 
 TEST_F(ServerConnectionTest, PostEventAndSubscribeAllWriteOneRecordEach) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     spy::start();
     connection->postEvent({VarFocusTargetValueChanged, 1, 3});
@@ -385,13 +385,13 @@ TEST_F(ServerConnectionTest, PostEventAndSubscribeAllWriteOneRecordEach) {
     ASSERT_EQ(writes.size(), 2u);
     EXPECT_EQ(writes[0].value, 12);
     EXPECT_EQ(writes[1].value, 12);
-    EXPECT_THAT(broker.received(), ElementsAre(7, 1, 3, 3, 0, 0));
+    EXPECT_THAT(broker.receivedWords(), ElementsAre(7, 1, 3, 3, 0, 0));
 }
 
 // The connection reassembles records split across reads (the free readEvents
 // still drops a trailing part, see ReadEvents below).
 TEST_F(ServerConnectionTest, ARecordSplitAcrossReadsIsDeliveredWholeAndTheStreamStaysAligned) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     Recorder recorder;
     connection->setEventHandler(&recorder);
@@ -412,7 +412,7 @@ TEST_F(ServerConnectionTest, ARecordSplitAcrossReadsIsDeliveredWholeAndTheStream
 }
 
 TEST_F(ServerConnectionTest, RecordsSentOneByteAtATimeArriveWholeAndInOrder) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     Recorder recorder;
     connection->setEventHandler(&recorder);
@@ -430,7 +430,7 @@ TEST_F(ServerConnectionTest, RecordsSentOneByteAtATimeArriveWholeAndInOrder) {
 }
 
 TEST_F(ServerConnectionTest, ReadsAtMost256RecordsPerWakeUpWithOneRead) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     Recorder recorder;
     connection->setEventHandler(&recorder);
@@ -452,11 +452,11 @@ TEST_F(ServerConnectionTest, ReadsAtMost256RecordsPerWakeUpWithOneRead) {
 }
 
 TEST_F(ServerConnectionTest, AnEmptyReadDispatchesNothingAndTheHangupCloses) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     Recorder recorder;
     connection->setEventHandler(&recorder);
-    ASSERT_EQ(::shutdown(broker.peerFd, SHUT_WR), 0);
+    ASSERT_EQ(::shutdown(broker.peer(), SHUT_WR), 0);
     spy::start();
     EXPECT_EQ(poll.wait(1000, true), EventPoll::EventsHandled);
     auto calls = spy::stop();
@@ -477,7 +477,7 @@ TEST_F(ServerConnectionTest, AnEmptyReadDispatchesNothingAndTheHangupCloses) {
 }
 
 TEST_F(ServerConnectionTest, AFailedReadIsLoggedAndClosesTheConnection) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     Recorder recorder;
     connection->setEventHandler(&recorder);
@@ -501,7 +501,7 @@ TEST_F(ServerConnectionTest, AFailedReadIsLoggedAndClosesTheConnection) {
 TEST_F(ServerConnectionTest, AHangupAndAFailedReadTellTheHandlerButTheOwnersCloseDoesNot) {
     Recorder recorder;
     {
-        FakeBroker broker;
+        BrokerDouble broker;
         auto connection = connect(broker);
         connection->setEventHandler(&recorder);
         broker.closePeer();
@@ -510,7 +510,7 @@ TEST_F(ServerConnectionTest, AHangupAndAFailedReadTellTheHandlerButTheOwnersClos
         EXPECT_FALSE(connection->isConnected());
     }
     {
-        FakeBroker broker;
+        BrokerDouble broker;
         auto connection = connect(broker);
         connection->setEventHandler(&recorder);
         connection->postEvent({VarFocusTorqueChanged, 0, 0});
@@ -518,7 +518,7 @@ TEST_F(ServerConnectionTest, AHangupAndAFailedReadTellTheHandlerButTheOwnersClos
         connection->event(EventPoll::Callback::Readable);
         EXPECT_EQ(recorder.losses, 2) << "a failed read";
     }
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     connection->setEventHandler(&recorder);
     EXPECT_TRUE(connection->isConnected());
@@ -528,7 +528,7 @@ TEST_F(ServerConnectionTest, AHangupAndAFailedReadTellTheHandlerButTheOwnersClos
 }
 
 TEST_F(ServerConnectionTest, ReconnectWithoutABrokerFailsQuietly) {
-    auto broker = std::make_unique<FakeBroker>();
+    auto broker = std::make_unique<BrokerDouble>();
     auto connection = connect(*broker);
     broker.reset();
     serveUntil([&] { return !connection->isConnected(); });
@@ -541,14 +541,14 @@ TEST_F(ServerConnectionTest, ReconnectWithoutABrokerFailsQuietly) {
 
 TEST_F(ServerConnectionTest, ReconnectReachesARestartedBrokerThroughItsSemaphore) {
     Recorder recorder;
-    auto first = std::make_unique<FakeBroker>();
+    auto first = std::make_unique<BrokerDouble>();
     auto connection = connect(*first);
     connection->setEventHandler(&recorder);
     first.reset();
     serveUntil([&] { return recorder.losses > 0; });
     ASSERT_EQ(recorder.losses, 1);
 
-    FakeBroker second;
+    BrokerDouble second;
     testsupport::KmsgCapture log;
     ASSERT_TRUE(connection->reconnect());
     EXPECT_TRUE(connection->isConnected());
@@ -557,7 +557,7 @@ TEST_F(ServerConnectionTest, ReconnectReachesARestartedBrokerThroughItsSemaphore
     EXPECT_TRUE(loggedExactly(log, {{gen::LogLight, "Connected again"}}));
 
     connection->postEvent({VarFocusTorqueChanged, 0, 3});
-    EXPECT_THAT(second.received(), ElementsAre(167, 0, 3));
+    EXPECT_THAT(second.receivedWords(), ElementsAre(167, 0, 3));
     const uint32_t words[3] = {7, 0, 0};
     second.send(words, sizeof words);
     serveUntil([&] { return !recorder.records.empty(); });
@@ -570,7 +570,7 @@ TEST_F(ServerConnectionTest, ReconnectReachesARestartedBrokerThroughItsSemaphore
 }
 
 TEST_F(ServerConnectionTest, WithoutAHandlerARecordIsLoggedAsUnhandled) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     testsupport::KmsgCapture log;
     const uint32_t words[3] = {7, 0, 0};
@@ -580,11 +580,11 @@ TEST_F(ServerConnectionTest, WithoutAHandlerARecordIsLoggedAsUnhandled) {
 }
 
 TEST_F(ServerConnectionTest, CloseShutsDownSendingAndDrainsUntilQuiet) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     Recorder recorder;
     connection->setEventHandler(&recorder);
-    int peer = broker.peerFd;
+    int peer = broker.peer();
     // The peer waits for the end of the client's stream, then sends a little more.
     std::thread peerThread([peer] {
         pollfd input{peer, POLLIN, 0};
@@ -631,10 +631,9 @@ TEST_F(ServerConnectionTest, CloseShutsDownSendingAndDrainsUntilQuiet) {
 }
 
 TEST_F(ServerConnectionTest, CloseStopsDrainingWhenThePeerCloses) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
-    int peer = broker.peerFd;
-    broker.peerFd = -1;
+    int peer = broker.releasePeer();
     std::thread peerThread([peer] {
         pollfd input{peer, POLLIN, 0};
         char buffer[64];
@@ -653,7 +652,7 @@ TEST_F(ServerConnectionTest, CloseStopsDrainingWhenThePeerCloses) {
 }
 
 TEST_F(ServerConnectionTest, SendingAfterTheBrokerWentAwayFails) {
-    FakeBroker broker;
+    BrokerDouble broker;
     auto connection = connect(broker);
     broker.closePeer();
     testsupport::KmsgCapture log;
@@ -675,7 +674,7 @@ TEST_F(ServerConnectionTest, SendingAfterTheBrokerWentAwayFails) {
 }
 
 TEST_F(ServerConnectionTest, TheProcessConnectionCarriesTheFreePostEvent) {
-    FakeBroker broker;
+    BrokerDouble broker;
     testsupport::KmsgCapture log;
     ASSERT_EQ(gen::getServerConnection(), nullptr);
     std::string error;
@@ -692,7 +691,7 @@ TEST_F(ServerConnectionTest, TheProcessConnectionCarriesTheFreePostEvent) {
     gServerConnection = connect(broker).release();
     EXPECT_EQ(gen::getServerConnection(), gServerConnection);
     postEvent({VarFocusTorqueChanged, 1, 2});
-    EXPECT_THAT(broker.received(), ElementsAre(167, 1, 2));
+    EXPECT_THAT(broker.receivedWords(), ElementsAre(167, 1, 2));
 
     gen::closeServerConnection();
     EXPECT_EQ(gServerConnection, nullptr);

@@ -1,7 +1,7 @@
 // Names of EventPoll::wait results, for readable expectations in the tests.
 #pragma once
 
-#include "eventpoll.h"
+#include "settings-service/eventpoll.h"
 
 #include <string>
 

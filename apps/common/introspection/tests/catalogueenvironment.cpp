@@ -1,18 +1,18 @@
 #include "catalogueenvironment.h"
 
-#include "memories.h"
-#include "serverconnection.h"
+#include "settings-service/memories.h"
+#include "settings-service/serverconnection.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-BrokerPeer* peer = nullptr;
+BrokerDouble* peer = nullptr;
 
 class CatalogueEnvironment : public testing::Environment {
 public:
     void SetUp() override {
-        peer = new BrokerPeer;
+        peer = new BrokerDouble;
         gen::init();
         peer->received();
     }
@@ -28,6 +28,6 @@ public:
 
 } // namespace
 
-BrokerPeer& brokerPeer() {
+BrokerDouble& brokerPeer() {
     return *peer;
 }

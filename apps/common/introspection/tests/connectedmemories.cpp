@@ -1,15 +1,15 @@
 #include "connectedmemories.h"
 
-#include "eventpoll.h"
-#include "memories.h"
-#include "serverconnection.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/memories.h"
+#include "settings-service/serverconnection.h"
 
 void ConnectedMemories::SetUpTestSuite() {
     gen::initMemories();
 }
 
 void ConnectedMemories::SetUp() {
-    broker = std::make_unique<BrokerPeer>();
+    broker = std::make_unique<BrokerDouble>();
     gServerConnection = new ServerConnection(gen::getEventPoll());
     broker->received();
 }

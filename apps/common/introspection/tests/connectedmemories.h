@@ -1,10 +1,10 @@
 // A test fixture for converters that post events: the memories are created
 // once per program with their defaults, and every test gets a fresh broker
-// peer with a connection to it, so `broker->received()` returns exactly what
+// double with a connection to it, so `broker->received()` returns exactly what
 // the test posted.
 #pragma once
 
-#include "brokerpeer.h"
+#include "brokerdouble.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -15,5 +15,5 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    std::unique_ptr<BrokerPeer> broker;
+    std::unique_ptr<BrokerDouble> broker;
 };

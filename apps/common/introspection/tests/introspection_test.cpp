@@ -1,9 +1,9 @@
 // Lookups, index checks, the event map, ranges and range checks over the
 // generated catalogue, with the memories created by the catalogue's start-up.
 #include "catalogueenvironment.h"
-#include "introspection.h"
 #include "kmsgcapture.h"
-#include "memories.h"
+#include "settings-service/introspection.h"
+#include "settings-service/memories.h"
 
 #include <gtest/gtest.h>
 

@@ -8,10 +8,10 @@
 // Every entry name of every enum round-trips, and every struct type's text is
 // JSON whose members are the type's members in order.
 #include "catalogueenvironment.h"
-#include "introspection.h"
-#include "introspection_enum.h"
-#include "memories.h"
-#include "setters.h"
+#include "settings-service/introspection.h"
+#include "settings-service/introspection_enum.h"
+#include "settings-service/memories.h"
+#include "settings-service/setters.h"
 
 #include <nlohmann/json.hpp>
 

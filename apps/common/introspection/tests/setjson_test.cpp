@@ -1,10 +1,10 @@
 // The struct setter's rules: value forms, conversions, nested structs and
 // arrays, unknown members and bad values, element bounds and posting.
 #include "catalogueenvironment.h"
-#include "enums.h"
-#include "introspection.h"
-#include "memories.h"
 #include "setjson.h"
+#include "settings-service/enums.h"
+#include "settings-service/introspection.h"
+#include "settings-service/memories.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
-// The plain-type getters and setters and setVariable, on the real memories with a broker peer
+// The plain-type getters and setters and setVariable, on the real memories with the broker double
 // that records every posted event.
-#include "catalogue.h"
 #include "connectedmemories.h"
-#include "introspection.h"
 #include "kmsgcapture.h"
 #include "logline.h"
-#include "memories.h"
-#include "setters.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/introspection.h"
+#include "settings-service/memories.h"
+#include "settings-service/setters.h"
 
 #include <cstring>
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 // before a setter sees a text (what is stored exactly as written, and why
 // everything else is refused), the setters' reading, the clamps, and the table
 // of cases that the generator's own implementation of the rules runs too.
-#include "introspection.h"
+#include "settings-service/introspection.h"
 #include "valuecodec.h"
 
 #include <gtest/gtest.h>

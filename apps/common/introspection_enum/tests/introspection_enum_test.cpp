@@ -1,11 +1,11 @@
-#include "introspection_enum.h"
+#include "settings-service/introspection_enum.h"
 
 #include "connectedmemories.h"
-#include "converters.h"
-#include "enums.h"
 #include "kmsgcapture.h"
 #include "logline.h"
-#include "memories.h"
+#include "settings-service/converters.h"
+#include "settings-service/enums.h"
+#include "settings-service/memories.h"
 
 #include <functional>
 #include <gtest/gtest.h>

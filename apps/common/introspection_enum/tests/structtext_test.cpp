@@ -1,9 +1,9 @@
-#include "introspection_enum.h"
+#include "settings-service/introspection_enum.h"
 
-#include "introspection.h"
-#include "memories.h"
 #include "printers.h"
-#include "records.h"
+#include "settings-service/introspection.h"
+#include "settings-service/memories.h"
+#include "settings-service/records.h"
 
 #include <cstring>
 #include <gtest/gtest.h>

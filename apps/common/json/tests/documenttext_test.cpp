@@ -1,6 +1,6 @@
 // Escaping of texts in settings documents and the completeness check.
 #include "documenttext.h"
-#include "json.h"
+#include "settings-service/json.h"
 
 #include <gtest/gtest.h>
 

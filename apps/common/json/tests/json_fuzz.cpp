@@ -1,6 +1,6 @@
 // Fuzz entry for the settings reader: any bytes must parse without reading
 // past the input, and the result must be self-consistent.
-#include "json.h"
+#include "settings-service/json.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -3,7 +3,7 @@
 // member names, in the same order, with the same raw values.  Strings avoid
 // what the settings format does not know (escapes, brackets inside nested
 // values), since there the reader deliberately differs.
-#include "json.h"
+#include "settings-service/json.h"
 
 #include <nlohmann/json.hpp>
 

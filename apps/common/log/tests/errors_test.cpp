@@ -1,8 +1,8 @@
 // The error functions: an unfiltered line, then a std::runtime_error whose
 // text is the location piece and the message; and lastCommandError's text.
 #include "kmsgcapture.h"
-#include "log.h"
 #include "logline.h"
+#include "settings-service/log.h"
 
 #include <cerrno>
 #include <functional>

@@ -1,7 +1,7 @@
 // Which lines pass the component's level.
 #include "kmsgcapture.h"
-#include "log.h"
 #include "logline.h"
+#include "settings-service/log.h"
 
 #include <cstdarg>
 #include <gtest/gtest.h>

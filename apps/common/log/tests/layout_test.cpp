@@ -1,8 +1,8 @@
 // The bytes of one kernel-log line: priority prefix, program piece, level tag,
 // location, message, line feed, written as one record.
 #include "kmsgcapture.h"
-#include "log.h"
 #include "logline.h"
+#include "settings-service/log.h"
 
 #include <cerrno>
 #include <gtest/gtest.h>

@@ -3,9 +3,9 @@
 // child whose log descriptor is replaced by a datagram socket: every write on
 // it is one datagram.
 #include "child.h"
-#include "log.h"
 #include "logdescriptor.h"
 #include "logline.h"
+#include "settings-service/log.h"
 
 #include <cstdio>
 #include <gtest/gtest.h>

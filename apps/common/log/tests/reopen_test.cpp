@@ -3,8 +3,8 @@
 // before the test: the child has to start without an open log descriptor.
 #include "child.h"
 #include "kmsgcapture.h"
-#include "log.h"
 #include "logline.h"
+#include "settings-service/log.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

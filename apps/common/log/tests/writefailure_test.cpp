@@ -3,9 +3,9 @@
 // by /dev/full, so every write on it fails with ENOSPC.
 #include "child.h"
 #include "kmsgcapture.h"
-#include "log.h"
 #include "logdescriptor.h"
 #include "logline.h"
+#include "settings-service/log.h"
 
 #include <cstdio>
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-#include "sharedmemory.h"
+#include "settings-service/sharedmemory.h"
 
 #include "kmsgcapture.h"
 #include "logline.h"

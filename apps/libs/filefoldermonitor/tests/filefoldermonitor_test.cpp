@@ -2,7 +2,7 @@
 #include "filefoldermonitor.h"
 
 #include "filetestsupport.h"
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

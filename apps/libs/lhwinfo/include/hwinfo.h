@@ -47,7 +47,7 @@
 
 #include "persistentinfo.h"
 
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <cstdio>
 #include <optional>

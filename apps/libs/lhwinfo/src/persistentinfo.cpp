@@ -1,6 +1,6 @@
 #include "persistentinfo.h"
 
-#include "log.h"
+#include "settings-service/log.h"
 
 #include <array>
 #include <cctype>

@@ -3,8 +3,8 @@
 #include "program.h"
 
 #include "kmsgcapture.h"
-#include "log.h"
 #include "logline.h"
+#include "settings-service/log.h"
 #include "version.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // Generated from gen/model by gen/generator. Do not edit.
 // The text getters and setters of every enum and struct type, bound to the type's table entry
 // (the definitions are the macros of typeconverters.h).
-#include "converters.h"
+#include "settings-service/converters.h"
 
 #include "typeconverters.h"
 

@@ -1,5 +1,5 @@
 // Generated from gen/model by gen/generator. Do not edit.
-#include "eventid.h"
+#include "settings-service/eventid.h"
 
 const char* const EVENT_NAME[EVENT_ID_COUNT] = {
     "Invalid",

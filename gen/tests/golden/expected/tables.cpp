@@ -1,9 +1,9 @@
 // Generated from gen/model by gen/generator. Do not edit.
-#include "catalogue.h"
-#include "converters.h"
-#include "enums.h"
-#include "records.h"
-#include "setters.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/converters.h"
+#include "settings-service/enums.h"
+#include "settings-service/records.h"
+#include "settings-service/setters.h"
 
 extern const EnumInfo ENUM_ARRAY[2];
 extern const StructTypeInfo STRUCT_ARRAY[1];

@@ -20,8 +20,8 @@
 //   announced again on every call.
 #pragma once
 
-#include "notify.h"
-#include "serverconnection.h"
+#include "settings-service/notify.h"
+#include "settings-service/serverconnection.h"
 
 #include <array>
 #include <cstddef>

@@ -21,7 +21,7 @@
 // RecordReader.
 #pragma once
 
-#include "notify.h"
+#include "settings-service/notify.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -16,8 +16,8 @@
 //   variable carry it.
 #pragma once
 
-#include "catalogue.h"
-#include "json.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/json.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,13 +1,13 @@
 // The broker's one record: three little-endian 32-bit words, no framing.
 #pragma once
 
-#include "eventid.h"
+#include "settings-service/eventid.h"
 
 #include <cstdint>
 
 struct Notify {
-    EventId id;        // which event
-    uint32_t indexed;  // 1: the event concerns element `index` of an array variable
+    EventId id;       // which event
+    uint32_t indexed; // 1: the event concerns element `index` of an array variable
     uint32_t index;
 };
 

@@ -19,7 +19,7 @@
 // catalogue.
 #pragma once
 
-#include "notify.h"
+#include "settings-service/notify.h"
 
 #include <cstdint>
 #include <optional>

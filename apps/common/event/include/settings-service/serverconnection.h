@@ -39,9 +39,9 @@
 //   bounds.
 #pragma once
 
-#include "brokerprotocol.h"
-#include "eventpoll.h"
-#include "notify.h"
+#include "settings-service/brokerprotocol.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/notify.h"
 
 #include <cstddef>
 #include <semaphore.h>
@@ -129,6 +129,9 @@ const char* eventName(Notify notify);
 namespace gen {
 ServerConnection* getServerConnection();
 void closeServerConnection();
-// Subscribes the service's events (generated with the catalogue).
+// Subscribes the service's events (generated with the catalogue) on the
+// process's connection; throws when there is none.
 void subscribeNotifications();
+// The same on `connection`.
+void subscribeNotifications(ServerConnection& connection);
 } // namespace gen

@@ -1,8 +1,8 @@
 // The memories of the device: their segments, default records and start-up.
 #pragma once
 
-#include "records.h"
-#include "sharedmemory.h"
+#include "settings-service/records.h"
+#include "settings-service/sharedmemory.h"
 
 #include <cstdint>
 #include <vector>

@@ -2,7 +2,7 @@
 // Text getters and setters of every enum and struct type.
 #pragma once
 
-#include "notify.h"
+#include "settings-service/notify.h"
 
 #include <cstdint>
 #include <string>

@@ -27,7 +27,7 @@
 // of its own: the levels are defined once, and this library sees nothing else of the catalogue.
 #pragma once
 
-#include "loglevel.h"
+#include "settings-service/loglevel.h"
 
 #include <cstdarg>
 

@@ -11,8 +11,8 @@
 //   setJson; a text that does not parse answers "Can't convert <text> to struct".
 #pragma once
 
-#include "catalogue.h"
-#include "notify.h"
+#include "settings-service/catalogue.h"
+#include "settings-service/notify.h"
 
 #include <cstdint>
 #include <string>
