@@ -2,17 +2,18 @@
 """Installing a build the way a device integrator does, and the result at work.
 
 - `cmake --install BUILD --prefix /usr` with DESTDIR into temporary roots:
-  everything, and each component (runtime, tools) alone.  The install runs in
+  everything, and each component (runtime, tools, dev) alone.  The install runs in
   a sandbox where the whole host is read-only except the root it installs into
   (and the install manifest in the build folder, which cmake writes), so a
   file written outside DESTDIR fails the install.  The file lists are compared
-  with expected/runtime.txt and expected/tools.txt.
+  with expected/runtime.txt, expected/tools.txt and expected/dev.txt.
 - The programs are built for the package's architecture; the systemd units
   name the installed programs and pass `systemd-analyze verify`; the manual
   pages pass `groff -man -ww`; the catalogue is the build's.
 - `cpack -G DEB`: one package per component, for the build's architecture,
-  with its dependencies on the C and C++ runtime; its contents are the
-  component's files; both packages install with dpkg into an empty root whose
+  the program packages with their dependencies on the C and C++ runtime, the
+  development package with none; its contents are the component's files; the
+  packages install with dpkg into an empty root whose
   only packages are stand-ins for those dependencies.
 - The installed daemons and tools run from the staging root in a device root
   (through the emulator for ARM), and notify a played init system.
@@ -52,7 +53,11 @@ WORK = None
 PREFIX = "/usr"
 DAEMONS = ("message-broker", "settings-manager")
 TOOLS = ("memtool", "hwinfo")
-PACKAGES = {"runtime": "settings-service", "tools": "settings-service-tools"}
+PACKAGES = {"runtime": "settings-service", "tools": "settings-service-tools",
+            "dev": "settings-service-dev"}
+# The packages of programs; the development package holds headers and static libraries only.
+SECTIONS = {"runtime": "admin", "tools": "admin", "dev": "libdevel"}
+PROGRAM_PACKAGES = ("runtime", "tools")
 RUNTIME_LIBRARIES = ("libc6", "libgcc-s1", "libstdc++6")
 HOST_UNITS = "/usr/lib/systemd/system"
 MAX_EXPOSURE = 1.5
@@ -172,7 +177,7 @@ class InstallTest(unittest.TestCase):
         return root
 
     def test_everything_installs_below_destdir(self):
-        self.assertEqual(files_below(self.staged()), expected("runtime", "tools"))
+        self.assertEqual(files_below(self.staged()), expected(*PACKAGES))
 
     def test_each_component_installs_alone(self):
         for component in PACKAGES:
@@ -370,11 +375,11 @@ class PackageTest(unittest.TestCase):
                 self.assertEqual(field(package, "Package"), name)
                 self.assertEqual(field(package, "Version"), project_version())
                 self.assertEqual(field(package, "Architecture"), ARGS.arch)
-                self.assertEqual(field(package, "Section"), "admin")
+                self.assertEqual(field(package, "Section"), SECTIONS[component])
                 self.assertRegex(field(package, "Maintainer"), r"^[^<>]+ <[^<>@]+@[^<>]+>$")
 
     def test_the_packages_depend_on_the_c_and_cpp_runtime_the_programs_need(self):
-        for component in PACKAGES:
+        for component in PROGRAM_PACKAGES:
             with self.subTest(component=component):
                 depends = dependencies(package_file(component))
                 self.assertEqual(sorted(depends), sorted(RUNTIME_LIBRARIES))
@@ -390,6 +395,9 @@ class PackageTest(unittest.TestCase):
                             self.assertTrue(version_at_least(minimum[name], version),
                                             f"{path} needs {name} {version}, the package states "
                                             f"{depends[name]}")
+
+    def test_the_development_package_needs_no_other_package(self):
+        self.assertEqual(field(package_file("dev"), "Depends"), "")
 
     def staged(self, component):
         root, done = staged(component)
@@ -425,7 +433,7 @@ class PackageTest(unittest.TestCase):
         with open(os.path.join(admin, "status"), "w", encoding="utf-8") as status:
             status.write("\n".join(entries))
 
-    def test_both_packages_install_with_dpkg(self):
+    def test_the_packages_install_with_dpkg(self):
         root = os.path.join(WORK, "dpkg-root")
         self.stand_in_status(root)
         if ARGS.arch != run(["dpkg", "--print-architecture"]).stdout.strip():
@@ -433,7 +441,7 @@ class PackageTest(unittest.TestCase):
             self.assertEqual(added.returncode, 0, added.stderr)
         done = run(["dpkg", f"--root={root}", "--install", *[package_file(c) for c in PACKAGES]])
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
-        self.assertEqual(files_below(root, skip={"var/lib/dpkg"}), expected("runtime", "tools"))
+        self.assertEqual(files_below(root, skip={"var/lib/dpkg"}), expected(*PACKAGES))
         listed = run(["dpkg-query", f"--root={root}", "-W", "-f=${Package} ${db:Status-Abbrev}\n",
                       *PACKAGES.values()])
         self.assertEqual(sorted(listed.stdout.splitlines()),
