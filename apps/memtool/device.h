@@ -2,13 +2,10 @@
 // created or re-initialised), and the broker connection, made only by the
 // commands that post or listen.
 //
-// memtool maps each memory itself, with the object's header checked against
-// the size this memtool was built for, and remembers which object it mapped.
-// An object that was removed or replaced since (its owner, the settings
-// service, ended or started again) is unmapped, and mapped afresh when it is
-// asked for again, so that a long-running memtool (watch, serve) follows a
-// restarted service instead of reading an orphaned copy.  A memory is mapped
-// once however often it is asked for.
+// The memories are mapped by the client library's MappedMemories (see
+// settings-service/mappedmemories.h), which follows a restarted service, and
+// the broker is reached through its BrokerLink; their errors reach memtool's
+// commands as Failure.
 #pragma once
 
 #include "settings-service/serverconnection.h"

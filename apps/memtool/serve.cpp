@@ -25,22 +25,22 @@
 #include "httpserver.h"
 #include "inspectoraccess.h"
 #include "inspectorapi.h"
+#include "settings-service/brokerlink.h"
 #include "settings-service/eventpoll.h"
 #include "settings-service/serverconnection.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <sys/stat.h>
 
 namespace {
 
 constexpr const char* DEFAULT_LISTEN = "127.0.0.1:8765";
 
 // Passes the broker's records to the event streams and keeps the connection.
-class BrokerLink : public ServerConnection::EventHandler {
+class EventRelay : public ServerConnection::EventHandler {
 public:
-    explicit BrokerLink(HttpServer& server) : server(server) {}
+    explicit EventRelay(HttpServer& server) : server(server) {}
 
     void handleEvent(const Notify& notify) override {
         if (server.streamCount() != 0) {
@@ -54,20 +54,12 @@ public:
 
     // Connects when there is no connection and the broker is there; true when
     // a connection was made.
-    bool keepConnected() {
-        if (gServerConnection != nullptr && gServerConnection->isConnected()) {
-            return false;
-        }
-        if (!brokerPresent()) {
-            return false;
-        }
+    bool keepConnected(EventPoll& poll) {
         try {
-            if (gServerConnection == nullptr) {
-                connectBroker().setEventHandler(this);
-            } else if (!gServerConnection->reconnect()) {
+            if (!BrokerLink::keepConnected(
+                    poll, this, [](ServerConnection& connection) { connection.subscribeAll(); })) {
                 return false;
             }
-            gServerConnection->subscribeAll();
         } catch (const std::exception& error) {
             std::fprintf(stderr, "memtool serve: %s\n", errorMessage(error).c_str());
             return false;
@@ -77,15 +69,6 @@ public:
     }
 
 private:
-    static bool brokerPresent() {
-        struct stat status {};
-        // A named semaphore "/NAME" is the file /dev/shm/sem.NAME.
-        const std::string semaphore =
-            std::string("/dev/shm/sem.") + (BrokerProtocol::READY_SEMAPHORE + 1);
-        return ::stat(semaphore.c_str(), &status) == 0 &&
-               ::stat(BrokerProtocol::SOCKET_PATH, &status) == 0;
-    }
-
     HttpServer& server;
 };
 
@@ -131,8 +114,8 @@ int serveInspector(const Arguments& arguments) {
     HttpServer server(poll, *address, [&inspector](const HttpRequest& request) {
         return inspector.answer(request);
     });
-    BrokerLink broker(server);
-    if (!broker.keepConnected()) {
+    EventRelay broker(server);
+    if (!broker.keepConnected(poll)) {
         std::fprintf(stderr, "memtool serve: no message broker yet; events follow once it is "
                              "there\n");
     }
@@ -163,7 +146,7 @@ int serveInspector(const Arguments& arguments) {
         }
         nextTick = Clock::now() + std::chrono::seconds(1);
         server.tick();
-        const bool reconnected = broker.keepConnected();
+        const bool reconnected = broker.keepConnected(poll);
         if (refreshMemories() || reconnected) {
             server.endStreams();
         }

@@ -22,6 +22,7 @@
 //   and ends with status 1, so that the init system notices and restarts it.
 #include "commandline.h"
 #include "instancelock.h"
+#include "settings-service/eventpoll.h"
 #include "settings-service/log.h"
 #include "settingsmanager.h"
 
@@ -54,6 +55,7 @@ constexpr const char* LOCK_FILE = "/var/volatile/settings-manager/settings-manag
 } // namespace
 
 int main(int argc, char* argv[]) {
+    EventPoll::handleSignals();
     const CommandLine::Action action = CommandLine::parse(argc, argv, stdout, stderr);
     if (action != CommandLine::Run) {
         return action == CommandLine::Done ? EXIT_SUCCESS : CommandLine::USAGE_ERROR;
