@@ -57,10 +57,15 @@ SettingsClient::SettingsClient(Options options)
     : level(options.logLevel), previousLevel(gComponentLogLevel),
       eventPoll(EventPoll::Signals::LeaveAlone), memories(options.readOnly) {
     gComponentLogLevel = &level;
-    checkCatalogueFingerprint();
-    memories.openAll();
-    verified = true;
-    BrokerLink::connect(eventPoll);
+    try {
+        checkCatalogueFingerprint();
+        memories.openAll();
+        verified = true;
+        BrokerLink::connect(eventPoll);
+    } catch (...) {
+        gComponentLogLevel = previousLevel;
+        throw;
+    }
     gServerConnection->setEventHandler(handler);
 }
 

@@ -4,9 +4,7 @@
 #include "version.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
-#include <string_view>
 
 namespace {
 

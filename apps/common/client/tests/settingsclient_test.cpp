@@ -116,6 +116,7 @@ TEST_F(SettingsClientTest, OpensTheMemoriesAsTheServiceLeftThem) {
 }
 
 TEST_F(SettingsClientTest, CreatesNothingWithoutAService) {
+    gen::LogLevel* const before = gComponentLogLevel;
     try {
         SettingsClient client({});
         FAIL() << "a client opened memories that no service made";
@@ -123,6 +124,7 @@ TEST_F(SettingsClientTest, CreatesNothingWithoutAService) {
         EXPECT_STREQ(error.what(), "the settings service published no catalogue fingerprint (is "
                                    "the settings service running?)");
     }
+    EXPECT_EQ(gComponentLogLevel, before) << "a refused client left its level in place";
     for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
         EXPECT_FALSE(MappedMemories::exists(memory)) << Introspection::getMemName(memory);
     }
