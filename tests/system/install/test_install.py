@@ -504,7 +504,7 @@ def example_build():
                  "-G", "Ninja", "-DCMAKE_BUILD_TYPE=RelWithDebInfo"]
     if ARGS.toolchain:
         configure += [f"-DCMAKE_TOOLCHAIN_FILE={ARGS.toolchain}",
-                      f"-DCMAKE_FIND_ROOT_PATH={root};/usr/arm-linux-gnueabihf"]
+                      f"-DCMAKE_FIND_ROOT_PATH={root}"]
     else:
         configure += [f"-DCMAKE_PREFIX_PATH={root}/usr"]
     done = run(configure)
