@@ -5,6 +5,9 @@
 #                           systemd units and their manual pages
 #   settings-service-tools  tools: memtool and hwinfo, their manual pages and
 #                           bash completions
+#   settings-service-dev    dev: the client library for the device's other
+#                           programs (headers, static libraries, the CMake
+#                           package SettingsService, settings-service-client.pc)
 # The architecture is the build's target (armhf for the ARM build, amd64 for
 # the host build): dpkg-architecture names it from the compiler's target
 # triplet.  The dependencies on the C and C++ runtime: see below.
@@ -21,7 +24,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL runtime tools)
+set(CPACK_COMPONENTS_ALL runtime tools dev)
 # Each description's first line is the package's synopsis.
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
     "settings service and message broker of a camera remote controller
@@ -34,10 +37,21 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 memtool reads and changes the shared memories of a running settings service
 and posts broker events; hwinfo is the factory and service tool of the
 hardware record.")
+set(CPACK_COMPONENT_DEV_DESCRIPTION
+    "client library of the settings service of a camera remote controller
+Headers, static libraries, the CMake package SettingsService and the
+pkg-config file settings-service-client.pc for the device's programs that
+read and set the settings service's memories and talk to its message broker.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${PROJECT_NAME})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${PROJECT_NAME}-tools)
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME ${PROJECT_NAME}-dev)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+# The development package holds no program: it needs nothing to be installed (its static
+# libraries are linked with the C and C++ runtime of the program's own toolchain).
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "")
+set(CPACK_DEBIAN_DEV_PACKAGE_SHLIBDEPS OFF)
 # The dependencies on the C and C++ runtime.  dpkg-shlibdeps finds them for
 # the host build.  For the cross build it would need the target's libraries
 # known to dpkg as packages of that architecture (multiarch: libc6:armhf,

@@ -5,7 +5,7 @@
 #include "settings-service/catalogue.h"
 #include "settings-service/introspection.h"
 #include "settings-service/json.h"
-#include "valuecodec.h"
+#include "settings-service/valuecodec.h"
 
 namespace {
 

@@ -2,13 +2,10 @@
 // created or re-initialised), and the broker connection, made only by the
 // commands that post or listen.
 //
-// memtool maps each memory itself, with the object's header checked against
-// the size this memtool was built for, and remembers which object it mapped.
-// An object that was removed or replaced since (its owner, the settings
-// service, ended or started again) is unmapped, and mapped afresh when it is
-// asked for again, so that a long-running memtool (watch, serve) follows a
-// restarted service instead of reading an orphaned copy.  A memory is mapped
-// once however often it is asked for.
+// The memories are mapped by the client library's MappedMemories (see
+// settings-service/mappedmemories.h), which follows a restarted service, and
+// the broker is reached through its BrokerLink; their errors reach memtool's
+// commands as Failure.
 #pragma once
 
 #include "settings-service/serverconnection.h"
@@ -30,8 +27,6 @@ void mapMemoriesReadOnly(bool readOnly);
 bool refreshMemories();
 // Connects gServerConnection to the broker; throws Failure when there is none.
 ServerConnection& connectBroker();
-// The file of the broker's readiness semaphore.
-std::string brokerSemaphorePath();
 // Throws Failure when an object of the device that exists (a memory, the
 // broker's semaphore or socket) may not be used with `mode` (as for
 // access(2)) by this user: outside the daemons' group that holds for good, so

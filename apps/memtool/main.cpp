@@ -7,6 +7,7 @@
 // events happen as for any other process.  Exit status: 0 success, 1 the
 // operation failed, 2 the command line is wrong.
 #include "commands.h"
+#include "settings-service/eventpoll.h"
 #include "settings-service/log.h"
 #include "settings-service/serverconnection.h"
 
@@ -21,6 +22,7 @@ gen::LogLevel memtoolLogLevel = gen::Warn;
 } // namespace
 
 int main(int argc, char** argv) {
+    EventPoll::handleSignals();
     gComponentLogLevel = &memtoolLogLevel;
     const int status = runProgram(MEMTOOL, std::vector<std::string>(argv + 1, argv + argc));
     gen::closeServerConnection();

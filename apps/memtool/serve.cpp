@@ -25,13 +25,13 @@
 #include "httpserver.h"
 #include "inspectoraccess.h"
 #include "inspectorapi.h"
+#include "settings-service/brokerlink.h"
 #include "settings-service/eventpoll.h"
 #include "settings-service/serverconnection.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -39,9 +39,9 @@ namespace {
 constexpr const char* DEFAULT_LISTEN = "127.0.0.1:8765";
 
 // Passes the broker's records to the event streams and keeps the connection.
-class BrokerLink : public ServerConnection::EventHandler {
+class EventRelay : public ServerConnection::EventHandler {
 public:
-    explicit BrokerLink(HttpServer& server) : server(server) {}
+    explicit EventRelay(HttpServer& server) : server(server) {}
 
     void handleEvent(const Notify& notify) override {
         if (server.streamCount() != 0) {
@@ -55,21 +55,15 @@ public:
 
     // Connects when there is no connection and the broker is there; true when
     // a connection was made.
-    bool keepConnected() {
-        if (gServerConnection != nullptr && gServerConnection->isConnected()) {
-            return false;
+    bool keepConnected(EventPoll& poll) {
+        if (gServerConnection == nullptr || !gServerConnection->isConnected()) {
+            requireDeviceAccess(R_OK | W_OK);
         }
-        if (!brokerPresent()) {
-            return false;
-        }
-        requireDeviceAccess(R_OK | W_OK);
         try {
-            if (gServerConnection == nullptr) {
-                connectBroker().setEventHandler(this);
-            } else if (!gServerConnection->reconnect()) {
+            if (!BrokerLink::keepConnected(
+                    poll, this, [](ServerConnection& connection) { connection.subscribeAll(); })) {
                 return false;
             }
-            gServerConnection->subscribeAll();
         } catch (const std::exception& error) {
             std::fprintf(stderr, "memtool serve: %s\n", errorMessage(error).c_str());
             return false;
@@ -79,12 +73,6 @@ public:
     }
 
 private:
-    static bool brokerPresent() {
-        struct stat status {};
-        return ::stat(brokerSemaphorePath().c_str(), &status) == 0 &&
-               ::stat(BrokerProtocol::SOCKET_PATH, &status) == 0;
-    }
-
     HttpServer& server;
 };
 
@@ -131,8 +119,8 @@ int serveInspector(const Arguments& arguments) {
     HttpServer server(poll, *address, [&inspector](const HttpRequest& request) {
         return inspector.answer(request);
     });
-    BrokerLink broker(server);
-    if (!broker.keepConnected()) {
+    EventRelay broker(server);
+    if (!broker.keepConnected(poll)) {
         std::fprintf(stderr, "memtool serve: no message broker yet; events follow once it is "
                              "there\n");
     }
@@ -163,7 +151,7 @@ int serveInspector(const Arguments& arguments) {
         }
         nextTick = Clock::now() + std::chrono::seconds(1);
         server.tick();
-        const bool reconnected = broker.keepConnected();
+        const bool reconnected = broker.keepConnected(poll);
         if (refreshMemories() || reconnected) {
             server.endStreams();
         }

@@ -78,6 +78,7 @@ int run() {
 } // namespace
 
 int main(int argc, char** argv) {
+    EventPoll::handleSignals();
     if (argc == 1) {
         return run();
     }

@@ -56,6 +56,7 @@ constexpr const char* LOCK_FILE = "/var/volatile/settings-manager/settings-manag
 } // namespace
 
 int main(int argc, char* argv[]) {
+    EventPoll::handleSignals();
     const CommandLine::Action action = CommandLine::parse(argc, argv, stdout, stderr);
     if (action != CommandLine::Run) {
         return action == CommandLine::Done ? EXIT_SUCCESS : CommandLine::USAGE_ERROR;

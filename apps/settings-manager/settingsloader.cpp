@@ -9,7 +9,7 @@
 #include "settings-service/records.h"
 #include "settingsfolder.h"
 #include "settingsstore.h"
-#include "valuecodec.h"
+#include "settings-service/valuecodec.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -48,4 +48,7 @@ struct VariablePlace {
 // The service's own log level, which gComponentLogLevel points at once the memories are open.
 extern const VariablePlace SERVICE_LOG_LEVEL;
 
+// The catalogue's fingerprint: 32 hexadecimal digits (see memories.h).
+extern const char CATALOGUE_FINGERPRINT[];
+
 } // namespace gen

@@ -54,7 +54,22 @@ void writeStartValues(uint32_t memory, uint8_t* data, bool fresh) {
     }
 }
 
+SharedMemory& fingerprintSegment() {
+    static SharedMemory segment(CATALOGUE_FINGERPRINT_OBJECT, CATALOGUE_FINGERPRINT_LENGTH);
+    return segment;
+}
+
 } // namespace
+
+const char* catalogueFingerprint() {
+    return CATALOGUE_FINGERPRINT;
+}
+
+void publishCatalogueFingerprint() {
+    SharedMemory& segment = fingerprintSegment();
+    segment.create();
+    std::memcpy(segment.address(), CATALOGUE_FINGERPRINT, CATALOGUE_FINGERPRINT_LENGTH);
+}
 
 SharedMemory& getSharedMemory(uint32_t memory) {
     return *MEMORY_DATA[memory].segment;
@@ -94,6 +109,7 @@ void openMemories() {
 void init() {
     processPreInit();
     initMemories();
+    publishCatalogueFingerprint();
     gServerConnection = new ServerConnection(getEventPoll());
     subscribeNotifications();
     const VariablePlace level = SERVICE_LOG_LEVEL;

@@ -1,9 +1,16 @@
 """Writes memories.cpp: the SharedMemory object and base pointer of every memory, its default
 record and how the start-up writes it, the service's subscriptions and the place of its own log
-level, as gen/code/memorydata.h declares them. The start-up that reads them is hand-written
-(gen/code/startup.cpp)."""
+level, and the catalogue's fingerprint, as gen/code/memorydata.h declares them. The start-up
+that reads them is hand-written (gen/code/startup.cpp).
+
+The fingerprint is the first 32 hexadecimal digits of the SHA-256 of catalogue.json, which names
+every memory, variable, type, offset, size, range and event: two models that differ in anything
+a program of the device relies on have different fingerprints, even where every size matches."""
+
+import hashlib
 
 import defaults
+import emit_json
 from cpp import c_string, render, rows
 
 # Runs of non-zero bytes closer than this are written as one piece of a default record.
@@ -65,4 +72,9 @@ def source(model):
         subscriptions=rows(f"{name}," for name in model.subscriptions),
         subscription_count=len(model.subscriptions),
         service_memory=service_memory.index,
-        service_offset=service_level.offset)
+        service_offset=service_level.offset,
+        fingerprint=fingerprint(model))
+
+
+def fingerprint(model):
+    return hashlib.sha256(emit_json.document(model).encode()).hexdigest()[:32]

@@ -90,18 +90,27 @@ private:
     bool blocked = true;
 };
 
-} // namespace
-
-EventPoll::EventPoll() : epollFd(-1), timer(timer_t()), hasTimer(false) {
+void installHandler(int signal) {
     struct sigaction action {};
     action.sa_handler = signalHandler;
     sigfillset(&action.sa_mask);
     action.sa_flags = 0;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    sigaction(SIGALRM, &action, nullptr);
-    signal(SIGPIPE, SIG_IGN);
+    sigaction(signal, &action, nullptr);
+}
 
+} // namespace
+
+void EventPoll::handleSignals() {
+    installHandler(SIGINT);
+    installHandler(SIGTERM);
+    installHandler(SIGALRM);
+    signal(SIGPIPE, SIG_IGN);
+}
+
+EventPoll::EventPoll(Signals signals) : epollFd(-1), timer(timer_t()), hasTimer(false) {
+    if (signals == Signals::Handle) {
+        handleSignals();
+    }
     epollFd = epoll_create(1);
     if (epollFd < 0) {
         throw std::runtime_error(std::string("epoll_create: ") + std::strerror(errno));
@@ -148,6 +157,8 @@ void EventPoll::setTimer(int milliseconds) {
         return;
     }
     if (!hasTimer) {
+        // The timer's expiry is a SIGALRM: a poll that leaves the signals alone handles this one.
+        installHandler(SIGALRM);
         sigevent notification{};
         notification.sigev_notify = SIGEV_SIGNAL;
         notification.sigev_signo = SIGALRM;
@@ -222,14 +233,9 @@ bool EventPoll::shouldTerminate() {
     return requested;
 }
 
-namespace {
-// The process's one poll, constructed before main so that the signal handling
-// is in place before anything else starts.
-EventPoll processPoll;
-} // namespace
-
 namespace gen {
 EventPoll& getEventPoll() {
+    static EventPoll processPoll(EventPoll::Signals::Handle);
     return processPoll;
 }
 } // namespace gen

@@ -2,7 +2,7 @@
 
 #include "setjson.h"
 #include "settings-service/log.h"
-#include "valuecodec.h"
+#include "settings-service/valuecodec.h"
 
 #include <algorithm>
 #include <array>

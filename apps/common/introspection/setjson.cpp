@@ -4,7 +4,7 @@
 #include "settings-service/introspection.h"
 #include "settings-service/serverconnection.h"
 #include "structwalk.h"
-#include "valuecodec.h"
+#include "settings-service/valuecodec.h"
 
 #include <cstring>
 

@@ -2,7 +2,7 @@
 
 #include "settings-service/catalogue.h"
 #include "settings-service/log.h"
-#include "valuecodec.h"
+#include "settings-service/valuecodec.h"
 
 #include <optional>
 

@@ -19,7 +19,7 @@
 #include "settings-service/catalogue.h"
 #include "settings-service/introspection.h"
 #include "settings-service/json.h"
-#include "valuecodec.h"
+#include "settings-service/valuecodec.h"
 
 #include <cstdint>
 #include <string>

@@ -1,4 +1,4 @@
-#include "valuecodec.h"
+#include "settings-service/valuecodec.h"
 
 #include "settings-service/introspection.h"
 #include "settings-service/json.h"

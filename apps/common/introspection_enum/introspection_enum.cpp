@@ -2,7 +2,7 @@
 
 #include "settings-service/log.h"
 #include "settings-service/setters.h"
-#include "valuecodec.h"
+#include "settings-service/valuecodec.h"
 
 namespace IntrospectionEnum {
 

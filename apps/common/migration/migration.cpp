@@ -5,7 +5,7 @@
 #include "history.h"
 #include "settings-service/catalogue.h"
 #include "settings-service/introspection.h"
-#include "valuecodec.h"
+#include "settings-service/valuecodec.h"
 
 namespace Migration {
 

@@ -4,9 +4,7 @@
 #include "version.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
-#include <string_view>
 
 namespace {
 
@@ -87,40 +85,7 @@ int runCommand(const Program& program, const Command& command,
     }
 }
 
-// The length of the location field at the start of `text`, laid out as the
-// logging functions write it ("%20s:%4i "); 0 when the text has none.
-size_t locationLength(std::string_view text) {
-    constexpr size_t FILE_WIDTH = 20;
-    constexpr size_t LINE_WIDTH = 4;
-    const size_t colon = text.find(':');
-    if (colon == std::string_view::npos || colon < FILE_WIDTH) {
-        return 0;
-    }
-    const size_t name = text.find_first_not_of(' ');
-    if (name >= colon || (colon > FILE_WIDTH && name != 0) ||
-        text.substr(name, colon - name).find(' ') != std::string_view::npos) {
-        return 0;
-    }
-    const size_t digits = text.find_first_not_of(' ', colon + 1);
-    size_t end = digits;
-    while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end]))) {
-        ++end;
-    }
-    const size_t count = end - digits;
-    const size_t padding = digits - colon - 1;
-    if (count == 0 || end >= text.size() || text[end] != ' ' ||
-        padding != (count < LINE_WIDTH ? LINE_WIDTH - count : 0)) {
-        return 0;
-    }
-    return end + 1;
-}
-
 } // namespace
-
-std::string errorMessage(const std::exception& error) {
-    const std::string_view text = error.what();
-    return std::string(text.substr(locationLength(text)));
-}
 
 int runProgram(const Program& program, const std::vector<std::string>& words) {
     if (words.empty()) {

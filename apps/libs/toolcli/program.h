@@ -11,6 +11,7 @@
 #pragma once
 
 #include "cli.h"
+#include "settings-service/log.h"
 
 #include <exception>
 #include <set>
@@ -36,8 +37,4 @@ struct Program {
 // Runs the command that `words` (the arguments after the program's name) ask for.
 int runProgram(const Program& program, const std::vector<std::string>& words);
 
-// The text of an error for the person at the terminal.  Errors raised through
-// the logging functions carry the source location of their log line (the
-// file's base name right-aligned in 20 characters, ':', the line number in 4,
-// a blank); the location stays in the kernel log and is dropped here.
-std::string errorMessage(const std::exception& error);
+// errorMessage (settings-service/log.h) gives an error's text for the terminal.

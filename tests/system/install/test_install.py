@@ -2,17 +2,18 @@
 """Installing a build the way a device integrator does, and the result at work.
 
 - `cmake --install BUILD --prefix /usr` with DESTDIR into temporary roots:
-  everything, and each component (runtime, tools) alone.  The install runs in
+  everything, and each component (runtime, tools, dev) alone.  The install runs in
   a sandbox where the whole host is read-only except the root it installs into
   (and the install manifest in the build folder, which cmake writes), so a
   file written outside DESTDIR fails the install.  The file lists are compared
-  with expected/runtime.txt and expected/tools.txt.
+  with expected/runtime.txt, expected/tools.txt and expected/dev.txt.
 - The programs are built for the package's architecture; the systemd units
   name the installed programs and pass `systemd-analyze verify`; the manual
   pages pass `groff -man -ww`; the catalogue is the build's.
 - `cpack -G DEB`: one package per component, for the build's architecture,
-  with its dependencies on the C and C++ runtime; its contents are the
-  component's files; both packages install with dpkg into an empty root whose
+  the program packages with their dependencies on the C and C++ runtime, the
+  development package with none; its contents are the component's files; the
+  packages install with dpkg into an empty root whose
   only packages are stand-ins for those dependencies.
 - The installed daemons and tools run from the staging root in a device root
   (through the emulator for ARM), and notify a played init system.
@@ -20,6 +21,12 @@
   (a GNU_RELRO segment and BIND_NOW) and calls the stack protector's and the
   fortified C library's checks, as readelf shows them; both units score an
   exposure of at most 1.5 in `systemd-analyze security --offline=true`.
+- The client library as another team uses it: examples/ builds out of tree
+  against the staged dev component (the toolchain file and the staging root
+  in CMAKE_FIND_ROOT_PATH when cross-compiling) and through the pkg-config
+  file; the CMake package refuses a newer major version; the example reads,
+  sets and follows a variable against the installed broker and service in a
+  device root.
 - Upgrade in place: a settings folder of the earlier release (0766, files
   0666 and 0644, group root) and its lock file, made by another user, get the
   new owner and modes from the installed sysusers.d and tmpfiles.d files, the
@@ -52,7 +59,11 @@ WORK = None
 PREFIX = "/usr"
 DAEMONS = ("message-broker", "settings-manager")
 TOOLS = ("memtool", "hwinfo")
-PACKAGES = {"runtime": "settings-service", "tools": "settings-service-tools"}
+PACKAGES = {"runtime": "settings-service", "tools": "settings-service-tools",
+            "dev": "settings-service-dev"}
+# The packages of programs; the development package holds headers and static libraries only.
+SECTIONS = {"runtime": "admin", "tools": "admin", "dev": "libdevel"}
+PROGRAM_PACKAGES = ("runtime", "tools")
 RUNTIME_LIBRARIES = ("libc6", "libgcc-s1", "libstdc++6")
 HOST_UNITS = "/usr/lib/systemd/system"
 MAX_EXPOSURE = 1.5
@@ -172,7 +183,7 @@ class InstallTest(unittest.TestCase):
         return root
 
     def test_everything_installs_below_destdir(self):
-        self.assertEqual(files_below(self.staged()), expected("runtime", "tools"))
+        self.assertEqual(files_below(self.staged()), expected(*PACKAGES))
 
     def test_each_component_installs_alone(self):
         for component in PACKAGES:
@@ -370,11 +381,11 @@ class PackageTest(unittest.TestCase):
                 self.assertEqual(field(package, "Package"), name)
                 self.assertEqual(field(package, "Version"), project_version())
                 self.assertEqual(field(package, "Architecture"), ARGS.arch)
-                self.assertEqual(field(package, "Section"), "admin")
+                self.assertEqual(field(package, "Section"), SECTIONS[component])
                 self.assertRegex(field(package, "Maintainer"), r"^[^<>]+ <[^<>@]+@[^<>]+>$")
 
     def test_the_packages_depend_on_the_c_and_cpp_runtime_the_programs_need(self):
-        for component in PACKAGES:
+        for component in PROGRAM_PACKAGES:
             with self.subTest(component=component):
                 depends = dependencies(package_file(component))
                 self.assertEqual(sorted(depends), sorted(RUNTIME_LIBRARIES))
@@ -390,6 +401,9 @@ class PackageTest(unittest.TestCase):
                             self.assertTrue(version_at_least(minimum[name], version),
                                             f"{path} needs {name} {version}, the package states "
                                             f"{depends[name]}")
+
+    def test_the_development_package_needs_no_other_package(self):
+        self.assertEqual(field(package_file("dev"), "Depends"), "")
 
     def staged(self, component):
         root, done = staged(component)
@@ -425,7 +439,7 @@ class PackageTest(unittest.TestCase):
         with open(os.path.join(admin, "status"), "w", encoding="utf-8") as status:
             status.write("\n".join(entries))
 
-    def test_both_packages_install_with_dpkg(self):
+    def test_the_packages_install_with_dpkg(self):
         root = os.path.join(WORK, "dpkg-root")
         self.stand_in_status(root)
         if ARGS.arch != run(["dpkg", "--print-architecture"]).stdout.strip():
@@ -433,7 +447,7 @@ class PackageTest(unittest.TestCase):
             self.assertEqual(added.returncode, 0, added.stderr)
         done = run(["dpkg", f"--root={root}", "--install", *[package_file(c) for c in PACKAGES]])
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
-        self.assertEqual(files_below(root, skip={"var/lib/dpkg"}), expected("runtime", "tools"))
+        self.assertEqual(files_below(root, skip={"var/lib/dpkg"}), expected(*PACKAGES))
         listed = run(["dpkg-query", f"--root={root}", "-W", "-f=${Package} ${db:Status-Abbrev}\n",
                       *PACKAGES.values()])
         self.assertEqual(sorted(listed.stdout.splitlines()),
@@ -477,6 +491,111 @@ class InstalledProgramsTest(unittest.TestCase):
         self.assertEqual(done.returncode, 0)
 
 
+@functools.cache
+def example_build():
+    """(folder, finished configure and build) of examples/ built out of tree against the dev
+    component in a staging root, for the build's architecture: with the project's toolchain file
+    and the staging root in CMAKE_FIND_ROOT_PATH when cross-compiling."""
+    root, done = staged("dev")
+    if done.returncode != 0:
+        return None, done
+    folder = os.path.join(WORK, "example")
+    configure = [ARGS.cmake, "-S", os.path.join(ARGS.source, "examples"), "-B", folder,
+                 "-G", "Ninja", "-DCMAKE_BUILD_TYPE=RelWithDebInfo"]
+    if ARGS.toolchain:
+        configure += [f"-DCMAKE_TOOLCHAIN_FILE={ARGS.toolchain}",
+                      f"-DCMAKE_FIND_ROOT_PATH={root}"]
+    else:
+        configure += [f"-DCMAKE_PREFIX_PATH={root}/usr"]
+    done = run(configure)
+    if done.returncode == 0:
+        done = run([ARGS.cmake, "--build", folder])
+    return folder, done
+
+
+class ExampleTest(unittest.TestCase):
+    """The client library as another team uses it: examples/ built out of tree against the
+    installed development files, run against the installed broker and service."""
+
+    def project(self, text):
+        folder = tempfile.mkdtemp(dir=WORK)
+        with open(os.path.join(folder, "CMakeLists.txt"), "w", encoding="utf-8") as lists:
+            lists.write("cmake_minimum_required(VERSION 3.25)\nproject(probe LANGUAGES CXX)\n"
+                        + text)
+        root, done = staged("dev")
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        return run([ARGS.cmake, "-S", folder, "-B", os.path.join(folder, "build"),
+                    f"-DCMAKE_PREFIX_PATH={root}/usr"])
+
+    def test_the_example_builds_out_of_tree_for_the_architecture(self):
+        folder, done = example_build()
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        with open(os.path.join(folder, "settings-example"), "rb") as program:
+            header = program.read(20)
+        elf_class, machine = header[4], struct.unpack_from("<H", header, 18)[0]
+        self.assertEqual((elf_class, machine), ELF[ARGS.arch][:2])
+
+    def test_the_package_checks_its_version(self):
+        version = project_version()
+        major = int(version.split(".")[0])
+        found = self.project(f"find_package(SettingsService {major}.0 CONFIG REQUIRED)\n"
+                             "message(STATUS \"found ${SettingsService_VERSION}\")\n")
+        self.assertEqual(found.returncode, 0, found.stdout + found.stderr)
+        self.assertIn(f"found {version}", found.stdout)
+        newer = self.project(f"find_package(SettingsService {major + 1}.0 CONFIG REQUIRED)\n")
+        self.assertNotEqual(newer.returncode, 0)
+        self.assertIn(f"version: {version}", newer.stderr)
+
+    def test_the_pkg_config_file_builds_the_example(self):
+        root, done = staged("dev")
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        environment = dict(os.environ, PKG_CONFIG_LIBDIR=os.path.join(root, "usr/lib/pkgconfig"))
+        flags = run(["pkg-config", "--cflags", "--libs", "settings-service-client"],
+                    env=environment)
+        self.assertEqual(flags.returncode, 0, flags.stderr)
+        self.assertEqual(run(["pkg-config", "--modversion", "settings-service-client"],
+                             env=environment).stdout.strip(), project_version())
+        compiler = "arm-linux-gnueabihf-g++" if ARGS.toolchain else "g++"
+        output = os.path.join(WORK, "pkg-config-example")
+        built = run([compiler, "-std=c++20", os.path.join(ARGS.source, "examples",
+                                                          "settings-example.cpp"),
+                     "-o", output, *shlex.split(flags.stdout)])
+        self.assertEqual(built.returncode, 0, built.stderr)
+
+    def test_the_example_follows_a_variable_in_a_device_root(self):
+        folder, done = example_build()
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        root, done = staged()
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        emulator = shlex.split(ARGS.emulator)
+        example = shlex.join(emulator + [os.path.join(folder, "settings-example")])
+        memtool = shlex.join(emulator + [os.path.join(root, "usr/bin/memtool")])
+        out = "/var/volatile/example.out"
+        # The first run prints the value and waits for one change, which memtool makes; the
+        # second sets the value itself and ends at once (--changes 0); the third gives a text
+        # that the value codec refuses (an int read only in part) and changes nothing.
+        script = (f"{example} MemPersistent AUXTorque --changes 1 > {out} & "
+                  f"until grep -q = {out}; do sleep 0.1; done; "
+                  f"{memtool} set MemPersistent AUXTorque 3 && wait $! && cat {out} && "
+                  f"{example} MemPersistent AUXTorque 4 --changes 0 && "
+                  f"{memtool} get MemPersistent AUXTorque && "
+                  f"{{ {example} MemPersistent AUXTorque 3x --changes 0; echo \"refused: $?\"; }} && "
+                  f"{memtool} get MemPersistent AUXTorque")
+        argv = [ARGS.devroot, "run", "--bind-ro", root, "--bind-ro", folder,
+                "--broker", os.path.join(root, "usr/sbin/message-broker"),
+                "--service", os.path.join(root, "usr/sbin/settings-manager"), "--timeout", "30"]
+        if ARGS.emulator:
+            argv += ["--emulator", ARGS.emulator]
+        done = run(argv + ["--", "/bin/sh", "-c", script])
+        self.assertEqual(done.stdout.splitlines(),
+                         ["broker: socket ready", "ready", "AUXTorque = 2",
+                          "AUXTorque changed: 3", "AUXTorque = 3", "4",
+                          "AUXTorque = 4", "refused: 1", "4",
+                          "command: exit status 0", "service: exit status 0",
+                          "broker: exit status 0"], done.stderr)
+        self.assertEqual(done.returncode, 0)
+
+
 def main():
     global ARGS, WORK
     parser = argparse.ArgumentParser()
@@ -488,6 +607,9 @@ def main():
     parser.add_argument("--catalogue", required=True, help="the build's catalogue JSON")
     parser.add_argument("--devroot", required=True)
     parser.add_argument("--emulator", default="")
+    parser.add_argument("--source", required=True, help="the project's source folder")
+    parser.add_argument("--toolchain", default="",
+                        help="the build's toolchain file, when it cross-compiles")
     ARGS, rest = parser.parse_known_args()
     if ARGS.arch == "host":
         ARGS.arch = run(["dpkg", "--print-architecture"]).stdout.strip()

@@ -3,7 +3,7 @@
 // everything else is refused), the setters' reading, the clamps, and the table
 // of cases that the generator's own implementation of the rules runs too.
 #include "settings-service/introspection.h"
-#include "valuecodec.h"
+#include "settings-service/valuecodec.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -1,7 +1,7 @@
 // Generated from gen/model by gen/generator. Do not edit.
 // The data of the memories that the start-up reads (see memorydata.h): every memory's segment,
-// base pointer, default record and start, the service's subscriptions and the place of its own
-// log level.
+// base pointer, default record and start, the service's subscriptions, the place of its own
+// log level and the catalogue's fingerprint.
 #include "memorydata.h"
 
 uint8_t* gMemAlpha = nullptr;
@@ -45,5 +45,7 @@ const EventId SUBSCRIPTIONS[] = {
 const uint32_t SUBSCRIPTION_COUNT = 3;
 
 const VariablePlace SERVICE_LOG_LEVEL = {2, 0};
+
+const char CATALOGUE_FINGERPRINT[] = "b749bf8a1d1eb5c199f79c128a852c20";
 
 } // namespace gen

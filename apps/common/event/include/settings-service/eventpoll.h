@@ -3,6 +3,14 @@
 // termination signals, which only set lock-free flags that wait() reports.
 // wait() blocks those signals from its termination check until the kernel
 // sleeps, so one that arrives in between still ends that wait.
+//
+// Signals are handled by choice, never by linking: handleSignals() installs
+// the handlers of SIGINT, SIGTERM and SIGALRM and ignores SIGPIPE; a poll
+// constructed with Signals::Handle (the default, and the process's poll of
+// gen::getEventPoll(), made on its first use) calls it.  The daemons and the
+// tools call it first thing in main.  A poll constructed with
+// Signals::LeaveAlone (a client library's) changes no disposition, except
+// SIGALRM's once it arms its timer, whose expiry is that signal.
 #pragma once
 
 #include <ctime>
@@ -35,7 +43,9 @@ public:
         Terminate = 4
     };
 
-    EventPoll();
+    enum class Signals { Handle, LeaveAlone };
+
+    explicit EventPoll(Signals signals = Signals::Handle);
     ~EventPoll();
     EventPoll(const EventPoll&) = delete;
     EventPoll& operator=(const EventPoll&) = delete;
@@ -47,6 +57,8 @@ public:
     int wait(int timeoutMs, bool ignoreTerminate = false);
     void close();
     static bool shouldTerminate();
+    // Installs the handlers of the termination signals and of the timer and ignores SIGPIPE.
+    static void handleSignals();
 
 private:
     int epollFd;
@@ -57,5 +69,6 @@ private:
 };
 
 namespace gen {
+// The process's poll (Signals::Handle), made on the first call.
 EventPoll& getEventPoll();
-}
+} // namespace gen

@@ -30,6 +30,8 @@
 #include "settings-service/loglevel.h"
 
 #include <cstdarg>
+#include <exception>
+#include <string>
 
 // The calling component's level; null (every line passes) until the memories
 // are open, then the component's log-level variable in MemApp.
@@ -61,6 +63,12 @@ void logMessageIntern(gen::LogLevel* componentLevel, gen::LogLevel level, const 
 const char* lastCommandError(gen::LogLevel* componentLevel, const char* file, int line,
                              const char* detail, const char* format, ...)
     __attribute__((format(printf, 5, 6)));
+
+// The text of an error for the person at the terminal.  Errors raised through
+// the logging functions carry the source location of their log line (the
+// file's base name right-aligned in 20 characters, ':', the line number in 4,
+// a blank); the location stays in the kernel log and is dropped here.
+std::string errorMessage(const std::exception& error);
 
 // Hooks around the catalogue's memory initialisation; empty in this service.
 void processPreInit();
