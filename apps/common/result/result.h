@@ -11,9 +11,16 @@
 // theirs: the converters' error texts, checkMinMax's out-parameter,
 // throwError, the hardware record's exceptions.
 //
+// TRY(expression) passes an error of `expression` (a Result) up to the
+// caller, which must return a Result too, and otherwise gives its value:
+//     const uint32_t memory = TRY(findMemory(name));
+// It is a GNU statement expression (GCC and Clang accept it).
+//
 // Choices made here:
-// - The code is the system's errno value when a system call failed, otherwise
-//   0; the text is the whole message, reason included.
+// - The code is the system's errno value when a system call failed,
+//   Error::WrongUsage for a request that asks for something that cannot be
+//   (a wrong command line, a name the catalogue does not have), otherwise 0;
+//   the text is the whole message, reason included.
 // - Reading the value of an error, or the error of a value, is a programming
 //   error: it throws std::logic_error.
 #pragma once
@@ -26,7 +33,13 @@
 #include <variant>
 
 struct Error {
-    // errno of a failed system call, otherwise 0.
+    // A command line or request that asks for something that cannot be: the
+    // tools exit with status 2 and show the command's synopsis, the inspector
+    // answers 400.
+    static constexpr int WrongUsage = -1;
+
+    // errno (> 0) of a failed system call, WrongUsage, or 0 for an operation
+    // that failed otherwise.
     int code = 0;
     std::string text;
     // Where the error was found (the source file and line).
@@ -57,6 +70,9 @@ public:
         return ok() ? misuse<const Error&>("error") : std::get<1>(outcome);
     }
 
+    // The value, moved out of the result (for TRY).
+    T take() && { return std::move(value()); }
+
     // True when this holds a value equal to `other`.
     template <class U> bool operator==(const U& other) const { return ok() && value() == other; }
 
@@ -81,7 +97,19 @@ public:
         }
         return *failed;
     }
+    // Nothing to take (for TRY).
+    void take() && {}
 
 private:
     std::optional<Error> failed;
 };
+
+// The value of a Result, or a return of its error from the calling function.
+#define TRY(...)                                                                                   \
+    ({                                                                                             \
+        auto tried_ = (__VA_ARGS__);                                                               \
+        if (!tried_.ok()) {                                                                        \
+            return tried_.error();                                                                 \
+        }                                                                                          \
+        std::move(tried_).take();                                                                  \
+    })

@@ -62,4 +62,45 @@ TEST(Result, AnErrorPassesUpUnchanged) {
     EXPECT_EQ(result.error().line, 15) << "still where it was found";
 }
 
+Result<int> quarter(int value) {
+    const int halved = TRY(half(value));
+    return TRY(half(halved));
+}
+
+Result<void> checkEven(int value) {
+    TRY(half(value));
+    return {};
+}
+
+Result<std::string> twice(Result<std::string> text) {
+    std::string taken = TRY(std::move(text));
+    return taken + taken;
+}
+
+TEST(Result, TryGivesTheValueOrPassesTheErrorUp) {
+    EXPECT_EQ(quarter(12), 3);
+    const Result<int> odd = quarter(6);
+    ASSERT_FALSE(odd.ok());
+    EXPECT_EQ(odd.error().text, "odd: 3");
+    EXPECT_EQ(odd.error().line, 15) << "still where it was found";
+    EXPECT_TRUE(checkEven(4).ok());
+    ASSERT_FALSE(checkEven(5).ok());
+    EXPECT_EQ(checkEven(5).error().text, "odd: 5");
+}
+
+TEST(Result, TryMovesTheValueOut) {
+    EXPECT_EQ(twice(std::string("ab")), "abab");
+    const Result<std::string> failed = twice(failure("none"));
+    ASSERT_FALSE(failed.ok());
+    EXPECT_EQ(failed.error().text, "none");
+}
+
+TEST(Result, AWrongRequestHasItsOwnCode) {
+    EXPECT_LT(Error::WrongUsage, 0) << "never an errno value";
+    const Result<void> wrong = failure("unknown memory \"x\"", Error::WrongUsage);
+    ASSERT_FALSE(wrong.ok());
+    EXPECT_EQ(wrong.error().code, Error::WrongUsage);
+    EXPECT_EQ(Error{}.code, 0);
+}
+
 } // namespace
