@@ -1,30 +1,8 @@
-// hwinfo: reads and writes the hardware record and the boot status register
-// from the command line, for the factory and for service work.
-//
-// The reading commands (print, get, parameters) never write: they judge the
-// record as the settings service does at start, and a record with a wrong
-// length or checksum is reported, left exactly as it is, and the command
-// fails.  Only set and reset write.  set first repairs a record that is not
-// valid (a shorter record is extended, a wrong one reset to its defaults) and
-// says so; the service reads such a record as that repair would leave it but
-// never writes it.
-//
-// "set" checks every assignment (key known, not private, text short enough,
-// number valid) before it writes any, so a rejected command line leaves the
-// record and the register exactly as they were.  A number is taken up to its
-// first non-digit, as the record's own conversion does ("12abc" stores 12).
-//
-// print, get and parameters open the devices read-only.  set and reset flush
-// their writes to the devices (msync and fsync) before they report success.
-// A hidden field ("unused", reserved bits of the boot register) is refused by
-// set like a private one.
-//
-// Exit status: 0 done, 1 the command failed and nothing was written, 2 wrong
-// usage (an unknown command, option or key included).
+// hwinfo's commands; see commands.h.
+#include "commands.h"
+
 #include "closest.h"
-#include "hwinfo.h"
 #include "jsonstream.h"
-#include "program.h"
 
 #include <cstdio>
 #include <stdexcept>
@@ -43,8 +21,8 @@ bool isHidden(Field const& field) {
     return (field.flags & PersistentInfo::Hidden) != 0;
 }
 
-// The field of `key`; a UsageError naming the closest keys when there is none.
-Field const& knownField(std::string const& key) {
+// The field of `key`; a usage error naming the closest keys when there is none.
+Result<Field> knownField(std::string const& key) {
     static std::vector<Field> const fields = HwInfo::fields();
     std::vector<std::string> keys;
     for (Field const& field : fields) {
@@ -56,7 +34,7 @@ Field const& knownField(std::string const& key) {
         }
     }
     std::string const hint = suggestion(key, keys);
-    throw UsageError("unknown key: " + key + (hint.empty() ? "" : ". " + hint));
+    return usageError("unknown key: " + key + (hint.empty() ? "" : ". " + hint));
 }
 
 // What is wrong with the stored record, or "" when it is valid.
@@ -82,36 +60,42 @@ std::string recordProblem(HwInfo::RecordCheck const& check) {
     return text;
 }
 
+using Opened = std::unique_ptr<HwInfo>;
+
 // Opens and maps both devices, saying which ones when it cannot: read-write
 // for the commands that write, read-only otherwise.
-HwInfo openDevices(HwInfo::Use use) {
+Result<Opened> openDevices(OpenDevices const& open, HwInfo::Use use) {
     try {
-        return HwInfo(use);
+        return open(use);
     } catch (std::exception const& error) {
-        throw Failure("cannot open the hardware record (/dev/mmcblk1) and the boot status "
-                      "register (/dev/mem): " +
-                      errorMessage(error));
+        return failure("cannot open the hardware record (/dev/mmcblk1) and the boot status "
+                       "register (/dev/mem): " +
+                       errorMessage(error));
     }
 }
 
-// Declares the fields and fails, writing nothing, unless the record is valid.
-void checkForReading(HwInfo& hwInfo) {
-    hwInfo.declareFields();
-    std::string const problem = recordProblem(hwInfo.checkRecord());
+// Opens the devices read-only and declares the fields; fails, writing nothing,
+// unless the record is valid.
+Result<Opened> openForReading(OpenDevices const& open) {
+    Opened hwInfo = TRY(openDevices(open, HwInfo::Use::Inspect));
+    hwInfo->declareFields();
+    std::string const problem = recordProblem(hwInfo->checkRecord());
     if (!problem.empty()) {
-        throw Failure("the hardware record is not valid: " + problem +
-                      "; it is left as it is (hwinfo reset writes the defaults)");
+        return failure("the hardware record is not valid: " + problem +
+                       "; it is left as it is (hwinfo reset writes the defaults)");
     }
+    return hwInfo;
 }
 
 // Flushes what was written to the devices before success is reported.
-void syncDevices(HwInfo const& hwInfo) {
+Result<int> syncDevices(HwInfo const& hwInfo) {
     try {
         hwInfo.sync();
     } catch (std::exception const& error) {
-        throw Failure("the record was written but could not be flushed to the device: " +
-                      errorMessage(error));
+        return failure("the record was written but could not be flushed to the device: " +
+                       errorMessage(error));
     }
+    return ExitSuccess;
 }
 
 std::string textOf(HwInfo& hwInfo, Field const& field) {
@@ -128,12 +112,11 @@ void writeJsonValue(JsonStream& stream, Field const& field, std::string const& v
     }
 }
 
-int print(Arguments const& arguments) {
-    arguments.expectPositional(0, 0);
-    HwInfo hwInfo = openDevices(HwInfo::Use::Inspect);
-    checkForReading(hwInfo);
+Result<int> print(OpenDevices const& open, Arguments const& arguments) {
+    TRY(arguments.expectPositional(0, 0));
+    Opened const hwInfo = TRY(openForReading(open));
     if (!arguments.has("--json")) {
-        hwInfo.printAll();
+        hwInfo->printAll();
         return ExitSuccess;
     }
     {
@@ -142,7 +125,7 @@ int print(Arguments const& arguments) {
         for (Field const& field : HwInfo::fields()) {
             if (!isHidden(field)) {
                 stream.key(field.key);
-                writeJsonValue(stream, field, textOf(hwInfo, field));
+                writeJsonValue(stream, field, textOf(*hwInfo, field));
             }
         }
         stream.end();
@@ -151,21 +134,19 @@ int print(Arguments const& arguments) {
     return ExitSuccess;
 }
 
-int parameters(Arguments const& arguments) {
-    arguments.expectPositional(0, 0);
-    HwInfo hwInfo = openDevices(HwInfo::Use::Inspect);
-    checkForReading(hwInfo);
-    hwInfo.printParameters(stdout);
+Result<int> parameters(OpenDevices const& open, Arguments const& arguments) {
+    TRY(arguments.expectPositional(0, 0));
+    Opened const hwInfo = TRY(openForReading(open));
+    hwInfo->printParameters(stdout);
     std::fputc('\n', stdout);
     return ExitSuccess;
 }
 
-int get(Arguments const& arguments) {
-    arguments.expectPositional(1, 1);
-    Field const& field = knownField(arguments.positional()[0]);
-    HwInfo hwInfo = openDevices(HwInfo::Use::Inspect);
-    checkForReading(hwInfo);
-    std::string const value = textOf(hwInfo, field);
+Result<int> get(OpenDevices const& open, Arguments const& arguments) {
+    TRY(arguments.expectPositional(1, 1));
+    Field const field = TRY(knownField(arguments.positional()[0]));
+    Opened const hwInfo = TRY(openForReading(open));
+    std::string const value = textOf(*hwInfo, field);
     if (!arguments.has("--json")) {
         std::printf("%s\n", value.c_str());
         return ExitSuccess;
@@ -178,8 +159,8 @@ int get(Arguments const& arguments) {
     return ExitSuccess;
 }
 
-int keys(Arguments const& arguments) {
-    arguments.expectPositional(0, 0);
+Result<int> keys(Arguments const& arguments) {
+    TRY(arguments.expectPositional(0, 0));
     for (Field const& field : HwInfo::fields()) {
         if (arguments.has("--writable") ? field.flags == 0 : !isHidden(field)) {
             std::printf("%s\n", field.key);
@@ -189,10 +170,11 @@ int keys(Arguments const& arguments) {
 }
 
 // Why the assignment cannot be written, or "".  A hidden field (reserved bits
-// of the register) is refused as a private one is.
-std::string rejection(HwInfo const& hwInfo, std::string const& assignment, std::string const& key,
-                      std::string const& value) {
-    if (isHidden(knownField(key))) {
+// of the register) is refused as a private one is.  The record's own checks
+// raise their exceptions; they become the reasons here.
+std::string rejection(HwInfo const& hwInfo, Field const& field, std::string const& assignment,
+                      std::string const& key, std::string const& value) {
+    if (isHidden(field)) {
         return key + ": " + key + " is hidden.";
     }
     try {
@@ -216,37 +198,46 @@ std::string problemList(std::vector<std::string> const& problems) {
     return text + "nothing written";
 }
 
-int set(Arguments const& arguments) {
-    arguments.expectPositional(1, SIZE_MAX);
+// The field that `assignment` ("KEY=VALUE") writes, or a usage error.
+Result<Field> assignedField(std::string const& assignment) {
+    std::string key;
+    std::string value;
+    if (!HwInfo::splitAssignment(assignment, key, value)) {
+        return usageError("not a KEY=VALUE assignment: " + assignment);
+    }
+    return knownField(key);
+}
+
+Result<int> set(OpenDevices const& open, Arguments const& arguments) {
+    TRY(arguments.expectPositional(1, SIZE_MAX));
     std::vector<std::string> wrongUsage;
+    std::vector<Field> fields;
     for (std::string const& assignment : arguments.positional()) {
-        std::string key;
-        std::string value;
-        try {
-            if (!HwInfo::splitAssignment(assignment, key, value)) {
-                throw UsageError("not a KEY=VALUE assignment: " + assignment);
-            }
-            knownField(key);
-        } catch (UsageError const& error) {
-            wrongUsage.emplace_back(error.what());
+        if (Result<Field> const field = assignedField(assignment); field.ok()) {
+            fields.push_back(*field);
+        } else {
+            wrongUsage.push_back(field.error().text);
         }
     }
     if (!wrongUsage.empty()) {
-        throw UsageError(problemList(wrongUsage));
+        return usageError(problemList(wrongUsage));
     }
-    HwInfo hwInfo = openDevices(HwInfo::Use::Write);
+    Opened const opened = TRY(openDevices(open, HwInfo::Use::Write));
+    HwInfo& hwInfo = *opened;
     hwInfo.declareFields();
     std::vector<std::string> refused;
-    for (std::string const& assignment : arguments.positional()) {
+    for (size_t i = 0; i < fields.size(); ++i) {
+        std::string const& assignment = arguments.positional()[i];
         std::string key;
         std::string value;
         HwInfo::splitAssignment(assignment, key, value);
-        if (std::string reason = rejection(hwInfo, assignment, key, value); !reason.empty()) {
+        if (std::string reason = rejection(hwInfo, fields[i], assignment, key, value);
+            !reason.empty()) {
             refused.push_back(reason);
         }
     }
     if (!refused.empty()) {
-        throw Failure(problemList(refused));
+        return failure(problemList(refused));
     }
     if (std::string const problem = recordProblem(hwInfo.checkRecord()); !problem.empty()) {
         std::fprintf(stderr,
@@ -258,77 +249,76 @@ int set(Arguments const& arguments) {
     for (std::string const& assignment : arguments.positional()) {
         hwInfo.write(assignment);
     }
-    syncDevices(hwInfo);
-    return ExitSuccess;
+    return syncDevices(hwInfo);
 }
 
-int reset(Arguments const& arguments) {
-    arguments.expectPositional(0, 0);
-    HwInfo hwInfo = openDevices(HwInfo::Use::Write);
-    hwInfo.initialize();
-    hwInfo.clear();
-    syncDevices(hwInfo);
-    return ExitSuccess;
+Result<int> reset(OpenDevices const& open, Arguments const& arguments) {
+    TRY(arguments.expectPositional(0, 0));
+    Opened const hwInfo = TRY(openDevices(open, HwInfo::Use::Write));
+    hwInfo->initialize();
+    hwInfo->clear();
+    return syncDevices(*hwInfo);
 }
-
-Program const HWINFO = {
-    "hwinfo",
-    "Reads and writes the unit's hardware record (1 MiB into /dev/mmcblk1) and its\n"
-    "boot status register (through /dev/mem).",
-    "print, get and parameters only read: a record with a wrong length or checksum\n"
-    "is reported and left as it is (exit status 1).  set and reset write; set\n"
-    "first repairs a record that is not valid, as the settings service does at\n"
-    "start.  Exit status: 0 done, 1 failed (nothing written), 2 wrong usage (an\n"
-    "unknown key included).",
-    {
-        {"print",
-         "hwinfo print [--json]",
-         "Prints every field except hidden ones with its value: the record's fields,\n"
-         "then the register's.  With --json: one object, key -> value (numbers for\n"
-         "the integer and bit fields, strings for the texts).",
-         {"--json"},
-         {},
-         print},
-        {"parameters",
-         "hwinfo parameters",
-         "Prints the keys of the fields that set writes, on one line.",
-         {},
-         {},
-         parameters},
-        {"get",
-         "hwinfo get KEY [--json]",
-         "Prints the value of one field; with --json as a JSON number or string.",
-         {"--json"},
-         {},
-         get},
-        {"set",
-         "hwinfo set KEY=VALUE...",
-         "Writes one or more fields and refreshes the record's checksum.  Every\n"
-         "assignment is checked first (key known, not private, text short enough,\n"
-         "number valid); if any is rejected, all rejections are printed and nothing\n"
-         "is written.  The value is all text after the first \"=\".",
-         {},
-         {},
-         set},
-        {"reset",
-         "hwinfo reset",
-         "Resets the record to its defaults (serial 0000, board prototype, revision\n"
-         "1.0, everything else empty or 0); the register is kept.",
-         {},
-         {},
-         reset},
-        {"keys",
-         "hwinfo keys [--writable]",
-         "Prints the keys that get reads, except the hidden \"unused\" (with\n"
-         "--writable: the keys that set writes), one per line, without opening any\n"
-         "device: for shell completion and scripts.",
-         {"--writable"},
-         {},
-         keys},
-    }};
 
 } // namespace
 
-int main(int argc, char** argv) {
-    return runProgram(HWINFO, std::vector<std::string>(argv + 1, argv + argc));
+Program hwinfoProgram(OpenDevices open) {
+    // Each command with the opener of the devices.
+    const auto with = [open](Result<int> (*command)(OpenDevices const&, Arguments const&)) {
+        return [open, command](Arguments const& arguments) { return command(open, arguments); };
+    };
+    return {"hwinfo",
+            "Reads and writes the unit's hardware record (1 MiB into /dev/mmcblk1) and its\n"
+            "boot status register (through /dev/mem).",
+            "print, get and parameters only read: a record with a wrong length or checksum\n"
+            "is reported and left as it is (exit status 1).  set and reset write; set\n"
+            "first repairs a record that is not valid, as the settings service does at\n"
+            "start.  Exit status: 0 done, 1 failed (nothing written), 2 wrong usage (an\n"
+            "unknown key included).",
+            {
+                {"print",
+                 "hwinfo print [--json]",
+                 "Prints every field except hidden ones with its value: the record's fields,\n"
+                 "then the register's.  With --json: one object, key -> value (numbers for\n"
+                 "the integer and bit fields, strings for the texts).",
+                 {"--json"},
+                 {},
+                 with(print)},
+                {"parameters",
+                 "hwinfo parameters",
+                 "Prints the keys of the fields that set writes, on one line.",
+                 {},
+                 {},
+                 with(parameters)},
+                {"get",
+                 "hwinfo get KEY [--json]",
+                 "Prints the value of one field; with --json as a JSON number or string.",
+                 {"--json"},
+                 {},
+                 with(get)},
+                {"set",
+                 "hwinfo set KEY=VALUE...",
+                 "Writes one or more fields and refreshes the record's checksum.  Every\n"
+                 "assignment is checked first (key known, not private, text short enough,\n"
+                 "number valid); if any is rejected, all rejections are printed and nothing\n"
+                 "is written.  The value is all text after the first \"=\".",
+                 {},
+                 {},
+                 with(set)},
+                {"reset",
+                 "hwinfo reset",
+                 "Resets the record to its defaults (serial 0000, board prototype, revision\n"
+                 "1.0, everything else empty or 0); the register is kept.",
+                 {},
+                 {},
+                 with(reset)},
+                {"keys",
+                 "hwinfo keys [--writable]",
+                 "Prints the keys that get reads, except the hidden \"unused\" (with\n"
+                 "--writable: the keys that set writes), one per line, without opening any\n"
+                 "device: for shell completion and scripts.",
+                 {"--writable"},
+                 {},
+                 keys},
+            }};
 }

@@ -21,29 +21,29 @@ std::string Assignment::target() const {
     return targetName(memory, variable, index);
 }
 
-Assignment assignmentFor(uint32_t memory, const VariableRef& ref, const std::string& text,
-                         const char* indexHint) {
+Result<Assignment> assignmentFor(uint32_t memory, const VariableRef& ref, const std::string& text,
+                                 const char* indexHint) {
     const std::string name = Introspection::getVarName(memory, ref.variable);
     if (!ref.index && Introspection::isArray(memory, ref.variable)) {
-        throw UsageError(name + " is an array of " +
-                         std::to_string(Introspection::getElementCount(memory, ref.variable)) +
-                         ": " + indexHint);
+        return usageError(name + " is an array of " +
+                          std::to_string(Introspection::getElementCount(memory, ref.variable)) +
+                          ": " + indexHint);
     }
     if (ref.index && !settableElementWise(memory, ref.variable)) {
-        throw UsageError(std::string("elements of a ") +
-                         Introspection::getVarType(memory, ref.variable) +
-                         " array cannot be set one by one");
+        return usageError(std::string("elements of a ") +
+                          Introspection::getVarType(memory, ref.variable) +
+                          " array cannot be set one by one");
     }
-    return {memory, ref.variable, ref.index, text};
+    return Assignment{memory, ref.variable, ref.index, text};
 }
 
 std::string refusal(const Assignment& assignment) {
     return ValueCodec::refusal(assignment.memory, assignment.variable, assignment.text);
 }
 
-void failOnProblems(const std::vector<std::string>& problems, size_t total) {
+Result<void> failOnProblems(const std::vector<std::string>& problems, size_t total) {
     if (problems.empty()) {
-        return;
+        return {};
     }
     std::string message;
     for (const std::string& line : problems) {
@@ -55,20 +55,20 @@ void failOnProblems(const std::vector<std::string>& problems, size_t total) {
         message += "nothing stored: " + std::to_string(problems.size()) + " of " +
                    std::to_string(total) + " values refused";
     }
-    throw Failure(message);
+    return failure(message);
 }
 
-void checkAssignments(const std::vector<Assignment>& list) {
+Result<void> checkAssignments(const std::vector<Assignment>& list) {
     std::vector<std::string> problems;
     for (const Assignment& assignment : list) {
         if (std::string reason = refusal(assignment); !reason.empty()) {
             problems.push_back(list.size() == 1 ? reason : assignment.target() + ": " + reason);
         }
     }
-    failOnProblems(problems, list.size());
+    return failOnProblems(problems, list.size());
 }
 
-void store(const Assignment& assignment) {
+Result<void> store(const Assignment& assignment) {
     const uint32_t memory = assignment.memory;
     const uint32_t variable = assignment.variable;
     std::string error;
@@ -87,6 +87,14 @@ void store(const Assignment& assignment) {
         error = entry.setter(entry.memoryBase, memory, variable, notify, assignment.text.c_str());
     }
     if (!error.empty()) {
-        throw Failure(error.substr(0, error.find_last_not_of('\n') + 1));
+        return failure(error.substr(0, error.find_last_not_of('\n') + 1));
     }
+    return {};
+}
+
+Result<void> storeAll(const std::vector<Assignment>& list) {
+    for (const Assignment& assignment : list) {
+        TRY(store(assignment));
+    }
+    return {};
 }

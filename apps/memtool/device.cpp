@@ -1,12 +1,9 @@
 #include "device.h"
 
-#include "cli.h"
 #include "settings-service/brokerlink.h"
 #include "settings-service/brokerprotocol.h"
 #include "settings-service/catalogue.h"
 #include "settings-service/clienterror.h"
-#include "settings-service/eventpoll.h"
-#include "settings-service/mappedmemories.h"
 
 #include <cerrno>
 #include <cstring>
@@ -14,54 +11,51 @@
 #include <unistd.h>
 #include <vector>
 
-namespace {
-
-// memtool's mappings, made on first use.
-MappedMemories& mappings() {
-    static MappedMemories memories;
-    return memories;
-}
-
-} // namespace
-
-bool memoryExists(uint32_t memory) {
+bool Device::memoryExists(uint32_t memory) const {
     return MappedMemories::exists(memory);
 }
 
-void openMemory(uint32_t memory) {
+Result<void> Device::openMemory(uint32_t memory) {
     try {
-        mappings().open(memory);
+        memories.open(memory);
     } catch (const ClientError& error) {
-        throw Failure(error.what());
+        return failure(error.what());
+    }
+    return {};
+}
+
+void Device::mapMemoriesReadOnly(bool readOnly) {
+    memories.setReadOnly(readOnly);
+}
+
+bool Device::refreshMemories() {
+    return memories.refresh();
+}
+
+Result<ServerConnection*> Device::connectBroker() {
+    try {
+        return &BrokerLink::connect(poll);
+    } catch (const ClientError& error) {
+        return failure(error.what());
     }
 }
 
-void mapMemoriesReadOnly(bool readOnly) {
-    mappings().setReadOnly(readOnly);
+bool Device::brokerConnected() const {
+    return gServerConnection != nullptr && gServerConnection->isConnected();
 }
 
-bool refreshMemories() {
-    return mappings().refresh();
-}
-
-ServerConnection& connectBroker() {
-    try {
-        return BrokerLink::connect(gen::getEventPoll());
-    } catch (const ClientError& error) {
-        throw Failure(error.what());
-    }
-}
-
-void requireDeviceAccess(int mode) {
+Result<void> requireDeviceAccess(int mode) {
     std::vector<std::string> paths = {BrokerLink::semaphorePath(), BrokerProtocol::SOCKET_PATH};
     for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
         paths.push_back(MappedMemories::objectPath(memory));
     }
     for (const std::string& path : paths) {
         if (::access(path.c_str(), mode) != 0 && errno == EACCES) {
-            throw Failure(path + ": " + std::strerror(EACCES) +
-                          ": this user is not allowed to use the device's memories and broker "
-                          "(run it as a member of the daemons' group, or as root)");
+            return failure(path + ": " + std::strerror(EACCES) +
+                               ": this user is not allowed to use the device's memories and "
+                               "broker (run it as a member of the daemons' group, or as root)",
+                           EACCES);
         }
     }
+    return {};
 }

@@ -55,11 +55,11 @@ void variableValue(JsonStream& stream, RepeatingRelay& structs, uint32_t memory,
 
 } // namespace
 
-int dumpMemories(const Arguments& arguments) {
+Result<int> dumpMemories(Device& device, const Arguments& arguments) {
     std::vector<uint32_t> memories;
     for (const std::string& name : arguments.positional()) {
         // A memory named twice is written once, where it was first named.
-        if (const uint32_t memory = findMemory(name);
+        if (const uint32_t memory = TRY(findMemory(name));
             std::find(memories.begin(), memories.end(), memory) == memories.end()) {
             memories.push_back(memory);
         }
@@ -70,7 +70,7 @@ int dumpMemories(const Arguments& arguments) {
         }
     }
     for (uint32_t memory : memories) {
-        openMemory(memory);
+        TRY(device.openMemory(memory));
     }
     const int indent = arguments.has("--compact") ? -1 : 2;
     JsonStream stream(stdout, indent);
@@ -85,9 +85,9 @@ int dumpMemories(const Arguments& arguments) {
                 variableValue(stream, structs, memory, variable);
             } catch (const std::exception& error) {
                 stream.flush();
-                throw Failure(std::string(Introspection::getMemName(memory)) + "." +
-                              Introspection::getVarName(memory, variable) +
-                              " cannot be written as JSON: " + errorMessage(error));
+                return failure(std::string(Introspection::getMemName(memory)) + "." +
+                               Introspection::getVarName(memory, variable) +
+                               " cannot be written as JSON: " + errorMessage(error));
             }
         }
         stream.end();
@@ -96,7 +96,8 @@ int dumpMemories(const Arguments& arguments) {
     stream.flush();
     std::fputc('\n', stdout);
     if (std::fflush(stdout) != 0) {
-        throw Failure(std::string("cannot write the output: ") + std::strerror(errno));
+        const int code = errno;
+        return failure(std::string("cannot write the output: ") + std::strerror(code), code);
     }
     return ExitSuccess;
 }

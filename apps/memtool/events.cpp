@@ -46,23 +46,23 @@ struct Announced {
     std::optional<std::string> value; // nullopt when it cannot be read
 };
 
-std::optional<Announced> announced(const Notify& notify) {
-    const std::optional<EventTarget> target = eventTarget(notify);
+Result<std::optional<Announced>> announced(Device& device, const Notify& notify) {
+    const std::optional<EventTarget> target = eventTarget(device, notify);
     if (!target) {
-        return std::nullopt;
+        return std::optional<Announced>();
     }
     Announced found{*target, std::nullopt};
     if (!target->readable) {
-        return found;
+        return std::optional(found);
     }
-    openMemory(target->memory);
+    TRY(device.openMemory(target->memory));
     const auto text = [&](uint32_t index) {
         return Introspection::getVarValue(target->memory, target->variable,
                                           static_cast<int>(index));
     };
     if (target->index || !Introspection::isArray(target->memory, target->variable)) {
         found.value = text(target->index.value_or(0));
-        return found;
+        return std::optional(found);
     }
     std::string all;
     for (uint32_t index = 0;
@@ -70,27 +70,35 @@ std::optional<Announced> announced(const Notify& notify) {
         all += (index == 0 ? "[" : ", ") + text(index);
     }
     found.value = all + "]";
-    return found;
+    return std::optional(found);
 }
 
 // Prints each record as it arrives: "<name> <indexed> <index>" or one JSON
-// object per line; with values, the variable and the value it holds.
+// object per line; with values, the variable and the value it holds.  A
+// value that cannot be read ends the watch with its error.
 class Printer : public ServerConnection::EventHandler {
 public:
-    Printer(bool json, bool values, unsigned limit) : json(json), values(values), limit(limit) {}
+    Printer(Device& device, bool json, bool values, unsigned limit)
+        : device(device), json(json), values(values), limit(limit) {}
 
     void handleEvent(const Notify& notify) override {
         if (done()) {
             return;
         }
-        const std::string line = values ? withValue(notify) : plain(notify);
-        std::printf("%s\n", line.c_str());
+        Result<std::string> line = values ? withValue(notify) : plain(notify);
+        if (!line) {
+            failed = line.error();
+            return;
+        }
+        std::printf("%s\n", line->c_str());
         std::fflush(stdout);
         ++seen;
     }
 
-    bool done() const { return limit != 0 && seen >= limit; }
+    bool done() const { return failed || (limit != 0 && seen >= limit); }
     unsigned count() const { return seen; }
+    // The error that ended the watch, if any.
+    const std::optional<Error>& error() const { return failed; }
 
 private:
     // An id beyond the event table has no name: JSON gives null, text the number.
@@ -110,8 +118,8 @@ private:
         return name + " " + std::to_string(notify.indexed) + " " + std::to_string(notify.index);
     }
 
-    std::string withValue(const Notify& notify) const {
-        const std::optional<Announced> found = announced(notify);
+    Result<std::string> withValue(const Notify& notify) const {
+        const std::optional<Announced> found = TRY(announced(device, notify));
         if (json) {
             using Json = nlohmann::ordered_json;
             const auto optional = [](const auto& value) {
@@ -137,10 +145,12 @@ private:
                found->value.value_or("n/a");
     }
 
+    Device& device;
     bool json;
     bool values;
     unsigned limit;
     unsigned seen = 0;
+    std::optional<Error> failed;
 };
 
 // Takes the records of a request's wait; only the flag in memory matters.
@@ -151,26 +161,27 @@ public:
 
 } // namespace
 
-int postEventCommand(const Arguments& arguments) {
-    arguments.expectPositional(1, 1);
-    Notify notify{findEvent(arguments.positional()[0]), 0, 0};
+Result<int> postEventCommand(Device& device, const Arguments& arguments) {
+    TRY(arguments.expectPositional(1, 1));
+    const EventId id = TRY(findEvent(arguments.positional()[0]));
+    Notify notify{id, 0, 0};
     if (arguments.value("--index")) {
         notify.indexed = 1;
-        notify.index = arguments.number("--index", 0);
+        notify.index = TRY(arguments.number("--index", 0));
     }
-    connectBroker().postEvent(notify);
+    TRY(device.connectBroker())->postEvent(notify);
     return ExitSuccess;
 }
 
-int watchEvents(const Arguments& arguments) {
+Result<int> watchEvents(Device& device, const Arguments& arguments) {
     std::vector<EventId> events;
     for (const std::string& name : arguments.positional()) {
-        events.push_back(findEvent(name));
+        events.push_back(TRY(findEvent(name)));
     }
-    const unsigned limit = arguments.number("--count", 0);
-    const auto deadline = deadlineAfter(arguments.number("--timeout", 0));
-    Printer printer(arguments.has("--json"), arguments.has("--values"), limit);
-    ServerConnection& connection = connectBroker();
+    const unsigned limit = TRY(arguments.number("--count", 0));
+    const auto deadline = deadlineAfter(TRY(arguments.number("--timeout", 0)));
+    Printer printer(device, arguments.has("--json"), arguments.has("--values"), limit);
+    ServerConnection& connection = *TRY(device.connectBroker());
     connection.setEventHandler(&printer);
     if (events.empty()) {
         connection.subscribeAll();
@@ -181,33 +192,36 @@ int watchEvents(const Arguments& arguments) {
     std::fprintf(stderr, "memtool: watching %s\n",
                  events.empty() ? "every event"
                                 : (std::to_string(events.size()) + " events").c_str());
-    EventPoll& poll = gen::getEventPoll();
+    EventPoll& poll = device.eventPoll();
     while (!printer.done() && remainingMs(deadline) != 0) {
         if (poll.wait(remainingMs(deadline)) == EventPoll::Terminate) {
             break;
         }
     }
+    if (printer.error()) {
+        return *printer.error();
+    }
     if (limit != 0 && !printer.done() && deadline) {
-        throw Failure("timed out after " + std::to_string(printer.count()) + " of " +
-                      std::to_string(limit) + " events");
+        return failure("timed out after " + std::to_string(printer.count()) + " of " +
+                       std::to_string(limit) + " events");
     }
     return ExitSuccess;
 }
 
-int runRequest(const Arguments& arguments) {
-    arguments.expectPositional(2, 2);
-    const uint32_t memory = findMemory(arguments.positional()[0]);
-    const uint32_t variable = findVariable(memory, arguments.positional()[1]);
+Result<int> runRequest(Device& device, const Arguments& arguments) {
+    TRY(arguments.expectPositional(2, 2));
+    const uint32_t memory = TRY(findMemory(arguments.positional()[0]));
+    const uint32_t variable = TRY(findVariable(memory, arguments.positional()[1]));
     const std::string name = std::string(Introspection::getMemName(memory)) + "." +
                              Introspection::getVarName(memory, variable);
     if (Introspection::getVarBaseType(memory, variable) != BaseBool ||
         Introspection::isArray(memory, variable)) {
-        throw UsageError(name + " is not a request flag (a single bool)");
+        return usageError(name + " is not a request flag (a single bool)");
     }
-    const unsigned seconds = arguments.number("--timeout", 10);
-    openMemory(memory);
+    const unsigned seconds = TRY(arguments.number("--timeout", 10));
+    TRY(device.openMemory(memory));
     Ignore ignore;
-    ServerConnection& connection = connectBroker();
+    ServerConnection& connection = *TRY(device.connectBroker());
     connection.setEventHandler(&ignore);
     const Notify event = Introspection::getVarEvent(memory, variable);
     connection.subscribe(event);
@@ -216,35 +230,36 @@ int runRequest(const Arguments& arguments) {
         connection.postEvent(event);
     } else if (std::string error = Introspection::setVarValue(memory, variable, "true");
                !error.empty()) {
-        throw Failure(error);
+        return failure(error);
     }
     // A request that nobody served is taken back, so that a server starting
     // later does not act on a request its requester gave up.
+    // The broker connection's exceptions on posting the event become the reason.
     const auto giveUp = [&](const std::string& what) {
         if (!setHere) {
-            return Failure(what + " (it was already set before; left as it is)");
+            return failure(what + " (it was already set before; left as it is)");
         }
         try {
             Introspection::setVarValue(memory, variable, "false");
         } catch (const std::exception& error) {
-            return Failure(what +
+            return failure(what +
                            "; memtool set the flag back to false but could not post its "
                            "event: " +
                            errorMessage(error));
         }
-        return Failure(what + "; memtool set the flag back to false");
+        return failure(what + "; memtool set the flag back to false");
     };
     constexpr int CHECK_INTERVAL_MS = 100;
     const auto deadline = deadlineAfter(seconds);
-    EventPoll& poll = gen::getEventPoll();
+    EventPoll& poll = device.eventPoll();
     while (Introspection::getVarValue(memory, variable, 0) == "true") {
         const int left = remainingMs(deadline);
         if (left == 0) {
-            throw giveUp(name + " was not cleared within " + std::to_string(seconds) + " s");
+            return giveUp(name + " was not cleared within " + std::to_string(seconds) + " s");
         }
         if (poll.wait(left < 0 ? CHECK_INTERVAL_MS : std::min(left, CHECK_INTERVAL_MS)) ==
             EventPoll::Terminate) {
-            throw giveUp("interrupted before " + name + " was cleared");
+            return giveUp("interrupted before " + name + " was cleared");
         }
     }
     return ExitSuccess;

@@ -4,7 +4,7 @@
 #include "settings-service/eventid.h"
 #include "settings-service/introspection.h"
 
-std::optional<EventTarget> eventTarget(const Notify& notify) {
+std::optional<EventTarget> eventTarget(const Device& device, const Notify& notify) {
     if (notify.id >= EVENT_ID_COUNT) {
         return std::nullopt;
     }
@@ -16,7 +16,7 @@ std::optional<EventTarget> eventTarget(const Notify& notify) {
     if (notify.indexed == 1) {
         found.index = notify.index;
     }
-    found.readable = memoryExists(found.memory) &&
+    found.readable = device.memoryExists(found.memory) &&
                      (!found.index ||
                       *found.index < Introspection::getElementCount(found.memory, found.variable));
     return found;

@@ -3,6 +3,7 @@
 // --values` and the inspector's event stream read the value they show from it.
 #pragma once
 
+#include "device.h"
 #include "settings-service/notify.h"
 
 #include <cstdint>
@@ -17,4 +18,4 @@ struct EventTarget {
 };
 
 // Nullopt for a record of no variable (a command, an event of another program).
-std::optional<EventTarget> eventTarget(const Notify& notify);
+std::optional<EventTarget> eventTarget(const Device& device, const Notify& notify);

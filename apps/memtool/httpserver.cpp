@@ -1,7 +1,5 @@
 #include "httpserver.h"
 
-#include "cli.h"
-
 #include <arpa/inet.h>
 #include <cerrno>
 #include <charconv>
@@ -19,8 +17,11 @@ namespace {
 constexpr size_t INPUT_LIMIT = MAX_HEAD_BYTES + MAX_BODY_BYTES;
 constexpr size_t READ_CHUNK = 16 * 1024;
 
-std::string systemError(const std::string& what) {
-    return what + ": " + std::strerror(errno);
+// The error of the system call that just failed: `what`, the reason and errno.
+Error systemError(const std::string& what,
+                  std::source_location where = std::source_location::current()) {
+    const int code = errno;
+    return failure(what + ": " + std::strerror(code), code, where);
 }
 
 } // namespace
@@ -102,10 +103,20 @@ std::optional<ListenAddress> parseListenAddress(const std::string& text) {
 }
 
 HttpServer::HttpServer(EventPoll& poll, const ListenAddress& address, Handler handler)
-    : poll(poll), handler(std::move(handler)), bound(address) {
+    : poll(poll), handler(std::move(handler)), bound(address) {}
+
+Result<std::unique_ptr<HttpServer>>
+HttpServer::listen(EventPoll& poll, const ListenAddress& address, Handler handler) {
+    std::unique_ptr<HttpServer> server(new HttpServer(poll, address, std::move(handler)));
+    TRY(server->start());
+    return server;
+}
+
+Result<void> HttpServer::start() {
+    const ListenAddress& address = bound;
     listener = ::socket(address.address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (listener == -1) {
-        throw Failure(systemError("cannot make a socket"));
+        return systemError("cannot make a socket");
     }
     const int one = 1;
     setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
@@ -115,9 +126,10 @@ HttpServer::HttpServer(EventPoll& poll, const ListenAddress& address, Handler ha
     if (::bind(listener, reinterpret_cast<const sockaddr*>(&address.address), address.length) ==
             -1 ||
         ::listen(listener, static_cast<int>(MAX_CONNECTIONS)) == -1) {
-        const std::string message = systemError("cannot listen on " + address.text());
+        Error error = systemError("cannot listen on " + address.text());
         ::close(listener);
-        throw Failure(message);
+        listener = -1;
+        return error;
     }
     getsockname(listener, reinterpret_cast<sockaddr*>(&bound.address), &bound.length);
     epollFd = epoll_create1(EPOLL_CLOEXEC);
@@ -125,19 +137,26 @@ HttpServer::HttpServer(EventPoll& poll, const ListenAddress& address, Handler ha
     interest.events = EPOLLIN;
     interest.data.fd = listener;
     if (epollFd == -1 || epoll_ctl(epollFd, EPOLL_CTL_ADD, listener, &interest) == -1) {
-        const std::string message = systemError("cannot watch the listening socket");
+        Error error = systemError("cannot watch the listening socket");
         ::close(listener);
+        listener = -1;
         if (epollFd != -1) {
             ::close(epollFd);
+            epollFd = -1;
         }
-        throw Failure(message);
+        return error;
     }
     poll.add(epollFd, this, EPOLLIN);
+    return {};
 }
 
 HttpServer::~HttpServer() {
     while (!connections.empty()) {
         close(connections.begin()->first);
+    }
+    if (epollFd == -1) {
+        // Never started: nothing is open or registered.
+        return;
     }
     try {
         poll.remove(epollFd);

@@ -23,6 +23,7 @@
 #pragma once
 
 #include "httprequest.h"
+#include "result.h"
 #include "settings-service/eventpoll.h"
 
 #include <chrono>
@@ -64,9 +65,10 @@ public:
     static constexpr int IDLE_SECONDS = 60;
     static constexpr int HEARTBEAT_SECONDS = 15;
 
-    // Listens on `address` and registers with `poll`; throws Failure when the
-    // address cannot be bound.
-    HttpServer(EventPoll& poll, const ListenAddress& address, Handler handler);
+    // Listens on `address` and registers with `poll`; an error (with the
+    // system's errno) when the address cannot be bound.
+    static Result<std::unique_ptr<HttpServer>> listen(EventPoll& poll, const ListenAddress& address,
+                                                      Handler handler);
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
@@ -85,6 +87,10 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
+
+    HttpServer(EventPoll& poll, const ListenAddress& address, Handler handler);
+    // Opens the listening socket and registers it; on an error nothing stays open.
+    Result<void> start();
 
     struct Connection {
         int fd;

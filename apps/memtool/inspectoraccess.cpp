@@ -1,7 +1,5 @@
 #include "inspectoraccess.h"
 
-#include "cli.h"
-
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -67,7 +65,7 @@ bool carriesToken(const HttpRequest& request, const std::string& token) {
     return parameter && equalInConstantTime(*parameter, token);
 }
 
-std::string randomToken() {
+Result<std::string> randomToken() {
     unsigned char bytes[16];
     size_t got = 0;
     while (got < sizeof bytes) {
@@ -76,7 +74,8 @@ std::string randomToken() {
             continue;
         }
         if (read <= 0) {
-            throw Failure("cannot make a token: no random numbers from the kernel");
+            return failure("cannot make a token: no random numbers from the kernel",
+                           read == -1 ? errno : 0);
         }
         got += static_cast<size_t>(read);
     }

@@ -17,11 +17,13 @@
 
 #include "httprequest.h"
 #include "httpserver.h"
+#include "result.h"
 
 #include <string>
 
 bool isOwnHost(const std::string& host, const ListenAddress& listening);
 bool isOwnOrigin(const std::optional<std::string>& origin, const std::string& host);
 bool carriesToken(const HttpRequest& request, const std::string& token);
-// 32 hexadecimal digits from the kernel's random numbers.
-std::string randomToken();
+// 32 hexadecimal digits from the kernel's random numbers; an error when the
+// kernel gives none.
+Result<std::string> randomToken();

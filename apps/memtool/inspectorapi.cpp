@@ -2,7 +2,6 @@
 
 #include "assignment.h"
 #include "cli.h"
-#include "device.h"
 #include "eventtarget.h"
 #include "inspectoraccess.h"
 #include "inspectorpage.h"
@@ -14,15 +13,9 @@
 #include "settings-service/serverconnection.h"
 
 #include <algorithm>
-#include <stdexcept>
+#include <array>
 
 namespace {
-
-// A memory or variable that the catalogue does not have.
-class NotFound : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
 
 std::string jsonText(const Ordered& value) {
     return value.dump(-1, ' ', false, nlohmann::detail::error_handler_t::replace);
@@ -36,38 +29,26 @@ HttpResponse text(int status, const std::string& body) {
     return {status, "text/plain; charset=utf-8", body};
 }
 
-uint32_t memoryNamed(const std::string& name) {
-    try {
-        return findMemory(name);
-    } catch (const UsageError& error) {
-        throw NotFound(error.what());
-    }
-}
-
-uint32_t variableNamed(uint32_t memory, const std::string& name) {
-    try {
-        return findVariable(memory, name);
-    } catch (const UsageError& error) {
-        throw NotFound(error.what());
-    }
-}
-
-std::optional<uint32_t> indexOf(const HttpRequest& request, uint32_t memory, uint32_t variable) {
+Result<std::optional<uint32_t>> indexOf(const HttpRequest& request, uint32_t memory,
+                                        uint32_t variable) {
     const std::optional<std::string> index = request.parameter("index");
-    return index ? std::optional(elementIndex(memory, variable, *index)) : std::nullopt;
+    if (!index) {
+        return std::optional<uint32_t>();
+    }
+    return std::optional(TRY(elementIndex(memory, variable, *index)));
 }
 
 // The value of a variable of the catalogue, named as in the catalogue.
-Ordered namedValue(const char* memoryName, const char* variableName) {
-    const uint32_t memory = findMemory(memoryName);
-    const uint32_t variable = findVariable(memory, variableName);
-    openMemory(memory);
+Result<Ordered> namedValue(Device& device, const char* memoryName, const char* variableName) {
+    const uint32_t memory = TRY(findMemory(memoryName));
+    const uint32_t variable = TRY(findVariable(memory, variableName));
+    TRY(device.openMemory(memory));
     return valueJson(memory, variable, std::nullopt);
 }
 
-Ordered setupNames() {
-    const Ordered size = namedValue("MemUserSetups", "UserSetupListSize");
-    const Ordered list = namedValue("MemUserSetups", "UserSetupList");
+Result<Ordered> setupNames(Device& device) {
+    const Ordered size = TRY(namedValue(device, "MemUserSetups", "UserSetupListSize"));
+    const Ordered list = TRY(namedValue(device, "MemUserSetups", "UserSetupList"));
     const auto count = static_cast<size_t>(
         std::clamp<int64_t>(size.get<int64_t>(), 0, static_cast<int64_t>(list.size())));
     Ordered names = Ordered::array();
@@ -77,16 +58,23 @@ Ordered setupNames() {
     return names;
 }
 
-Ordered identity() {
-    return {{"board", namedValue("MemPersistent", "ProductName")},
-            {"serial", namedValue("MemStatic", "ProductSerial")},
-            {"revision", namedValue("MemStatic", "ProductRevision")},
-            {"version", namedValue("MemPersistent", "ProductVersion")},
-            {"commit", namedValue("MemStatic", "ProductLastCommit")}};
+Result<Ordered> identity(Device& device) {
+    constexpr std::array<std::array<const char*, 3>, 5> FIELDS = {{
+        {"board", "MemPersistent", "ProductName"},
+        {"serial", "MemStatic", "ProductSerial"},
+        {"revision", "MemStatic", "ProductRevision"},
+        {"version", "MemPersistent", "ProductVersion"},
+        {"commit", "MemStatic", "ProductLastCommit"},
+    }};
+    Ordered fields = Ordered::object();
+    for (const auto& [key, memory, variable] : FIELDS) {
+        fields[key] = TRY(namedValue(device, memory, variable));
+    }
+    return fields;
 }
 
-Ordered memoryValues(uint32_t memory) {
-    openMemory(memory);
+Result<Ordered> memoryValues(Device& device, uint32_t memory) {
+    TRY(device.openMemory(memory));
     Ordered values = Ordered::object();
     for (uint32_t variable = 0; variable < Introspection::getVarCount(memory); ++variable) {
         values[Introspection::getVarName(memory, variable)] =
@@ -95,17 +83,18 @@ Ordered memoryValues(uint32_t memory) {
     return values;
 }
 
-HttpResponse setValue(const HttpRequest& request, uint32_t memory, uint32_t variable) {
+Result<HttpResponse> setValue(Device& device, const HttpRequest& request, uint32_t memory,
+                              uint32_t variable) {
+    const std::optional<uint32_t> index = TRY(indexOf(request, memory, variable));
     const Assignment assignment =
-        assignmentFor(memory, {variable, indexOf(request, memory, variable)}, request.body,
-                      "give the element as ?index=N");
-    openMemory(memory);
-    checkAssignments({assignment});
-    if (gServerConnection == nullptr || !gServerConnection->isConnected()) {
-        throw Failure("the message broker is not connected, so the change could not be "
-                      "announced; nothing stored");
+        TRY(assignmentFor(memory, {variable, index}, request.body, "give the element as ?index=N"));
+    TRY(device.openMemory(memory));
+    TRY(checkAssignments({assignment}));
+    if (!device.brokerConnected()) {
+        return failure("the message broker is not connected, so the change could not be "
+                       "announced; nothing stored");
     }
-    store(assignment);
+    TRY(store(assignment));
     return json({{"value", valueJson(memory, variable, assignment.index)}});
 }
 
@@ -134,20 +123,17 @@ HttpResponse InspectorApi::answer(const HttpRequest& request) const {
         return text(401, "no or wrong token: open the address that memtool serve printed, or "
                          "send the header \"Authorization: Bearer TOKEN\"");
     }
+    // A refused request (a usage error) and an operation that failed answer
+    // 400; the infrastructure's exceptions, which memtool did not foresee, 500.
     try {
-        return route(request);
-    } catch (const NotFound& error) {
-        return text(404, error.what());
-    } catch (const UsageError& error) {
-        return text(400, error.what());
-    } catch (const Failure& error) {
-        return text(400, error.what());
+        const Result<HttpResponse> response = route(request);
+        return response.ok() ? *response : text(400, response.error().text);
     } catch (const std::exception& error) {
         return text(500, errorMessage(error));
     }
 }
 
-HttpResponse InspectorApi::route(const HttpRequest& request) const {
+Result<HttpResponse> InspectorApi::route(const HttpRequest& request) const {
     const std::vector<std::string>& names = request.segments;
     if (names.empty() || (names.size() == 1 && names[0] == "index.html")) {
         if (request.method != "GET") {
@@ -176,7 +162,7 @@ HttpResponse InspectorApi::route(const HttpRequest& request) const {
     }
     const std::string what = found->name;
     if (what == "memories") {
-        return json(memoriesJson());
+        return json(memoriesJson(device));
     }
     if (what == "events") {
         HttpResponse stream{200, "text/event-stream", "retry: 1000\n\n"};
@@ -184,31 +170,38 @@ HttpResponse InspectorApi::route(const HttpRequest& request) const {
         return stream;
     }
     if (what == "setups") {
-        return json(setupNames());
+        return json(TRY(setupNames(device)));
     }
     if (what == "identity") {
-        return json(identity());
+        return json(TRY(identity(device)));
     }
-    const uint32_t memory = memoryNamed(names[2]);
+    // A memory or variable that the catalogue does not have is not found (404).
+    const Result<uint32_t> memory = findMemory(names[2]);
+    if (!memory) {
+        return text(404, memory.error().text);
+    }
     if (what == "vars") {
-        return json(variablesJson(memory));
+        return json(variablesJson(*memory));
     }
     if (what == "values") {
-        return json(memoryValues(memory));
+        return json(TRY(memoryValues(device, *memory)));
     }
-    const uint32_t variable = variableNamed(memory, names[3]);
+    const Result<uint32_t> variable = findVariable(*memory, names[3]);
+    if (!variable) {
+        return text(404, variable.error().text);
+    }
     if (what == "describe") {
-        return json(describeJson(memory, variable));
+        return json(describeJson(*memory, *variable));
     }
     if (what == "get") {
-        const std::optional<uint32_t> index = indexOf(request, memory, variable);
-        openMemory(memory);
-        return json({{"value", valueJson(memory, variable, index)}});
+        const std::optional<uint32_t> index = TRY(indexOf(request, *memory, *variable));
+        TRY(device.openMemory(*memory));
+        return json({{"value", valueJson(*memory, *variable, index)}});
     }
     if (readOnly) {
         return text(403, "refused: this inspector is read-only (memtool serve --read-only)");
     }
-    return setValue(request, memory, variable);
+    return setValue(device, request, *memory, *variable);
 }
 
 HttpResponse InspectorApi::page() const {
@@ -226,8 +219,8 @@ HttpResponse InspectorApi::page() const {
     return response;
 }
 
-std::string eventMessage(const Notify& notify) {
-    const std::optional<EventTarget> target = eventTarget(notify);
+std::string eventMessage(Device& device, const Notify& notify) {
+    const std::optional<EventTarget> target = eventTarget(device, notify);
     Ordered message = {
         {"event", notify.id < EVENT_ID_COUNT ? Ordered(eventName(notify)) : Ordered(nullptr)},
         {"memory", nullptr},
@@ -240,12 +233,12 @@ std::string eventMessage(const Notify& notify) {
         if (target->index) {
             message["index"] = *target->index;
         }
-        if (target->readable) {
+        // A memory that went away between the look and the read gives no value.
+        if (target->readable && device.openMemory(target->memory).ok()) {
             try {
-                openMemory(target->memory);
                 message["value"] = valueJson(target->memory, target->variable, target->index);
             } catch (const std::exception&) {
-                // The memory went away between the look and the read: no value.
+                // A value that cannot be written as JSON: no value either.
             }
         }
     }

@@ -29,23 +29,26 @@
 // U+FFFD in place of each bad byte, so that an answer is always JSON.
 #pragma once
 
+#include "device.h"
 #include "httprequest.h"
 #include "httpserver.h"
+#include "result.h"
 #include "settings-service/notify.h"
 
 #include <string>
 
 class InspectorApi {
 public:
-    InspectorApi(const ListenAddress& listening, std::string token, bool readOnly)
-        : listening(listening), token(std::move(token)), readOnly(readOnly) {}
+    InspectorApi(Device& device, const ListenAddress& listening, std::string token, bool readOnly)
+        : device(device), listening(listening), token(std::move(token)), readOnly(readOnly) {}
 
     HttpResponse answer(const HttpRequest& request) const;
 
 private:
-    HttpResponse route(const HttpRequest& request) const;
+    Result<HttpResponse> route(const HttpRequest& request) const;
     HttpResponse page() const;
 
+    Device& device;
     ListenAddress listening;
     std::string token;
     bool readOnly;
@@ -54,4 +57,4 @@ private:
 // The event-stream message of one broker record: "data: " and the JSON
 // object with the keys event, memory, variable, index and value, then a
 // blank line.
-std::string eventMessage(const Notify& notify);
+std::string eventMessage(Device& device, const Notify& notify);

@@ -64,13 +64,13 @@ void printLines(const std::vector<std::string>& lines) {
 
 } // namespace
 
-Ordered memoriesJson() {
+Ordered memoriesJson(const Device& device) {
     Ordered list = Ordered::array();
     for (uint32_t memory = 0; memory < Introspection::getMemCount(); ++memory) {
         list.push_back({{"index", memory},
                         {"name", Introspection::getMemName(memory)},
                         {"variables", Introspection::getVarCount(memory)},
-                        {"present", memoryExists(memory)}});
+                        {"present", device.memoryExists(memory)}});
     }
     return list;
 }
@@ -112,9 +112,9 @@ Ordered describeJson(uint32_t memory, uint32_t variable) {
             {"event", EVENT_NAME[Introspection::getVarEvent(memory, variable).id]}};
 }
 
-int listMemories(const Arguments& arguments) {
-    arguments.expectPositional(0, 0);
-    const Ordered list = memoriesJson();
+Result<int> listMemories(Device& device, const Arguments& arguments) {
+    TRY(arguments.expectPositional(0, 0));
+    const Ordered list = memoriesJson(device);
     if (arguments.has("--json")) {
         printJson(list);
         return ExitSuccess;
@@ -127,9 +127,9 @@ int listMemories(const Arguments& arguments) {
     return ExitSuccess;
 }
 
-int listVariables(const Arguments& arguments) {
-    arguments.expectPositional(1, 1);
-    const uint32_t memory = findMemory(arguments.positional()[0]);
+Result<int> listVariables(Device&, const Arguments& arguments) {
+    TRY(arguments.expectPositional(1, 1));
+    const uint32_t memory = TRY(findMemory(arguments.positional()[0]));
     const uint32_t count = Introspection::getVarCount(memory);
     if (arguments.has("--json")) {
         printJson(variablesJson(memory));
@@ -147,10 +147,10 @@ int listVariables(const Arguments& arguments) {
     return ExitSuccess;
 }
 
-int describeVariable(const Arguments& arguments) {
-    arguments.expectPositional(2, 2);
-    const uint32_t memory = findMemory(arguments.positional()[0]);
-    const uint32_t variable = findVariable(memory, arguments.positional()[1]);
+Result<int> describeVariable(Device&, const Arguments& arguments) {
+    TRY(arguments.expectPositional(2, 2));
+    const uint32_t memory = TRY(findMemory(arguments.positional()[0]));
+    const uint32_t variable = TRY(findVariable(memory, arguments.positional()[1]));
     const Ordered description = describeJson(memory, variable);
     if (arguments.has("--json")) {
         printJson(description);
@@ -179,21 +179,21 @@ int describeVariable(const Arguments& arguments) {
     return ExitSuccess;
 }
 
-int listNames(const Arguments& arguments) {
-    arguments.expectPositional(0, 2);
+Result<int> listNames(Device& device, const Arguments& arguments) {
+    TRY(arguments.expectPositional(0, 2));
     const auto& words = arguments.positional();
     std::vector<std::string> names;
     if (arguments.has("--events")) {
-        arguments.expectPositional(0, 0);
+        TRY(arguments.expectPositional(0, 0));
         names.assign(EVENT_NAME, EVENT_NAME + EVENT_ID_COUNT);
     } else if (arguments.has("--commands")) {
-        arguments.expectPositional(0, 0);
-        for (const Command& command : MEMTOOL.commands) {
+        TRY(arguments.expectPositional(0, 0));
+        for (const Command& command : memtoolProgram(device).commands) {
             names.emplace_back(command.name);
         }
     } else if (const std::optional<std::string> name = arguments.value("--options")) {
-        arguments.expectPositional(0, 0);
-        for (const Command& command : MEMTOOL.commands) {
+        TRY(arguments.expectPositional(0, 0));
+        for (const Command& command : memtoolProgram(device).commands) {
             if (*name == command.name) {
                 names.assign(command.flags.begin(), command.flags.end());
                 names.insert(names.end(), command.valued.begin(), command.valued.end());
@@ -205,13 +205,13 @@ int listNames(const Arguments& arguments) {
             names.emplace_back(Introspection::getMemName(memory));
         }
     } else if (words.size() == 1) {
-        const uint32_t memory = findMemory(words[0]);
+        const uint32_t memory = TRY(findMemory(words[0]));
         for (uint32_t variable = 0; variable < Introspection::getVarCount(memory); ++variable) {
             names.emplace_back(Introspection::getVarName(memory, variable));
         }
     } else {
-        const uint32_t memory = findMemory(words[0]);
-        const uint32_t variable = findElement(memory, words[1]).variable;
+        const uint32_t memory = TRY(findMemory(words[0]));
+        const uint32_t variable = TRY(findElement(memory, words[1])).variable;
         names = Introspection::getVarBaseType(memory, variable) == BaseBool
                     ? std::vector<std::string>{"false", "true"}
                     : enumNames(memory, variable);

@@ -2,12 +2,13 @@
 // `describe --json` and for the inspector's API, which answers the same.
 #pragma once
 
+#include "device.h"
 #include "jsonvalue.h"
 
 #include <cstdint>
 
 // Index, name, number of variables and presence of every memory.
-Ordered memoriesJson();
+Ordered memoriesJson(const Device& device);
 // One row per variable: index, name, type, array length, capacity, range,
 // enum names and change event.
 Ordered variablesJson(uint32_t memory);

@@ -79,6 +79,8 @@ bool unchanged(const Ordered& now, const Ordered& given) {
 
 class Loader {
 public:
+    explicit Loader(Device& device) : device(device) {}
+
     std::vector<Assignment> planned;
     std::vector<std::string> problems;
 
@@ -89,11 +91,9 @@ public:
         if (!memory) {
             return;
         }
-        std::optional<uint32_t> variable;
-        try {
-            variable = findVariable(*memory, variableName);
-        } catch (const std::exception& error) {
-            problems.push_back(error.what());
+        const Result<uint32_t> variable = findVariable(*memory, variableName);
+        if (!variable) {
+            problems.push_back(variable.error().text);
             return;
         }
         const Ordered now = currentJson(*memory, *variable);
@@ -125,12 +125,12 @@ private:
             return known->second;
         }
         std::optional<uint32_t>& memory = memories[name];
-        try {
-            memory = findMemory(name);
-            openMemory(*memory);
-        } catch (const std::exception& error) {
-            problems.push_back(error.what());
-            memory.reset();
+        const Result<uint32_t> found = findMemory(name);
+        Result<void> opened = found.ok() ? device.openMemory(*found) : found.error();
+        if (opened.ok()) {
+            memory = *found;
+        } else {
+            problems.push_back(opened.error().text);
         }
         return memory;
     }
@@ -152,23 +152,31 @@ private:
         planned.push_back(assignment);
     }
 
+    Device& device;
     std::map<std::string, std::optional<uint32_t>> memories;
 };
 
 // Reads the file, handing each variable's value to the loader and keeping no
-// value once it is handed on.
-void readDump(std::istream& input, const std::string& fileName, Loader& loader) {
+// value once it is handed on.  A document that is no dump is refused at its
+// first wrong value: nothing after it reaches the loader.
+Result<void> readDump(std::istream& input, const std::string& fileName, Loader& loader) {
     std::string memory;
     std::string variable;
+    std::optional<Error> wrongShape;
     const auto callback = [&](int depth, Ordered::parse_event_t event, Ordered& parsed) {
         using Event = Ordered::parse_event_t;
+        if (wrongShape) {
+            return false;
+        }
         if (depth == 0 && (event == Event::value || event == Event::array_start)) {
-            throw Failure(fileName + " is not a dump of memories: not a JSON object");
+            wrongShape = failure(fileName + " is not a dump of memories: not a JSON object");
+            return false;
         }
         if (depth == 1 && event == Event::key) {
             memory = parsed.get<std::string>();
         } else if (depth == 1 && (event == Event::value || event == Event::array_start)) {
-            throw Failure(fileName + ": " + memory + " is not an object of variables");
+            wrongShape = failure(fileName + ": " + memory + " is not an object of variables");
+            return false;
         } else if (depth == 2 && event == Event::key) {
             variable = parsed.get<std::string>();
         } else if (depth == 2 && (event == Event::value || event == Event::object_end ||
@@ -182,26 +190,32 @@ void readDump(std::istream& input, const std::string& fileName, Loader& loader) 
         // What is left of the document: the memories' names, their values handed on.
         [[maybe_unused]] const Ordered skeleton = Ordered::parse(input, callback);
     } catch (const nlohmann::json::exception& error) {
-        throw Failure(fileName + " is not valid JSON: " + error.what());
+        if (!wrongShape) {
+            return failure(fileName + " is not valid JSON: " + error.what());
+        }
     }
+    if (wrongShape) {
+        return *wrongShape;
+    }
+    return {};
 }
 
 } // namespace
 
-int loadValues(const Arguments& arguments) {
-    arguments.expectPositional(1, 1);
+Result<int> loadValues(Device& device, const Arguments& arguments) {
+    TRY(arguments.expectPositional(1, 1));
     const std::string& fileName = arguments.positional()[0];
-    Loader loader;
+    Loader loader(device);
     if (fileName == "-") {
-        readDump(std::cin, "standard input", loader);
+        TRY(readDump(std::cin, "standard input", loader));
     } else {
         std::ifstream file(fileName, std::ios::binary);
         if (!file) {
-            throw Failure("cannot open " + fileName);
+            return failure("cannot open " + fileName);
         }
-        readDump(file, fileName, loader);
+        TRY(readDump(file, fileName, loader));
     }
-    failOnProblems(loader.problems, loader.problems.size() + loader.planned.size());
+    TRY(failOnProblems(loader.problems, loader.problems.size() + loader.planned.size()));
     if (arguments.has("--dry-run")) {
         for (const Assignment& assignment : loader.planned) {
             std::printf("%s %s=%s\n", Introspection::getMemName(assignment.memory),
@@ -210,10 +224,8 @@ int loadValues(const Arguments& arguments) {
         return ExitSuccess;
     }
     if (!loader.planned.empty()) {
-        connectBroker();
+        TRY(device.connectBroker());
     }
-    for (const Assignment& assignment : loader.planned) {
-        store(assignment);
-    }
+    TRY(storeAll(loader.planned));
     return ExitSuccess;
 }

@@ -6,6 +6,9 @@
 // are written through the catalogue's setters, so range checks and change
 // events happen as for any other process.  Exit status: 0 success, 1 the
 // operation failed, 2 the command line is wrong.
+//
+// main makes the Device (the memories and the process's event loop) that the
+// commands use, and closes the broker connection at the end.
 #include "commands.h"
 #include "settings-service/eventpoll.h"
 #include "settings-service/log.h"
@@ -24,7 +27,9 @@ gen::LogLevel memtoolLogLevel = gen::Warn;
 int main(int argc, char** argv) {
     EventPoll::handleSignals();
     gComponentLogLevel = &memtoolLogLevel;
-    const int status = runProgram(MEMTOOL, std::vector<std::string>(argv + 1, argv + argc));
+    Device device(gen::getEventPoll());
+    const int status =
+        runProgram(memtoolProgram(device), std::vector<std::string>(argv + 1, argv + argc));
     gen::closeServerConnection();
     return status;
 }

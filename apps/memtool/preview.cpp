@@ -48,7 +48,7 @@ const char* jsonName(const std::string& category) {
     return "";
 }
 
-std::string readDocument(const std::string& fileName) {
+Result<std::string> readDocument(const std::string& fileName) {
     std::ostringstream text;
     if (fileName == "-") {
         text << std::cin.rdbuf();
@@ -56,7 +56,7 @@ std::string readDocument(const std::string& fileName) {
     }
     std::ifstream file(fileName, std::ios::binary);
     if (!file) {
-        throw Failure("cannot open " + fileName);
+        return failure("cannot open " + fileName);
     }
     text << file.rdbuf();
     return text.str();
@@ -76,7 +76,7 @@ struct Preview {
     std::vector<Migration::KeyResult> results;
 };
 
-Preview preview(uint32_t memory, const std::string& text, const std::string& fileName) {
+Result<Preview> preview(uint32_t memory, const std::string& text, const std::string& fileName) {
     Preview result;
     Json reader;
     std::vector<Json::Item> items;
@@ -86,7 +86,7 @@ Preview preview(uint32_t memory, const std::string& text, const std::string& fil
         result.complete = false;
         DocumentText::Lines lines = DocumentText::readLines(text);
         if (lines.items.empty()) {
-            throw Failure(fileName + " is not a settings document: no line of it can be read");
+            return failure(fileName + " is not a settings document: no line of it can be read");
         }
         items = std::move(lines.items);
         result.unreadable = std::move(lines.unreadable);
@@ -166,12 +166,12 @@ void printJson(uint32_t memory, const Preview& preview, const std::string& fileN
 
 } // namespace
 
-int previewDocument(const Arguments& arguments) {
-    arguments.expectPositional(1, 1);
+Result<int> previewDocument(Device&, const Arguments& arguments) {
+    TRY(arguments.expectPositional(1, 1));
     const std::string& fileName = arguments.positional()[0];
-    const std::string text = readDocument(fileName);
+    const std::string text = TRY(readDocument(fileName));
     const uint32_t memory = Introspection::getMemIndex("MemPersistent");
-    const Preview result = preview(memory, text, fileName);
+    const Preview result = TRY(preview(memory, text, fileName));
     if (arguments.has("--json")) {
         printJson(memory, result, fileName);
     } else {

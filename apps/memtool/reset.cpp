@@ -28,16 +28,16 @@ void resetsOf(uint32_t memory, const VariableRef& ref, std::vector<Assignment>& 
 
 } // namespace
 
-int resetValues(const Arguments& arguments) {
+Result<int> resetValues(Device& device, const Arguments& arguments) {
     const bool all = arguments.has("--all");
-    arguments.expectPositional(all ? 1 : 2, all ? 1 : SIZE_MAX);
+    TRY(arguments.expectPositional(all ? 1 : 2, all ? 1 : SIZE_MAX));
     const auto& words = arguments.positional();
-    const uint32_t memory = findMemory(words[0]);
+    const uint32_t memory = TRY(findMemory(words[0]));
     std::vector<VariableRef> refs;
     for (size_t i = 1; i < words.size(); ++i) {
-        refs.push_back(findElement(memory, words[i]));
+        refs.push_back(TRY(findElement(memory, words[i])));
     }
-    openMemory(memory);
+    TRY(device.openMemory(memory));
     std::vector<Assignment> list;
     for (uint32_t variable = 0; all && variable < Introspection::getVarCount(memory); ++variable) {
         if (isWritable(memory, variable)) {
@@ -50,13 +50,11 @@ int resetValues(const Arguments& arguments) {
     for (const VariableRef& ref : refs) {
         resetsOf(memory, ref, list);
     }
-    checkAssignments(list);
+    TRY(checkAssignments(list));
     if (list.empty()) {
         return ExitSuccess;
     }
-    connectBroker();
-    for (const Assignment& assignment : list) {
-        store(assignment);
-    }
+    TRY(device.connectBroker());
+    TRY(storeAll(list));
     return ExitSuccess;
 }

@@ -32,6 +32,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <unistd.h>
 
 namespace {
@@ -41,11 +42,11 @@ constexpr const char* DEFAULT_LISTEN = "127.0.0.1:8765";
 // Passes the broker's records to the event streams and keeps the connection.
 class EventRelay : public ServerConnection::EventHandler {
 public:
-    explicit EventRelay(HttpServer& server) : server(server) {}
+    EventRelay(Device& device, HttpServer& server) : device(device), server(server) {}
 
     void handleEvent(const Notify& notify) override {
         if (server.streamCount() != 0) {
-            server.broadcast(eventMessage(notify));
+            server.broadcast(eventMessage(device, notify));
         }
     }
 
@@ -54,14 +55,15 @@ public:
     }
 
     // Connects when there is no connection and the broker is there; true when
-    // a connection was made.
-    bool keepConnected(EventPoll& poll) {
-        if (gServerConnection == nullptr || !gServerConnection->isConnected()) {
-            requireDeviceAccess(R_OK | W_OK);
+    // a connection was made.  An error when this user may not use the broker.
+    Result<bool> keepConnected() {
+        if (!device.brokerConnected()) {
+            TRY(requireDeviceAccess(R_OK | W_OK));
         }
         try {
             if (!BrokerLink::keepConnected(
-                    poll, this, [](ServerConnection& connection) { connection.subscribeAll(); })) {
+                    device.eventPoll(), this,
+                    [](ServerConnection& connection) { connection.subscribeAll(); })) {
                 return false;
             }
         } catch (const std::exception& error) {
@@ -73,17 +75,18 @@ public:
     }
 
 private:
+    Device& device;
     HttpServer& server;
 };
 
-std::string checkedToken(const std::optional<std::string>& given) {
+Result<std::string> checkedToken(const std::optional<std::string>& given) {
     if (!given) {
         return randomToken();
     }
     const bool printable = std::all_of(given->begin(), given->end(),
                                        [](unsigned char c) { return c > ' ' && c < 127; });
     if (given->empty() || !printable) {
-        throw UsageError("--token needs printable characters without blanks");
+        return usageError("--token needs printable characters without blanks");
     }
     return *given;
 }
@@ -99,28 +102,30 @@ std::string pageAddress(const ListenAddress& address) {
 
 } // namespace
 
-int serveInspector(const Arguments& arguments) {
-    arguments.expectPositional(0, 0);
+Result<int> serveInspector(Device& device, const Arguments& arguments) {
+    TRY(arguments.expectPositional(0, 0));
     const std::string listen = arguments.value("--listen").value_or(DEFAULT_LISTEN);
     const std::optional<ListenAddress> address = parseListenAddress(listen);
     if (!address) {
-        throw UsageError("--listen " + listen +
-                         ": give ADDRESS:PORT, e.g. 127.0.0.1:8765, [::1]:8765 or localhost:0");
+        return usageError("--listen " + listen +
+                          ": give ADDRESS:PORT, e.g. 127.0.0.1:8765, [::1]:8765 or localhost:0");
     }
     const std::optional<std::string> given = arguments.value("--token");
-    const std::string token = checkedToken(given);
+    const std::string token = TRY(checkedToken(given));
     const bool readOnly = arguments.has("--read-only");
-    mapMemoriesReadOnly(readOnly);
-    requireDeviceAccess(readOnly ? R_OK : R_OK | W_OK);
+    device.mapMemoriesReadOnly(readOnly);
+    TRY(requireDeviceAccess(readOnly ? R_OK : R_OK | W_OK));
 
-    EventPoll& poll = gen::getEventPoll();
+    EventPoll& poll = device.eventPoll();
     // The access checks compare addresses, not ports: the address as asked for serves.
-    const InspectorApi inspector(*address, token, readOnly);
-    HttpServer server(poll, *address, [&inspector](const HttpRequest& request) {
-        return inspector.answer(request);
-    });
-    EventRelay broker(server);
-    if (!broker.keepConnected(poll)) {
+    const InspectorApi inspector(device, *address, token, readOnly);
+    const std::unique_ptr<HttpServer> listening =
+        TRY(HttpServer::listen(poll, *address, [&inspector](const HttpRequest& request) {
+            return inspector.answer(request);
+        }));
+    HttpServer& server = *listening;
+    EventRelay broker(device, server);
+    if (!TRY(broker.keepConnected())) {
         std::fprintf(stderr, "memtool serve: no message broker yet; events follow once it is "
                              "there\n");
     }
@@ -151,8 +156,8 @@ int serveInspector(const Arguments& arguments) {
         }
         nextTick = Clock::now() + std::chrono::seconds(1);
         server.tick();
-        const bool reconnected = broker.keepConnected(poll);
-        if (refreshMemories() || reconnected) {
+        const bool reconnected = TRY(broker.keepConnected());
+        if (device.refreshMemories() || reconnected) {
             server.endStreams();
         }
     }

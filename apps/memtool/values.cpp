@@ -34,55 +34,59 @@ std::vector<std::pair<std::string, std::string>> elementTexts(uint32_t memory,
 
 // The variables of `get`: the form VARIABLE INDEX for an array's element, else
 // every word a VARIABLE or VARIABLE[INDEX].
-std::vector<VariableRef> requestedVariables(uint32_t memory,
-                                            const std::vector<std::string>& words) {
+Result<std::vector<VariableRef>> requestedVariables(uint32_t memory,
+                                                    const std::vector<std::string>& words) {
     if (words.size() == 3 && parseNumber(words[2])) {
-        const uint32_t variable = findVariable(memory, words[1]);
+        const uint32_t variable = TRY(findVariable(memory, words[1]));
         if (Introspection::isArray(memory, variable)) {
-            return {{variable, elementIndex(memory, variable, words[2])}};
+            const uint32_t index = TRY(elementIndex(memory, variable, words[2]));
+            return std::vector<VariableRef>{{variable, index}};
         }
     }
     std::vector<VariableRef> refs;
     for (size_t i = 1; i < words.size(); ++i) {
-        refs.push_back(findElement(memory, words[i]));
+        refs.push_back(TRY(findElement(memory, words[i])));
     }
     return refs;
 }
 
 // `set MEMORY VARIABLE [INDEX] VALUE` or `set MEMORY NAME=VALUE...`.
-std::vector<Assignment> assignments(uint32_t memory, const std::vector<std::string>& words) {
+Result<std::vector<Assignment>> assignments(uint32_t memory,
+                                            const std::vector<std::string>& words) {
     if (words[1].find('=') == std::string::npos) {
         if (words.size() < 3 || words.size() > 4) {
-            throw UsageError(words.size() < 3 ? "missing the value" : "too many arguments");
+            return usageError(words.size() < 3 ? "missing the value" : "too many arguments");
         }
-        const uint32_t variable = findVariable(memory, words[1]);
-        const std::optional<uint32_t> index =
-            words.size() == 4 ? std::optional(elementIndex(memory, variable, words[2]))
-                              : std::nullopt;
-        return {assignmentFor(memory, {variable, index}, words.back(),
-                              "give the element's index before the value")};
+        const uint32_t variable = TRY(findVariable(memory, words[1]));
+        std::optional<uint32_t> index;
+        if (words.size() == 4) {
+            index = TRY(elementIndex(memory, variable, words[2]));
+        }
+        Assignment assignment = TRY(assignmentFor(memory, {variable, index}, words.back(),
+                                                  "give the element's index before the value"));
+        return std::vector<Assignment>{std::move(assignment)};
     }
     std::vector<Assignment> list;
     for (size_t i = 1; i < words.size(); ++i) {
         const size_t equals = words[i].find('=');
         if (equals == std::string::npos) {
-            throw UsageError("\"" + words[i] + "\" is not a NAME=VALUE assignment");
+            return usageError("\"" + words[i] + "\" is not a NAME=VALUE assignment");
         }
-        list.push_back(assignmentFor(memory, findElement(memory, words[i].substr(0, equals)),
-                                     words[i].substr(equals + 1),
-                                     "name the element as NAME[INDEX]=VALUE"));
+        const VariableRef ref = TRY(findElement(memory, words[i].substr(0, equals)));
+        list.push_back(TRY(assignmentFor(memory, ref, words[i].substr(equals + 1),
+                                         "name the element as NAME[INDEX]=VALUE")));
     }
     return list;
 }
 
 } // namespace
 
-int getValue(const Arguments& arguments) {
-    arguments.expectPositional(2, SIZE_MAX);
+Result<int> getValue(Device& device, const Arguments& arguments) {
+    TRY(arguments.expectPositional(2, SIZE_MAX));
     const auto& words = arguments.positional();
-    const uint32_t memory = findMemory(words[0]);
-    const std::vector<VariableRef> refs = requestedVariables(memory, words);
-    openMemory(memory);
+    const uint32_t memory = TRY(findMemory(words[0]));
+    const std::vector<VariableRef> refs = TRY(requestedVariables(memory, words));
+    TRY(device.openMemory(memory));
     const bool json = arguments.has("--json");
     if (json) {
         Ordered values = Ordered::object();
@@ -101,16 +105,14 @@ int getValue(const Arguments& arguments) {
     return ExitSuccess;
 }
 
-int setValue(const Arguments& arguments) {
-    arguments.expectPositional(2, SIZE_MAX);
+Result<int> setValue(Device& device, const Arguments& arguments) {
+    TRY(arguments.expectPositional(2, SIZE_MAX));
     const auto& words = arguments.positional();
-    const uint32_t memory = findMemory(words[0]);
-    const std::vector<Assignment> list = assignments(memory, words);
-    openMemory(memory);
-    checkAssignments(list);
-    connectBroker();
-    for (const Assignment& assignment : list) {
-        store(assignment);
-    }
+    const uint32_t memory = TRY(findMemory(words[0]));
+    const std::vector<Assignment> list = TRY(assignments(memory, words));
+    TRY(device.openMemory(memory));
+    TRY(checkAssignments(list));
+    TRY(device.connectBroker());
+    TRY(storeAll(list));
     return ExitSuccess;
 }

@@ -4,8 +4,13 @@
 
 #include <charconv>
 
-Arguments::Arguments(const std::vector<std::string>& input, const std::set<std::string>& flags,
-                     const std::set<std::string>& valued) {
+Result<Arguments> Arguments::parse(const std::vector<std::string>& input,
+                                   const std::set<std::string>& flags,
+                                   const std::set<std::string>& valued) {
+    Arguments parsed;
+    std::vector<std::string>& words = parsed.words;
+    std::set<std::string>& present = parsed.present;
+    std::map<std::string, std::string>& values = parsed.values;
     std::vector<std::string> known(flags.begin(), flags.end());
     known.insert(known.end(), valued.begin(), valued.end());
     for (size_t i = 0; i < input.size(); ++i) {
@@ -28,14 +33,15 @@ Arguments::Arguments(const std::vector<std::string>& input, const std::set<std::
             } else if (i + 1 < input.size()) {
                 values[name] = input[++i];
             } else {
-                throw UsageError("option " + name + " needs a value");
+                return usageError("option " + name + " needs a value");
             }
             present.insert(name);
         } else {
             const std::string hint = suggestion(name, known);
-            throw UsageError("unknown option " + word + (hint.empty() ? "" : ". " + hint));
+            return usageError("unknown option " + word + (hint.empty() ? "" : ". " + hint));
         }
     }
+    return parsed;
 }
 
 std::optional<std::string> Arguments::value(const std::string& option) const {
@@ -46,25 +52,26 @@ std::optional<std::string> Arguments::value(const std::string& option) const {
     return found->second;
 }
 
-unsigned Arguments::number(const std::string& option, unsigned fallback) const {
+Result<unsigned> Arguments::number(const std::string& option, unsigned fallback) const {
     const std::optional<std::string> text = value(option);
     if (!text) {
         return fallback;
     }
     const std::optional<unsigned> parsed = parseNumber(*text);
     if (!parsed) {
-        throw UsageError("option " + option + " needs a number, not \"" + *text + "\"");
+        return usageError("option " + option + " needs a number, not \"" + *text + "\"");
     }
     return *parsed;
 }
 
-void Arguments::expectPositional(size_t least, size_t most) const {
+Result<void> Arguments::expectPositional(size_t least, size_t most) const {
     if (words.size() < least) {
-        throw UsageError("missing arguments");
+        return usageError("missing arguments");
     }
     if (words.size() > most) {
-        throw UsageError("too many arguments, from \"" + words[most] + "\" on");
+        return usageError("too many arguments, from \"" + words[most] + "\" on");
     }
+    return {};
 }
 
 std::optional<unsigned> parseNumber(const std::string& text) {

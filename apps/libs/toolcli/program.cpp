@@ -67,22 +67,33 @@ void printError(const Program& program, const Command& command, const std::strin
     }
 }
 
+Result<int> parseAndRun(const Command& command, const std::vector<std::string>& words) {
+    const Arguments arguments = TRY(Arguments::parse(words, command.flags, command.valued));
+    return command.run(arguments);
+}
+
 int runCommand(const Program& program, const Command& command,
                const std::vector<std::string>& words) {
     if (asksForHelp(words)) {
         std::printf("Usage: %s\n\n%s\n", command.synopsis, command.description);
         return ExitSuccess;
     }
+    Result<int> status = failure("");
     try {
-        return command.run(Arguments(words, command.flags, command.valued));
-    } catch (const UsageError& error) {
-        printError(program, command, error.what());
-        std::fprintf(stderr, "Usage: %s\n", command.synopsis);
-        return ExitUsage;
+        status = parseAndRun(command, words);
     } catch (const std::exception& error) {
         printError(program, command, errorMessage(error));
         return ExitFailure;
     }
+    if (status.ok()) {
+        return *status;
+    }
+    printError(program, command, status.error().text);
+    if (status.error().code == Error::WrongUsage) {
+        std::fprintf(stderr, "Usage: %s\n", command.synopsis);
+        return ExitUsage;
+    }
+    return ExitFailure;
 }
 
 } // namespace

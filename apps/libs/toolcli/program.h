@@ -1,10 +1,18 @@
 // The frame shared by the command-line tools: `PROGRAM COMMAND [ARGUMENTS]`
 // with a table of commands, `-h`/`--help` and `--version` for the program,
 // `COMMAND -h`/`--help` for each command, suggestions for a mistyped
-// command, and one way of turning errors into messages and exit statuses:
-// UsageError -> "PROGRAM COMMAND: message" and the command's synopsis, exit 2;
-// any other error -> "PROGRAM COMMAND: message", exit 1.  A message of several
-// lines gets the "PROGRAM COMMAND: " prefix on each.
+// command, and one way of turning errors into messages and exit statuses.
+// A command returns its exit status or an Error (result.h):
+// Error::WrongUsage -> "PROGRAM COMMAND: message" and the command's synopsis,
+// exit 2; any other error -> "PROGRAM COMMAND: message", exit 1.  A message of
+// several lines gets the "PROGRAM COMMAND: " prefix on each.  Commands print
+// nothing about their own errors: the frame does.
+//
+// The exceptions of the interfaces whose failure form is fixed (throwError of
+// the infrastructure: the broker connection, the event loop; the hardware
+// record's exceptions) are turned into messages in one place, the frame's
+// dispatch: an exception that leaves a command is printed as an error, its
+// source location left out (errorMessage), exit 1.
 //
 // "-h" and "--help" ask for help wherever they stand before a "--"; a value
 // that is one of those words goes after "--".
@@ -13,7 +21,7 @@
 #include "cli.h"
 #include "settings-service/log.h"
 
-#include <exception>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -24,7 +32,8 @@ struct Command {
     const char* description; // the rest of the command's --help text
     std::set<std::string> flags;
     std::set<std::string> valued;
-    int (*run)(const Arguments& arguments);
+    // The exit status, or the error that the frame prints.
+    std::function<Result<int>(const Arguments& arguments)> run;
 };
 
 struct Program {

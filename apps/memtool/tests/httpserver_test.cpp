@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 class Server : public testing::Test {
 protected:
     void SetUp() override {
-        server = std::make_unique<HttpServer>(
+        Result<std::unique_ptr<HttpServer>> listening = HttpServer::listen(
             poll, parseListenAddress("127.0.0.1:0").value(), [](const HttpRequest& request) {
                 if (request.segments == std::vector<std::string>{"events"}) {
                     HttpResponse stream{200, "text/event-stream", "retry: 1000\n\n"};
@@ -28,6 +28,8 @@ protected:
                 }
                 return HttpResponse{200, "text/plain", "hello " + request.target + request.body};
             });
+        ASSERT_TRUE(listening.ok()) << listening.error().text;
+        server = std::move(listening).take();
     }
 
     void TearDown() override {
@@ -103,6 +105,15 @@ protected:
     std::unique_ptr<HttpServer> server;
     std::vector<int> clients;
 };
+
+TEST_F(Server, AnAddressInUseIsAnErrorWithTheSystemsReason) {
+    const Result<std::unique_ptr<HttpServer>> second = HttpServer::listen(
+        poll, server->address(), [](const HttpRequest&) { return HttpResponse{}; });
+    ASSERT_FALSE(second.ok());
+    EXPECT_EQ(second.error().code, EADDRINUSE);
+    EXPECT_EQ(second.error().text,
+              "cannot listen on " + server->address().text() + ": Address already in use");
+}
 
 TEST_F(Server, AnswersPipelinedRequestsInOrderOnOneConnection) {
     const int fd = connectClient();

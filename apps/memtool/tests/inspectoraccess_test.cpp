@@ -71,10 +71,14 @@ TEST(Token, InTheHeaderOrTheQuery) {
 }
 
 TEST(Token, MadeAtRandom) {
-    const std::string first = randomToken();
+    const Result<std::string> made = randomToken();
+    ASSERT_TRUE(made.ok()) << made.error().text;
+    const std::string& first = *made;
     EXPECT_EQ(first.size(), 32u);
     EXPECT_EQ(first.find_first_not_of("0123456789abcdef"), std::string::npos);
-    EXPECT_NE(first, randomToken());
+    const Result<std::string> second = randomToken();
+    ASSERT_TRUE(second.ok());
+    EXPECT_NE(first, *second);
 }
 
 } // namespace

@@ -17,26 +17,38 @@ using testsupport::locationField;
 
 int ran = 0;
 
-int succeed(const Arguments& arguments) {
-    arguments.expectPositional(1, 1);
+Result<int> succeed(const Arguments& arguments) {
+    TRY(arguments.expectPositional(1, 1));
     ++ran;
     return ExitSuccess;
 }
 
-int fail(const Arguments&) {
+// The infrastructure's exceptions are turned into messages by the frame.
+Result<int> fail(const Arguments&) {
     THROW_ERROR("Could not send message to %s", "server");
 }
 
-int refuse(const Arguments&) {
-    throw Failure("a: one\nb: two");
+Result<int> refuse(const Arguments&) {
+    return failure("a: one\nb: two");
 }
 
-const Program PROGRAM = {"tool",
-                         "Does things.",
-                         "Exit status: 0 done.",
-                         {{"go", "tool go THING", "Goes to THING.", {}, {}, succeed},
-                          {"break", "tool break", "Breaks.", {}, {}, fail},
-                          {"refuse", "tool refuse", "Refuses.", {}, {}, refuse}}};
+Result<int> misuse(const Arguments&) {
+    return usageError("x: wrong\ny: wrong too");
+}
+
+Result<int> finish(const Arguments& arguments) {
+    return arguments.has("--partly") ? 3 : ExitSuccess;
+}
+
+const Program PROGRAM = {
+    "tool",
+    "Does things.",
+    "Exit status: 0 done.",
+    {{"go", "tool go THING", "Goes to THING.", {}, {}, succeed},
+     {"break", "tool break", "Breaks.", {}, {}, fail},
+     {"refuse", "tool refuse", "Refuses.", {}, {}, refuse},
+     {"misuse", "tool misuse", "Misuses.", {}, {}, misuse},
+     {"finish", "tool finish [--partly]", "Finishes.", {"--partly"}, {}, finish}}};
 
 struct Output {
     int status;
@@ -115,6 +127,33 @@ TEST(Program, EachLineOfAMessageIsPrefixed) {
     const Output refused = run({"refuse"});
     EXPECT_EQ(refused.status, ExitFailure);
     EXPECT_EQ(refused.err, "tool refuse: a: one\ntool refuse: b: two\n");
+}
+
+TEST(Program, AUsageErrorOfSeveralLinesIsPrefixedAndShowsTheSynopsis) {
+    const Output usage = run({"misuse"});
+    EXPECT_EQ(usage.status, ExitUsage);
+    EXPECT_EQ(usage.out, "");
+    EXPECT_EQ(usage.err, "tool misuse: x: wrong\ntool misuse: y: wrong too\nUsage: tool misuse\n");
+}
+
+TEST(Program, AWrongOptionIsAUsageError) {
+    const Output usage = run({"finish", "--party"});
+    EXPECT_EQ(usage.status, ExitUsage);
+    EXPECT_EQ(usage.err, "tool finish: unknown option --party. Did you mean: --partly?\n"
+                         "Usage: tool finish [--partly]\n");
+}
+
+TEST(Program, TheCommandsStatusIsTheExitStatus) {
+    const Output done = run({"finish"});
+    EXPECT_EQ(done.status, ExitSuccess);
+    EXPECT_EQ(done.err, "");
+    EXPECT_EQ(run({"finish", "--partly"}).status, 3);
+}
+
+TEST(Program, AFailureIsNoUsageError) {
+    const Output refused = run({"refuse"});
+    EXPECT_EQ(refused.status, ExitFailure);
+    EXPECT_EQ(refused.err.find("Usage:"), std::string::npos);
 }
 
 TEST(ErrorMessage, DropsOnlyAWholeLocationField) {
