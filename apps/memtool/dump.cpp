@@ -21,36 +21,47 @@
 
 namespace {
 
-// One element as its typed JSON value would be dumped.
-void element(JsonStream& stream, RepeatingRelay& structs, uint32_t memory, uint32_t variable,
-             std::string text) {
+// One element as its typed JSON value would be dumped.  The JSON library's
+// exceptions (a text that is not UTF-8) pass through.
+Result<void> element(JsonStream& stream, RepeatingRelay& structs, uint32_t memory,
+                     uint32_t variable, std::string text) {
     switch (Introspection::getVarBaseType(memory, variable)) {
     case BaseInt:
     case BaseBool:
         stream.raw(text);
-        return;
+        return {};
     case BaseStruct:
-        structs.write(stream, std::move(text));
-        return;
+        return structs.write(stream, std::move(text));
     default:
         stream.raw(typedValue(memory, variable, text).dump());
+        return {};
     }
 }
 
-void variableValue(JsonStream& stream, RepeatingRelay& structs, uint32_t memory,
-                   uint32_t variable) {
+Result<void> variableValue(JsonStream& stream, RepeatingRelay& structs, uint32_t memory,
+                           uint32_t variable) {
     const auto text = [&](uint32_t index) {
         return Introspection::getVarValue(memory, variable, static_cast<int>(index));
     };
     if (!Introspection::isArray(memory, variable)) {
-        element(stream, structs, memory, variable, text(0));
-        return;
+        return element(stream, structs, memory, variable, text(0));
     }
     stream.beginArray();
     for (uint32_t index = 0; index < Introspection::getElementCount(memory, variable); ++index) {
-        element(stream, structs, memory, variable, text(index));
+        TRY(element(stream, structs, memory, variable, text(index)));
     }
     stream.end();
+    return {};
+}
+
+// The variable's value written to the stream, or why it cannot be written as JSON.
+Result<void> writeVariable(JsonStream& stream, RepeatingRelay& structs, uint32_t memory,
+                           uint32_t variable) {
+    try {
+        return variableValue(stream, structs, memory, variable);
+    } catch (const std::exception& error) {
+        return failure(errorMessage(error));
+    }
 }
 
 } // namespace
@@ -81,13 +92,12 @@ Result<int> dumpMemories(Device& device, const Arguments& arguments) {
         stream.beginObject();
         for (uint32_t variable = 0; variable < Introspection::getVarCount(memory); ++variable) {
             stream.key(Introspection::getVarName(memory, variable));
-            try {
-                variableValue(stream, structs, memory, variable);
-            } catch (const std::exception& error) {
+            if (const Result<void> written = writeVariable(stream, structs, memory, variable);
+                !written) {
                 stream.flush();
                 return failure(std::string(Introspection::getMemName(memory)) + "." +
                                Introspection::getVarName(memory, variable) +
-                               " cannot be written as JSON: " + errorMessage(error));
+                               " cannot be written as JSON: " + written.error().text);
             }
         }
         stream.end();

@@ -2,13 +2,13 @@
 
 #include <nlohmann/json.hpp>
 
-#include <stdexcept>
+#include <optional>
 
 namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Forwards the parser's events to the stream.
+// Forwards the parser's events to the stream; keeps the parser's error.
 class Relay : public nlohmann::json_sax<Json> {
 public:
     explicit Relay(JsonStream& stream) : stream(stream) {}
@@ -47,8 +47,11 @@ public:
     }
     bool parse_error(std::size_t, const std::string&,
                      const nlohmann::detail::exception& error) override {
-        throw std::runtime_error(error.what());
+        failed = error.what();
+        return false;
     }
+
+    std::optional<std::string> failed;
 
 private:
     bool put(std::string_view json) {
@@ -61,19 +64,23 @@ private:
 
 } // namespace
 
-void relayJson(JsonStream& stream, const std::string& json) {
+Result<void> relayJson(JsonStream& stream, const std::string& json) {
     Relay relay(stream);
-    Json::sax_parse(json, &relay);
+    if (!Json::sax_parse(json, &relay)) {
+        return failure(relay.failed.value_or("not JSON: " + json));
+    }
+    return {};
 }
 
-void RepeatingRelay::write(JsonStream& stream, std::string json) {
+Result<void> RepeatingRelay::write(JsonStream& stream, std::string json) {
     // Valid JSON never lays out to no bytes: empty lastBytes means nothing is kept yet.
     if (json != lastJson || stream.depth() != lastDepth || lastBytes.empty()) {
         JsonStream piece(nullptr, indent, stream.depth());
-        relayJson(piece, json);
+        TRY(relayJson(piece, json));
         lastBytes = piece.take();
         lastJson = std::move(json);
         lastDepth = stream.depth();
     }
     stream.raw(lastBytes);
+    return {};
 }

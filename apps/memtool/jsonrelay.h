@@ -3,12 +3,13 @@
 #pragma once
 
 #include "jsonstream.h"
+#include "result.h"
 
 #include <string>
 
-// Throws the parser's error when `json` is not valid JSON; what was written
-// before the error stays written.
-void relayJson(JsonStream& stream, const std::string& json);
+// The parser's error when `json` is not valid JSON; what was written before
+// the error stays written.
+Result<void> relayJson(JsonStream& stream, const std::string& json);
 
 // relayJson for a run of texts that often repeat (the elements of a struct
 // array: defaults, empty slots).  A text equal to the one before it, going to
@@ -19,7 +20,7 @@ public:
     explicit RepeatingRelay(int indent) : indent(indent) {}
 
     // As relayJson, except that nothing of a text that is not valid JSON is written.
-    void write(JsonStream& stream, std::string json);
+    Result<void> write(JsonStream& stream, std::string json);
 
 private:
     int indent;
