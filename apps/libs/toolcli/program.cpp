@@ -67,9 +67,15 @@ void printError(const Program& program, const Command& command, const std::strin
     }
 }
 
+// The command's status or error.  The one place where the exceptions of the
+// infrastructure become errors: their text without the source location.
 Result<int> parseAndRun(const Command& command, const std::vector<std::string>& words) {
     const Arguments arguments = TRY(Arguments::parse(words, command.flags, command.valued));
-    return command.run(arguments);
+    try {
+        return command.run(arguments);
+    } catch (const std::exception& error) {
+        return failure(errorMessage(error));
+    }
 }
 
 int runCommand(const Program& program, const Command& command,
@@ -78,13 +84,7 @@ int runCommand(const Program& program, const Command& command,
         std::printf("Usage: %s\n\n%s\n", command.synopsis, command.description);
         return ExitSuccess;
     }
-    Result<int> status = failure("");
-    try {
-        status = parseAndRun(command, words);
-    } catch (const std::exception& error) {
-        printError(program, command, errorMessage(error));
-        return ExitFailure;
-    }
+    const Result<int> status = parseAndRun(command, words);
     if (status.ok()) {
         return *status;
     }
