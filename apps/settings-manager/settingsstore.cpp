@@ -68,59 +68,78 @@ std::stringstream SettingsStore::document(const uint8_t* record) const {
     return document;
 }
 
-bool SettingsStore::store(const char* name) {
+SettingsStore::SaveOutcome SettingsStore::store(const char* name) {
     const std::string fileName = std::string(name) + Constants::SETUPS_EXTENSION;
-    const bool current = fileName == SettingsFolder::currentFileName();
+    SaveOutcome outcome;
+    outcome.current = fileName == SettingsFolder::currentFileName();
     const Result<std::string> path = folder.pathOf(fileName);
     Result<void> written = path ? Result<void>() : path.error();
     std::string document;
     if (path) {
         document = currentValues().str();
-        if (current) {
+        if (outcome.current) {
             refreshCurrentFile();
             if (currentFile.content == document) {
                 // An unchanged document counts as saved.
-                currentSaveError.clear();
-                keptSettings.save();
-                return true;
+                outcome.kept = keptSettings.save();
+                return outcome;
             }
-            keepBackup();
+            outcome.backup = keepBackup();
         }
         written = AtomicFile::write(*path, document);
     }
-    if (written) {
-        if (current) {
-            currentSaveError.clear();
-            // Without an identity the file is read again before the next
-            // comparison.
-            const std::optional<FileIdentity> identity = identityOf(*path);
-            currentFile = {identity.has_value(), identity, std::move(document), true};
-            keptSettings.save();
-        }
-        return true;
+    if (!written) {
+        outcome.file = failure("Could not save " + fileName + ": " + written.error().text,
+                               written.error().code);
+        return outcome;
     }
-    const std::string& error = written.error().text;
-    if (!current || error != currentSaveError) {
-        LOG(Error, "Could not save %s: %s", fileName.c_str(), error.c_str());
+    if (outcome.current) {
+        // Without an identity the file is read again before the next
+        // comparison.
+        const std::optional<FileIdentity> identity = identityOf(*path);
+        currentFile = {identity.has_value(), identity, std::move(document), true};
+        outcome.kept = keptSettings.save();
     }
-    if (current) {
-        currentSaveError = error;
-    }
-    return false;
+    return outcome;
 }
 
-bool SettingsStore::saveCurrent() {
-    const bool saved = store(Constants::CURRENT_USERSETTINGS_FILE);
-    if (!saved) {
+SettingsStore::SaveOutcome SettingsStore::saveCurrent() {
+    SaveOutcome outcome = store(Constants::CURRENT_USERSETTINGS_FILE);
+    if (!outcome.ok()) {
         dirty = true;
     }
-    return saved;
+    return outcome;
 }
 
-void SettingsStore::saveIfDirty() {
-    if (dirty) {
-        dirty = false;
-        saveCurrent();
+SettingsStore::SaveOutcome SettingsStore::saveIfDirty() {
+    if (!dirty) {
+        return {};
+    }
+    dirty = false;
+    return saveCurrent();
+}
+
+SettingsStore::SaveOutcome SettingsStore::saveKept() {
+    SaveOutcome outcome;
+    outcome.current = true;
+    outcome.kept = keptSettings.save();
+    return outcome;
+}
+
+void SettingsStore::log(const SaveOutcome& outcome) {
+    if (!outcome.current) {
+        if (!outcome.file) {
+            logFailure(outcome.file.error());
+        }
+        return;
+    }
+    // A save that did not reach the file tells nothing about the kept values.
+    currentFailure.report(outcome.file);
+    if (!outcome.backup) {
+        logFailure(outcome.backup.error(), gen::Warn);
+    }
+    if (outcome.file) {
+        keptFailure.report(outcome.kept);
     }
 }
 
@@ -153,9 +172,9 @@ void SettingsStore::refreshCurrentFile() {
 // is a complete document; an incomplete one never replaces a good backup.  The
 // file as refreshCurrentFile() left it is checked once: a document this store
 // wrote is known to be complete, and neither is read again.
-void SettingsStore::keepBackup() {
+Result<void> SettingsStore::keepBackup() {
     if (!currentFile.identity || !currentFile.content) {
-        return;
+        return {};
     }
     if (!currentFile.complete) {
         std::string text = *currentFile.content;
@@ -163,10 +182,12 @@ void SettingsStore::keepBackup() {
         currentFile.complete = DocumentText::isCompleteDocument(text);
     }
     if (!*currentFile.complete) {
-        return;
+        return {};
     }
     const Result<void> linked = AtomicFile::linkOver(folder.currentPath(), folder.backupPath());
     if (!linked) {
-        LOG(Warn, "Could not keep a backup of the settings: %s", linked.error().text.c_str());
+        return failure("Could not keep a backup of the settings: " + linked.error().text,
+                       linked.error().code);
     }
+    return {};
 }
