@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <sys/stat.h>
+#include <vector>
 
 using namespace servicetest;
 using testing::IsEmpty;
@@ -239,7 +240,13 @@ TEST_F(SettingsStoreTest, AFailedSaveReturnsItsErrorAndTheCallerLogsItOnceWhileI
     store.log(store.saveCurrent());
     ::chmod(SETUPS, 0755);
 
-    const auto lines = log.lines();
+    // The last attempt also could not keep a backup of the file it wrote before (at Warn).
+    std::vector<std::string> lines;
+    for (const std::string& line : log.lines()) {
+        if (line.find("Could not save") != std::string::npos) {
+            lines.push_back(line);
+        }
+    }
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "settingsstore.cpp", message));
     EXPECT_EQ(lines[1], lines[0]);
