@@ -5,6 +5,7 @@
 #include "settings-service/brokerprotocol.h"
 #include "settings-service/catalogue.h"
 #include "settings-service/clienterror.h"
+#include "settings-service/deviceaccess.h"
 #include "settings-service/eventpoll.h"
 #include "settings-service/mappedmemories.h"
 
@@ -53,15 +54,5 @@ ServerConnection& connectBroker() {
 }
 
 void requireDeviceAccess(int mode) {
-    std::vector<std::string> paths = {BrokerLink::semaphorePath(), BrokerProtocol::SOCKET_PATH};
-    for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
-        paths.push_back(MappedMemories::objectPath(memory));
-    }
-    for (const std::string& path : paths) {
-        if (::access(path.c_str(), mode) != 0 && errno == EACCES) {
-            throw Failure(path + ": " + std::strerror(EACCES) +
-                          ": this user is not allowed to use the device's memories and broker "
-                          "(run it as a member of the daemons' group, or as root)");
-        }
-    }
+    DeviceAccess::require(mode);
 }
