@@ -70,14 +70,15 @@ std::stringstream SettingsStore::document(const uint8_t* record) const {
 
 SettingsStore::SaveOutcome SettingsStore::store(const char* name) {
     const std::string fileName = std::string(name) + Constants::SETUPS_EXTENSION;
+    const bool current = fileName == SettingsFolder::currentFileName();
     SaveOutcome outcome;
-    outcome.current = fileName == SettingsFolder::currentFileName();
+    outcome.saved = current ? SaveOutcome::Saved::Current : SaveOutcome::Saved::UserSetup;
     const Result<std::string> path = folder.pathOf(fileName);
     Result<void> written = path ? Result<void>() : path.error();
     std::string document;
     if (path) {
         document = currentValues().str();
-        if (outcome.current) {
+        if (current) {
             refreshCurrentFile();
             if (currentFile.content == document) {
                 // An unchanged document counts as saved.
@@ -93,7 +94,7 @@ SettingsStore::SaveOutcome SettingsStore::store(const char* name) {
                                written.error().code);
         return outcome;
     }
-    if (outcome.current) {
+    if (current) {
         // Without an identity the file is read again before the next
         // comparison.
         const std::optional<FileIdentity> identity = identityOf(*path);
@@ -121,25 +122,32 @@ SettingsStore::SaveOutcome SettingsStore::saveIfDirty() {
 
 SettingsStore::SaveOutcome SettingsStore::saveKept() {
     SaveOutcome outcome;
-    outcome.current = true;
+    outcome.saved = SaveOutcome::Saved::Kept;
     outcome.kept = keptSettings.save();
     return outcome;
 }
 
+// In the order the steps ran: the backup, the file, the kept values.  A save
+// that did not reach its file tells nothing about the kept values.
 void SettingsStore::log(const SaveOutcome& outcome) {
-    if (!outcome.current) {
-        if (!outcome.file) {
-            logFailure(outcome.file.error());
-        }
-        return;
-    }
-    // A save that did not reach the file tells nothing about the kept values.
-    currentFailure.report(outcome.file);
     if (!outcome.backup) {
         logFailure(outcome.backup.error(), gen::Warn);
     }
-    if (outcome.file) {
+    switch (outcome.saved) {
+    case SaveOutcome::Saved::UserSetup:
+        if (!outcome.file) {
+            logFailure(outcome.file.error());
+        }
+        break;
+    case SaveOutcome::Saved::Current:
+        currentFailure.report(outcome.file);
+        if (outcome.file) {
+            keptFailure.report(outcome.kept);
+        }
+        break;
+    case SaveOutcome::Saved::Kept:
         keptFailure.report(outcome.kept);
+        break;
     }
 }
 

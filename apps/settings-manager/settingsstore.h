@@ -93,7 +93,10 @@ public:
     // (a failure there is logged at Warn) and that of saving the values kept
     // aside beside it.  A save that did not take place succeeded.
     struct SaveOutcome {
-        bool current = false;
+        // What was saved: a user setup, ".current.stp" (and the kept values
+        // after it), or the kept values alone.
+        enum class Saved { UserSetup, Current, Kept };
+        Saved saved = Saved::UserSetup;
         Result<void> file;
         Result<void> backup;
         Result<void> kept;
