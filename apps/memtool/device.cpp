@@ -1,15 +1,12 @@
 #include "device.h"
 
 #include "settings-service/brokerlink.h"
-#include "settings-service/brokerprotocol.h"
-#include "settings-service/catalogue.h"
 #include "settings-service/clienterror.h"
+#include "settings-service/deviceaccess.h"
+#include "settings-service/eventpoll.h"
+#include "settings-service/mappedmemories.h"
 
 #include <cerrno>
-#include <cstring>
-#include <string>
-#include <unistd.h>
-#include <vector>
 
 bool Device::memoryExists(uint32_t memory) const {
     return MappedMemories::exists(memory);
@@ -45,17 +42,10 @@ bool Device::brokerConnected() const {
 }
 
 Result<void> requireDeviceAccess(int mode) {
-    std::vector<std::string> paths = {BrokerLink::semaphorePath(), BrokerProtocol::SOCKET_PATH};
-    for (uint32_t memory = 0; memory < MEMORY_ARRAY_SIZE; ++memory) {
-        paths.push_back(MappedMemories::objectPath(memory));
-    }
-    for (const std::string& path : paths) {
-        if (::access(path.c_str(), mode) != 0 && errno == EACCES) {
-            return failure(path + ": " + std::strerror(EACCES) +
-                               ": this user is not allowed to use the device's memories and "
-                               "broker (run it as a member of the daemons' group, or as root)",
-                           EACCES);
-        }
+    try {
+        DeviceAccess::require(mode);
+    } catch (const AccessRefused& refused) {
+        return failure(refused.what(), EACCES);
     }
     return {};
 }

@@ -152,35 +152,32 @@ std::string KeptSettings::content() const {
     return text + "}";
 }
 
-void KeptSettings::save() {
+Result<void> KeptSettings::save() {
     if (!known) {
-        return;
+        return {};
     }
     const std::string text = content();
     if (text == written) {
-        return;
+        return {};
     }
     const Result<std::string> path = folder.pathOf(fileName());
     if (!path) {
-        return;
+        return {};
     }
-    std::string error;
+    Result<void> saved;
     if (text.empty()) {
         std::error_code removal;
         std::filesystem::remove(*path, removal);
         if (removal) {
-            error = "remove " + *path + ": " + removal.message();
+            saved = failure("remove " + *path + ": " + removal.message(), removal.value());
         }
-    } else if (const Result<void> saved = AtomicFile::write(*path, text); !saved) {
-        error = saved.error().text;
+    } else {
+        saved = AtomicFile::write(*path, text);
     }
-    if (!error.empty()) {
-        if (error != saveError) {
-            LOG(Error, "Could not save %s: %s", fileName().c_str(), error.c_str());
-        }
-        saveError = error;
-        return;
+    if (!saved) {
+        return failure("Could not save " + fileName() + ": " + saved.error().text,
+                       saved.error().code);
     }
-    saveError.clear();
     written = text;
+    return {};
 }

@@ -21,9 +21,10 @@
 // Choices made here:
 // - The file is written all-or-nothing (atomicfile.h) and only when its
 //   content changed, after each save of ".current.stp" and at start; it is
-//   removed when there is nothing to keep.  A failed write is logged at Error
-//   (not again while the same failure repeats) and tried again with the next
-//   save.
+//   removed when there is nothing to keep.  A failed write is returned
+//   ("Could not save .current.stp.kept: <reason>") for the caller to log
+//   (SettingsStore::log: not again while the same failure repeats) and tried
+//   again with the next save.
 // - A change of a variable by the user (its change event, or a user setup
 //   loaded) drops the kept entries of that variable: the value set last wins.
 // - Of several former names of one enum entry the first declared is written.
@@ -31,6 +32,8 @@
 //   backslash, a colon, a blank or a control character, which no variable
 //   name of any release holds) are not kept.
 #pragma once
+
+#include "result.h"
 
 #include <cstdint>
 #include <optional>
@@ -62,8 +65,9 @@ public:
     void forget(uint32_t variable);
     // Writes the file when its content changed (or removes it when there is
     // nothing to keep); nothing before the file was read, so that a save made
-    // before the start-up load never replaces what an earlier run kept.
-    void save();
+    // before the start-up load never replaces what an earlier run kept.  The
+    // error's code is the errno of the failed call.
+    Result<void> save();
     // After a factory reset, which removed the file: nothing is kept.
     void clear();
 
@@ -78,6 +82,4 @@ private:
     std::string written;
     // The file was read (or removed by a factory reset): its content is known.
     bool known = false;
-    // The last failure of writing the file, empty after a success.
-    std::string saveError;
 };

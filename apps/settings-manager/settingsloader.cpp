@@ -7,9 +7,9 @@
 #include "settings-service/json.h"
 #include "settings-service/log.h"
 #include "settings-service/records.h"
+#include "settings-service/valuecodec.h"
 #include "settingsfolder.h"
 #include "settingsstore.h"
-#include "settings-service/valuecodec.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -113,7 +113,7 @@ bool SettingsLoader::load(const std::string& fileName, bool storeAfterLoad) {
         }
     }
     if (storeAfterLoad) {
-        store.saveCurrent();
+        store.log(store.saveCurrent());
     }
     return stored;
 }
@@ -142,11 +142,7 @@ void SettingsLoader::loadCurrent() {
     bool recovered = false;
     const Results results = loadCurrentDocument(recovered);
     const bool restoredKept = keepAside(results, previous);
-    if (recovered || restoredKept) {
-        store.saveCurrent();
-    } else {
-        store.kept().save();
-    }
+    store.log(recovered || restoredKept ? store.saveCurrent() : store.saveKept());
 }
 
 SettingsLoader::Results SettingsLoader::loadCurrentDocument(bool& recovered) {
@@ -376,7 +372,7 @@ void SettingsLoader::captureDefaults() {
     defaultRecord = store.snapshot();
     if (SettingsFolder::isMissing(folder.currentPath()) &&
         SettingsFolder::isMissing(folder.backupPath())) {
-        store.saveCurrent();
+        store.log(store.saveCurrent());
     }
 }
 

@@ -132,7 +132,7 @@ int SettingsManager::doWork() {
             continue;
         }
         if (store.isDirty()) {
-            store.saveIfDirty();
+            store.log(store.saveIfDirty());
             // The save's own folder events are taken now, so that they do not
             // count as activity that starts another one-second wait.
             result = poll.wait(0, false);
@@ -204,7 +204,9 @@ std::stringstream SettingsManager::getCurrentValues() {
 }
 
 bool SettingsManager::storeToMemory(const char* name) {
-    return store.store(name);
+    const SettingsStore::SaveOutcome outcome = store.store(name);
+    store.log(outcome);
+    return outcome.ok();
 }
 
 void SettingsManager::updateUserSettingList() {

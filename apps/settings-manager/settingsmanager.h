@@ -122,7 +122,8 @@ public:
     void addUpdate(EventId event);
     // SettingsStore::currentValues.
     std::stringstream getCurrentValues();
-    // SettingsStore::store.
+    // SettingsStore::store, its failure logged (SettingsStore::log); false
+    // when the file could not be written.
     bool storeToMemory(const char* name);
 
     // UserSetups::updateList.

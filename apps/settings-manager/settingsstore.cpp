@@ -68,9 +68,11 @@ std::stringstream SettingsStore::document(const uint8_t* record) const {
     return document;
 }
 
-bool SettingsStore::store(const char* name) {
+SettingsStore::SaveOutcome SettingsStore::store(const char* name) {
     const std::string fileName = std::string(name) + Constants::SETUPS_EXTENSION;
     const bool current = fileName == SettingsFolder::currentFileName();
+    SaveOutcome outcome;
+    outcome.saved = current ? SaveOutcome::Saved::Current : SaveOutcome::Saved::UserSetup;
     const Result<std::string> path = folder.pathOf(fileName);
     Result<void> written = path ? Result<void>() : path.error();
     std::string document;
@@ -80,47 +82,72 @@ bool SettingsStore::store(const char* name) {
             refreshCurrentFile();
             if (currentFile.content == document) {
                 // An unchanged document counts as saved.
-                currentSaveError.clear();
-                keptSettings.save();
-                return true;
+                outcome.kept = keptSettings.save();
+                return outcome;
             }
-            keepBackup();
+            outcome.backup = keepBackup();
         }
         written = AtomicFile::write(*path, document);
     }
-    if (written) {
-        if (current) {
-            currentSaveError.clear();
-            // Without an identity the file is read again before the next
-            // comparison.
-            const std::optional<FileIdentity> identity = identityOf(*path);
-            currentFile = {identity.has_value(), identity, std::move(document), true};
-            keptSettings.save();
-        }
-        return true;
-    }
-    const std::string& error = written.error().text;
-    if (!current || error != currentSaveError) {
-        LOG(Error, "Could not save %s: %s", fileName.c_str(), error.c_str());
+    if (!written) {
+        outcome.file = failure("Could not save " + fileName + ": " + written.error().text,
+                               written.error().code);
+        return outcome;
     }
     if (current) {
-        currentSaveError = error;
+        // Without an identity the file is read again before the next
+        // comparison.
+        const std::optional<FileIdentity> identity = identityOf(*path);
+        currentFile = {identity.has_value(), identity, std::move(document), true};
+        outcome.kept = keptSettings.save();
     }
-    return false;
+    return outcome;
 }
 
-bool SettingsStore::saveCurrent() {
-    const bool saved = store(Constants::CURRENT_USERSETTINGS_FILE);
-    if (!saved) {
+SettingsStore::SaveOutcome SettingsStore::saveCurrent() {
+    SaveOutcome outcome = store(Constants::CURRENT_USERSETTINGS_FILE);
+    if (!outcome.ok()) {
         dirty = true;
     }
-    return saved;
+    return outcome;
 }
 
-void SettingsStore::saveIfDirty() {
-    if (dirty) {
-        dirty = false;
-        saveCurrent();
+SettingsStore::SaveOutcome SettingsStore::saveIfDirty() {
+    if (!dirty) {
+        return {};
+    }
+    dirty = false;
+    return saveCurrent();
+}
+
+SettingsStore::SaveOutcome SettingsStore::saveKept() {
+    SaveOutcome outcome;
+    outcome.saved = SaveOutcome::Saved::Kept;
+    outcome.kept = keptSettings.save();
+    return outcome;
+}
+
+// In the order the steps ran: the backup, the file, the kept values.  A save
+// that did not reach its file tells nothing about the kept values.
+void SettingsStore::log(const SaveOutcome& outcome) {
+    if (!outcome.backup) {
+        logFailure(outcome.backup.error(), gen::Warn);
+    }
+    switch (outcome.saved) {
+    case SaveOutcome::Saved::UserSetup:
+        if (!outcome.file) {
+            logFailure(outcome.file.error());
+        }
+        break;
+    case SaveOutcome::Saved::Current:
+        currentFailure.report(outcome.file);
+        if (outcome.file) {
+            keptFailure.report(outcome.kept);
+        }
+        break;
+    case SaveOutcome::Saved::Kept:
+        keptFailure.report(outcome.kept);
+        break;
     }
 }
 
@@ -153,9 +180,9 @@ void SettingsStore::refreshCurrentFile() {
 // is a complete document; an incomplete one never replaces a good backup.  The
 // file as refreshCurrentFile() left it is checked once: a document this store
 // wrote is known to be complete, and neither is read again.
-void SettingsStore::keepBackup() {
+Result<void> SettingsStore::keepBackup() {
     if (!currentFile.identity || !currentFile.content) {
-        return;
+        return {};
     }
     if (!currentFile.complete) {
         std::string text = *currentFile.content;
@@ -163,10 +190,12 @@ void SettingsStore::keepBackup() {
         currentFile.complete = DocumentText::isCompleteDocument(text);
     }
     if (!*currentFile.complete) {
-        return;
+        return {};
     }
     const Result<void> linked = AtomicFile::linkOver(folder.currentPath(), folder.backupPath());
     if (!linked) {
-        LOG(Warn, "Could not keep a backup of the settings: %s", linked.error().text.c_str());
+        return failure("Could not keep a backup of the settings: " + linked.error().text,
+                       linked.error().code);
     }
+    return {};
 }

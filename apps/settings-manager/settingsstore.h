@@ -18,10 +18,15 @@
 // - String values are written with the escapes of documenttext.h (struct
 //   string members too, see printers.h).
 // - Settings files are written all-or-nothing (atomicfile.h).  A failed write
-//   is logged at Error ("Could not save <file>: <reason>"; a failure of
-//   ".current.stp" that repeats the previous one is not logged again), leaves
-//   the previous file, and keeps the settings dirty, so the loop retries at
-//   every once-a-second check.
+//   leaves the previous file and keeps the settings dirty, so the loop retries
+//   at every once-a-second check.  The store logs nothing itself: a save
+//   returns its outcome (SaveOutcome, errors "Could not save <file>: <reason>"
+//   with the errno of the failed call, found here) and the caller that
+//   dispatched the save (the once-a-second check, the stop path, start-up, a
+//   request) hands it to log(), which logs each error at Error where it was
+//   found.  The store keeps the last failure of ".current.stp" and of the
+//   kept values (repeatedfailure.h) because every dispatcher of those saves
+//   shares it: a failure that repeats the previous one is not logged again.
 // - ".current.stp" is written only when the document built differs from the
 //   file's content: the content read at start (readCurrentFile), then the
 //   last text written.  This holds for every write of it (the once-a-second
@@ -52,6 +57,8 @@
 
 #include "collaborators.h"
 #include "keptsettings.h"
+#include "repeatedfailure.h"
+#include "result.h"
 #include "settings-service/notify.h"
 
 #include <cstdint>
@@ -81,17 +88,37 @@ public:
     // The settings document of a record that snapshot() took: the document
     // that currentValues() gave at that moment.
     std::string documentOf(const std::vector<uint8_t>& record) const;
-    // Writes settings folder + name + ".stp"; false (and logged) when it
-    // could not be written.
-    bool store(const char* name);
+    // What a save did: the outcome of writing the file and, for
+    // ".current.stp", that of keeping a backup of the file it replaced
+    // (a failure there is logged at Warn) and that of saving the values kept
+    // aside beside it.  A save that did not take place succeeded.
+    struct SaveOutcome {
+        // What was saved: a user setup, ".current.stp" (and the kept values
+        // after it), or the kept values alone.
+        enum class Saved { UserSetup, Current, Kept };
+        Saved saved = Saved::UserSetup;
+        Result<void> file;
+        Result<void> backup;
+        Result<void> kept;
+        bool ok() const { return file.ok(); }
+    };
+
+    // Writes settings folder + name + ".stp".
+    SaveOutcome store(const char* name);
     // Remembers the content of ".current.stp" as it is now (none when it is
     // missing or unreadable), to compare the next document with.
     void readCurrentFile();
     // Writes ".current.stp"; when that fails the settings stay dirty.
-    bool saveCurrent();
+    SaveOutcome saveCurrent();
     // Writes ".current.stp" when the settings are dirty; they stay dirty when
     // the write failed.
-    void saveIfDirty();
+    SaveOutcome saveIfDirty();
+    // Saves the values kept aside beside ".current.stp" when they changed.
+    SaveOutcome saveKept();
+    // Logs the failures of `outcome`: a failure of ".current.stp" or of the
+    // kept values that repeats the previous one of that file is not logged
+    // again.
+    void log(const SaveOutcome& outcome);
 
     bool isDirty() const { return dirty; }
     void markDirty() { dirty = true; }
@@ -105,7 +132,7 @@ private:
     // Makes `currentFile` tell what ".current.stp" is now: read again when the
     // file's identity is not the one remembered.
     void refreshCurrentFile();
-    void keepBackup();
+    Result<void> keepBackup();
 
     // What tells a file from another, and a rewritten file from the one it
     // was: device, inode, size and time of the last change.
@@ -140,6 +167,7 @@ private:
     KeptSettings keptSettings;
     bool dirty = false;
     KnownFile currentFile;
-    // The last failure of writing ".current.stp", empty after a success.
-    std::string currentSaveError;
+    // The last failures of writing ".current.stp" and the kept values.
+    RepeatedFailure currentFailure;
+    RepeatedFailure keptFailure;
 };

@@ -193,7 +193,9 @@ Result<void> UserSetups::writeUnlessTaken(bool isRename, const Writer& write) {
 }
 
 Result<void> UserSetups::saveAs(const std::string& name) {
-    if (!store.store(name.c_str())) {
+    const SettingsStore::SaveOutcome outcome = store.store(name.c_str());
+    store.log(outcome);
+    if (!outcome.ok()) {
         return failure(NOT_SAVED);
     }
     return {};

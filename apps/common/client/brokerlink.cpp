@@ -2,11 +2,13 @@
 
 #include "settings-service/brokerprotocol.h"
 #include "settings-service/clienterror.h"
+#include "settings-service/deviceaccess.h"
 #include "settings-service/log.h"
 
 #include <exception>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace BrokerLink {
 
@@ -26,6 +28,7 @@ ServerConnection& connect(EventPoll& poll) {
         try {
             gServerConnection = new ServerConnection(poll);
         } catch (const std::exception& error) {
+            DeviceAccess::require(DeviceAccess::brokerPaths(), R_OK | W_OK);
             throw ClientError("cannot connect to the message broker: " + errorMessage(error) +
                               " (is the message broker running?)");
         }
@@ -44,6 +47,7 @@ bool keepConnected(EventPoll& poll, ServerConnection::EventHandler* handler,
     if (gServerConnection == nullptr) {
         connect(poll);
     } else if (!gServerConnection->reconnect()) {
+        DeviceAccess::require(DeviceAccess::brokerPaths(), R_OK | W_OK);
         return false;
     }
     gServerConnection->setEventHandler(handler);

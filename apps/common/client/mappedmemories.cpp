@@ -2,6 +2,7 @@
 
 #include "settings-service/catalogue.h"
 #include "settings-service/clienterror.h"
+#include "settings-service/deviceaccess.h"
 #include "settings-service/introspection.h"
 #include "settings-service/memories.h"
 
@@ -62,6 +63,9 @@ void MappedMemories::map(uint32_t memory) {
         if (errno == ENOENT) {
             throw ClientError("memory " + name +
                               " does not exist (is the settings service running?)");
+        }
+        if (errno == EACCES) {
+            throw DeviceAccess::refusal(objectPath(memory));
         }
         throw ClientError("cannot open memory " + name + ": " + std::strerror(errno));
     }
@@ -132,6 +136,8 @@ bool MappedMemories::refresh() {
         if (present) {
             try {
                 map(memory);
+            } catch (const AccessRefused&) {
+                throw;
             } catch (const ClientError&) {
                 // Not complete yet: the next refresh tries again.
             }

@@ -1,6 +1,7 @@
 #include "settings-service/settingsclient.h"
 
 #include "settings-service/clienterror.h"
+#include "settings-service/deviceaccess.h"
 #include "settings-service/memories.h"
 
 #include <cerrno>
@@ -22,6 +23,9 @@ std::optional<std::string> publishedCatalogueFingerprint() {
     if (fd == -1) {
         if (errno == ENOENT) {
             return std::nullopt;
+        }
+        if (errno == EACCES) {
+            throw DeviceAccess::refusal("/dev/shm" + object);
         }
         throw ClientError("cannot read the catalogue's fingerprint: " +
                           std::string(std::strerror(errno)));
@@ -93,6 +97,18 @@ void SettingsClient::subscribeAll(ServerConnection& connection) const {
 }
 
 bool SettingsClient::keepUp() {
+    if (refused) {
+        throw *refused;
+    }
+    try {
+        return followRestarts();
+    } catch (const AccessRefused& error) {
+        refused = error;
+        throw;
+    }
+}
+
+bool SettingsClient::followRestarts() {
     bool changed = memories.refresh();
     if (changed) {
         verified = false;

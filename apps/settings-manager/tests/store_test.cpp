@@ -10,9 +10,11 @@
 #include "settingsstore.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <sys/stat.h>
+#include <vector>
 
 using namespace servicetest;
 using testing::IsEmpty;
@@ -211,8 +213,72 @@ TEST_F(SettingsStoreTest, AFailedSaveLeavesTheSettingsDirty) {
     store.markDirty();
     store.saveIfDirty();
     EXPECT_TRUE(store.isDirty());
-    EXPECT_FALSE(store.store("../escaped"));
+    EXPECT_FALSE(store.store("../escaped").ok());
     EXPECT_FALSE(exists("/var/escaped.stp"));
+}
+
+TEST_F(SettingsStoreTest, AFailedSaveReturnsItsErrorAndTheCallerLogsItOnceWhileItRepeats) {
+    std::filesystem::create_directory(SETUPS);
+    ASSERT_EQ(::chmod(SETUPS, 0555), 0);
+    testsupport::KmsgCapture log;
+    const char* message =
+        "Could not save .current.stp: create /var//SETUPS/..current.stp.tmp: Permission denied";
+
+    const SettingsStore::SaveOutcome first = store.saveCurrent();
+    ASSERT_FALSE(first.ok());
+    EXPECT_EQ(first.file.error().text, message);
+    EXPECT_EQ(first.file.error().code, EACCES);
+    EXPECT_TRUE(store.isDirty());
+    EXPECT_TRUE(log.lines().empty());
+
+    store.log(first);
+    // Saving the kept values alone tells nothing about ".current.stp".
+    store.log(store.saveKept());
+    store.log(store.saveIfDirty());
+    ::chmod(SETUPS, 0755);
+    store.log(store.saveIfDirty());
+    ASSERT_EQ(::chmod(SETUPS, 0555), 0);
+    gen::memPersistent().FocusTorque = 4;
+    store.log(store.saveCurrent());
+    ::chmod(SETUPS, 0755);
+
+    // The last attempt also could not keep a backup of the file it wrote before (at Warn).
+    std::vector<std::string> lines;
+    for (const std::string& line : log.lines()) {
+        if (line.find("Could not save") != std::string::npos) {
+            lines.push_back(line);
+        }
+    }
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "settingsstore.cpp", message));
+    EXPECT_EQ(lines[1], lines[0]);
+    EXPECT_EQ(readFile(CURRENT).find("\"FocusTorque\": 4,"), std::string::npos);
+}
+
+TEST_F(SettingsStoreTest, AFailedSaveOfTheKeptValuesReturnsItsErrorAndIsLoggedOnce) {
+    std::filesystem::create_directory(SETUPS);
+    ASSERT_TRUE(store.saveCurrent().ok());
+    store.kept().clear();
+    store.kept().set({{"RetiredSetting", "7", std::nullopt}});
+    ASSERT_EQ(::chmod(SETUPS, 0555), 0);
+    testsupport::KmsgCapture log;
+    const char* message = "Could not save .current.stp.kept: create "
+                          "/var//SETUPS/..current.stp.kept.tmp: Permission denied";
+
+    const SettingsStore::SaveOutcome first = store.saveKept();
+    ASSERT_FALSE(first.kept.ok());
+    EXPECT_EQ(first.kept.error().text, message);
+    EXPECT_EQ(first.kept.error().code, EACCES);
+    EXPECT_TRUE(log.lines().empty());
+    store.log(first);
+    store.log(store.saveKept());
+    ::chmod(SETUPS, 0755);
+
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(testsupport::isLogLine(lines[0], gen::Error, "keptsettings.cpp", message));
+    store.log(store.saveKept());
+    EXPECT_TRUE(exists(std::string(SETUPS) + ".current.stp.kept"));
 }
 
 TEST_F(SettingsStoreTest, ASnapshotGivesTheDocumentOfItsMomentWhateverChangesLater) {

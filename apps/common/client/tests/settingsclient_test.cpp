@@ -4,7 +4,10 @@
 // memories and publishes the fingerprint itself, and starts the real broker.
 #include "brokerprocess.h"
 #include "child.h"
+#include "settings-service/brokerlink.h"
+#include "settings-service/brokerprotocol.h"
 #include "settings-service/clienterror.h"
+#include "settings-service/deviceaccess.h"
 #include "settings-service/introspection.h"
 #include "settings-service/memories.h"
 #include "settings-service/serverconnection.h"
@@ -19,6 +22,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -244,6 +248,90 @@ TEST_F(SettingsClientTest, LogsUnderALevelOfItsOwn) {
         EXPECT_EQ(*gComponentLogLevel, gen::Error);
     }
     EXPECT_EQ(gComponentLogLevel, before);
+}
+
+// The text of a refusal of `path`.
+std::string refusalOf(const std::string& path) {
+    return path + ": Permission denied: this user is not allowed to use the device's memories "
+                  "and broker (run it as a member of the daemons' group, or as root)";
+}
+
+// Files of a temporary folder: one this user may use, one of mode 0 (refused to a user without
+// the capability to override it, as the tests run), one missing.
+TEST(DeviceAccessTest, RefusesTheFirstObjectThatExistsAndRefusesTheMode) {
+    char folder[] = "/tmp/deviceaccessXXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::string usable = std::string(folder) + "/usable";
+    const std::string refused = std::string(folder) + "/refused";
+    const std::string missing = std::string(folder) + "/missing";
+    for (const std::string& path : {usable, refused}) {
+        const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+        ASSERT_NE(fd, -1);
+        ::close(fd);
+    }
+    ASSERT_EQ(::chmod(refused.c_str(), 0), 0);
+
+    EXPECT_NO_THROW(DeviceAccess::require({usable, missing}, R_OK | W_OK));
+    try {
+        DeviceAccess::require({usable, missing, refused}, R_OK);
+        ADD_FAILURE() << "a file of mode 0 was not refused";
+    } catch (const AccessRefused& error) {
+        EXPECT_EQ(error.what(), refusalOf(refused));
+    }
+    ::unlink(usable.c_str());
+    ::unlink(refused.c_str());
+    ::rmdir(folder);
+}
+
+TEST_F(SettingsClientTest, AMemoryThatThisUserMayNotOpenIsRefusedForGood) {
+    const PlayedService service("3");
+    const std::string object = MappedMemories::objectPath(MEMORY);
+    ASSERT_EQ(::chmod(object.c_str(), 0), 0);
+    try {
+        SettingsClient client({});
+        FAIL() << "a memory that this user may not open was opened";
+    } catch (const AccessRefused& error) {
+        EXPECT_EQ(error.what(), refusalOf(object));
+    }
+    MappedMemories memories;
+    EXPECT_THROW(memories.open(MEMORY), AccessRefused);
+    ::chmod(object.c_str(), 0600);
+    EXPECT_NO_THROW(memories.open(MEMORY));
+}
+
+// The broker restarts with a semaphore and a socket that this user may not use: keepUp reports
+// it, and tries nothing more once they are usable again.
+TEST_F(SettingsClientTest, ABrokerThatThisUserMayNotUseStopsTheReconnection) {
+    const PlayedService service("3");
+    SettingsClient client({});
+    ASSERT_NE(broker->stop(SIGTERM), -1);
+    for (int i = 0; i < 10 && gServerConnection->isConnected(); ++i) {
+        client.poll().wait(200);
+    }
+    ASSERT_FALSE(gServerConnection->isConnected());
+    broker = std::make_unique<BrokerProcess>();
+    const std::string socketPath = BrokerProtocol::SOCKET_PATH;
+    const std::string semaphorePath = BrokerLink::semaphorePath();
+    struct stat socketStatus {};
+    struct stat semaphoreStatus {};
+    ASSERT_EQ(::stat(socketPath.c_str(), &socketStatus), 0);
+    ASSERT_EQ(::stat(semaphorePath.c_str(), &semaphoreStatus), 0);
+    ASSERT_EQ(::chmod(socketPath.c_str(), 0), 0);
+    ASSERT_EQ(::chmod(semaphorePath.c_str(), 0), 0);
+
+    try {
+        client.keepUp();
+        FAIL() << "a broker that this user may not use was retried quietly";
+    } catch (const AccessRefused& error) {
+        EXPECT_EQ(error.what(), refusalOf(semaphorePath));
+    }
+    EXPECT_THROW(BrokerLink::keepConnected(client.poll(), nullptr, [](ServerConnection&) {}),
+                 AccessRefused);
+
+    ::chmod(socketPath.c_str(), socketStatus.st_mode & 07777);
+    ::chmod(semaphorePath.c_str(), semaphoreStatus.st_mode & 07777);
+    EXPECT_THROW(client.keepUp(), AccessRefused);
+    EXPECT_FALSE(gServerConnection->isConnected()) << "the client tried again after a refusal";
 }
 
 } // namespace

@@ -30,7 +30,8 @@ public:
     // True when the memory's shared-memory object exists.
     static bool exists(uint32_t memory);
     // Maps the memory's current object, if it is not mapped yet; throws ClientError when it does
-    // not exist, is not complete or was made for another layout.
+    // not exist, is not complete or was made for another layout, and AccessRefused (deviceaccess.h)
+    // when this user may not open it.
     void open(uint32_t memory);
     // open() of every memory.
     void openAll();
@@ -38,7 +39,8 @@ public:
     // as the setters need.
     void setReadOnly(bool readOnly);
     // Unmaps each mapped memory whose object was removed or replaced, and maps a memory again
-    // whose object came back; true when any of them changed.
+    // whose object came back; true when any of them changed. A memory that cannot be mapped yet
+    // is tried again by the next call; one that this user may not open throws AccessRefused.
     bool refresh();
     // Unmaps every memory; refresh() maps again those that were asked for.
     void closeAll();

@@ -15,9 +15,14 @@
 //   restarted service made anew, once their fingerprint is there and is this catalogue's (until
 //   then they stay unmapped and the getters answer "n/a"), and makes the broker connection again
 //   with the client's subscriptions when the broker restarted.
+// - Access: a user outside the daemons' group is refused the memories and the broker (EACCES),
+//   for good. The constructor and keepUp() then throw AccessRefused (deviceaccess.h), and keepUp()
+//   tries nothing more after that: every later call throws the same AccessRefused at once, so a
+//   program reports it instead of waiting for a service that it may never use.
 #pragma once
 
 #include "settings-service/brokerlink.h"
+#include "settings-service/clienterror.h"
 #include "settings-service/eventpoll.h"
 #include "settings-service/log.h"
 #include "settings-service/mappedmemories.h"
@@ -42,7 +47,8 @@ public:
     };
 
     // Checks the catalogue, maps every memory and connects to the broker; throws ClientError when
-    // the service or the broker is not there or the memories are another catalogue's.
+    // the service or the broker is not there or the memories are another catalogue's, and
+    // AccessRefused when this user may not use them.
     explicit SettingsClient(Options options);
     // Closes the broker connection and unmaps the memories.
     ~SettingsClient();
@@ -56,13 +62,15 @@ public:
     void setEventHandler(ServerConnection::EventHandler* eventHandler);
     // Follows a restarted service and a restarted broker; true when memories were mapped anew or
     // the broker connection was made again, after which values may have changed without an event.
-    // Throws ClientError when the memories now come from another catalogue.
+    // Throws ClientError when the memories now come from another catalogue, and AccessRefused when
+    // this user may not use the memories or the broker: from then on, without trying again.
     bool keepUp();
     // The client's own log level.
     gen::LogLevel& logLevel() { return level; }
 
 private:
     void subscribeAll(ServerConnection& connection) const;
+    bool followRestarts();
 
     gen::LogLevel level;
     gen::LogLevel* previousLevel;
@@ -72,4 +80,6 @@ private:
     ServerConnection::EventHandler* handler = nullptr;
     // The memories as mapped were checked against the published fingerprint.
     bool verified = false;
+    // This user was refused the memories or the broker: nothing is tried again.
+    std::optional<AccessRefused> refused;
 };
