@@ -26,6 +26,7 @@
 
 #include "result.h"
 
+#include <source_location>
 #include <string>
 #include <string_view>
 
@@ -40,5 +41,11 @@ bool isTemporaryName(std::string_view name);
 Result<void> write(const std::string& target, const std::string& content);
 // Replaces `link` with a hard link to `existing`; errors as for write().
 Result<void> linkOver(const std::string& existing, const std::string& link);
+// The error of a settings file that could not be saved, found where this is
+// called: "Could not save <fileName>: <reason's text>", the reason's code.
+inline Error saveFailure(const std::string& fileName, const Error& reason,
+                         std::source_location where = std::source_location::current()) {
+    return failure("Could not save " + fileName + ": " + reason.text, reason.code, where);
+}
 
 } // namespace AtomicFile

@@ -175,8 +175,7 @@ Result<void> KeptSettings::save() {
         saved = AtomicFile::write(*path, text);
     }
     if (!saved) {
-        return failure("Could not save " + fileName() + ": " + saved.error().text,
-                       saved.error().code);
+        return AtomicFile::saveFailure(fileName(), saved.error());
     }
     written = text;
     return {};

@@ -90,8 +90,7 @@ SettingsStore::SaveOutcome SettingsStore::store(const char* name) {
         written = AtomicFile::write(*path, document);
     }
     if (!written) {
-        outcome.file = failure("Could not save " + fileName + ": " + written.error().text,
-                               written.error().code);
+        outcome.file = AtomicFile::saveFailure(fileName, written.error());
         return outcome;
     }
     if (current) {
